@@ -1,0 +1,61 @@
+# The one front door. `make run` and `make test` do everything, Debian's packages included.
+
+BUILD_PACKAGES := g++ cmake ninja-build libace-dev libyajl-dev libboost-dev \
+                  libcli11-dev
+TEST_PACKAGES  := libgtest-dev libgmock-dev
+BENCH_PACKAGES := libbenchmark-dev valgrind
+CHECK_PACKAGES := clang-format clang-tidy
+JOBS ?= $(shell nproc)
+
+.PHONY: help deps build run test check sanitize asan tsan bench format clean
+help:
+	@echo "make run       build everything and serve on tcp://127.0.0.1:7070"
+	@echo "make test      build and run the tests"
+	@echo "make build     build the libraries, the host and the sample plug-ins"
+	@echo "make deps      install the Debian packages that are missing"
+	@echo "make check     formatting, layers, clang-tidy on changed files, tests"
+	@echo "make sanitize  the tests under Address-, UndefinedBehavior- and ThreadSanitizer"
+	@echo "make bench     the benchmarks, each beside its floor"
+	@echo "make format    format the sources"
+	@echo "make clean     remove build/"
+
+deps: ; @tools/install_packages $(BUILD_PACKAGES) $(TEST_PACKAGES)
+
+build:
+	@tools/install_packages $(BUILD_PACKAGES)
+	@tools/configure release -DJSON_RPC_TESTS=OFF
+	@cmake --build --preset release --target product -j $(JOBS)
+
+run: build
+	build/release/bin/json_rpc_host $(HOST_OPTIONS)
+
+test: deps
+	@tools/configure release -DJSON_RPC_TESTS=ON
+	@cmake --build --preset release -j $(JOBS)
+	@ctest --test-dir build/release --output-on-failure
+
+asan tsan: deps
+	@tools/configure $@
+	@cmake --build --preset $@ -j $(JOBS)
+	@ctest --test-dir build/$@ --output-on-failure
+
+sanitize: asan tsan
+
+check: deps
+	@tools/install_packages $(CHECK_PACKAGES)
+	@tools/check_format
+	@tools/check_layers
+	@$(MAKE) --no-print-directory test
+	@tools/tidy_changed
+
+bench:
+	@tools/install_packages $(BUILD_PACKAGES) $(TEST_PACKAGES) $(BENCH_PACKAGES)
+	@tools/configure release -DJSON_RPC_TESTS=ON -DJSON_RPC_BENCH=ON
+	@cmake --build --preset release -j $(JOBS)
+	@bench/run
+
+format:
+	@tools/install_packages clang-format
+	@tools/check_format --fix
+
+clean: ; rm -rf build
