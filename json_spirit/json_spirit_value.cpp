@@ -1,0 +1,487 @@
+#include "json_spirit/json_spirit_value.h"
+
+#include <string.h>
+
+#include <algorithm>
+#include <cmath>
+#include <functional>
+#include <stdexcept>
+
+namespace json_spirit {
+namespace {
+
+static_assert(sizeof(Value) == 40, "values are what messages are made of");
+static_assert(std::is_nothrow_move_constructible_v<Object::value_type> &&
+                  std::is_nothrow_move_assignable_v<Object::value_type>,
+              "a vector that grows must move its members, not copy them");
+
+/// Up to these sizes a search looks at every key, and settle() sorts by insertion.
+constexpr std::size_t small_object = 8;
+constexpr std::size_t insertion_sort_limit = 32;
+
+/// Room for the members of most objects, so that these cost one allocation.
+constexpr std::size_t first_room = 6;
+
+/// Levels that a copy recurses into, and that a comparison keeps on the stack: more than a value
+/// has that was read from a message.
+constexpr std::size_t shallow = 128;
+
+const char* type_name(Value_type type) {
+  static const char* const names[] = {"obj_type",  "array_type", "str_type",  "secure_str_type",
+                                      "bool_type", "int_type",   "real_type", "null_type"};
+  return names[type];
+}
+
+/// Overwrites all that `text` has room for, in place or not, and leaves it empty.
+void wipe(std::string& text) noexcept {
+  text.resize(text.capacity());
+  explicit_bzero(text.data(), text.size());
+  text.clear();
+}
+
+bool same_text(const std::string& a, std::string_view b) noexcept {
+  return a.size() == b.size() && std::memcmp(a.data(), b.data(), b.size()) == 0;
+}
+
+/// Most keys of an object differ in their first byte, which saves a call.
+int compare_keys(const std::string& a, const std::string& b) noexcept {
+  const auto x = static_cast<unsigned char>(a[0]), y = static_cast<unsigned char>(b[0]);
+  return x != y ? (x < y ? -1 : 1) : a.compare(b);
+}
+
+struct Key_Order {
+  bool operator()(const Object::value_type& a, const Object::value_type& b) const noexcept {
+    return compare_keys(a.first, b.first) < 0;
+  }
+  bool operator()(const Object::value_type& a, std::string_view b) const noexcept {
+    return a.first < b;
+  }
+};
+
+template <typename Members>
+auto find_place(Members& members, std::string_view key) noexcept {
+  return std::lower_bound(members.begin(), members.end(), key, Key_Order());
+}
+
+template <typename Members>
+auto find_member(Members& members, std::string_view key) noexcept {
+  if (members.size() <= small_object) {
+    return std::find_if(members.begin(), members.end(), [key](const Object::value_type& member) {
+      return same_text(member.first, key);
+    });
+  }
+  const auto at = find_place(members, key);
+  return at != members.end() && same_text(at->first, key) ? at : members.end();
+}
+
+template <typename T>
+int compare_plain(T a, T b) noexcept {
+  return static_cast<int>(b < a) - static_cast<int>(a < b);
+}
+
+int compare_reals(double a, double b) noexcept {
+  if (std::isnan(a) || std::isnan(b)) return compare_plain(std::isnan(a), std::isnan(b));
+  return compare_plain(a, b);
+}
+
+int compare_integers(const Value& a, const Value& b) noexcept {
+  // What is negative is signed; all others read alike as unsigned.
+  const bool a_negative = !a.is_uint64() && a.get_int64() < 0;
+  const bool b_negative = !b.is_uint64() && b.get_int64() < 0;
+  if (a_negative != b_negative) return a_negative ? -1 : 1;
+  return compare_plain(a.get_uint64(), b.get_uint64());
+}
+
+Value_type kind_of(const Value& value) noexcept {
+  return value.type() == secure_str_type ? str_type : value.type();
+}
+
+}  // namespace
+
+Object& Object::operator=(const Object& other) { return *this = Object(other); }
+
+Object& Object::operator=(Object&& other) noexcept {
+  Object taken(std::move(other));  // first, for it may lie inside of what goes
+  swap(taken);
+  return *this;
+}
+
+Value& Object::operator[](std::string_view key) {
+  const iterator found = find(key);
+  if (found != end()) return found->second;
+  // The key is copied before anything moves: it may be text of this very object.
+  return insert(value_type(key, Value())).first->second;
+}
+
+Value& Object::at(std::string_view key) {
+  return const_cast<Value&>(static_cast<const Object*>(this)->at(key));
+}
+
+const Value& Object::at(std::string_view key) const {
+  const const_iterator found = find(key);
+  if (found == end()) throw std::out_of_range("object has no member \"" + std::string(key) + "\"");
+  return found->second;
+}
+
+Object::iterator Object::find(std::string_view key) noexcept { return find_member(members_, key); }
+
+Object::const_iterator Object::find(std::string_view key) const noexcept {
+  return find_member(members_, key);
+}
+
+Object::size_type Object::count(std::string_view key) const noexcept {
+  return find(key) == end() ? 0 : 1;
+}
+
+Object::iterator Object::lower_bound(std::string_view key) noexcept {
+  return find_place(members_, key);
+}
+
+Object::const_iterator Object::lower_bound(std::string_view key) const noexcept {
+  return find_place(members_, key);
+}
+
+std::pair<Object::iterator, bool> Object::insert(value_type member) {
+  const iterator place = lower_bound(member.first);
+  if (place != end() && place->first == member.first) return {place, false};
+  const std::ptrdiff_t index = place - begin();
+  if (members_.capacity() == 0) reserve_first();
+  return {members_.insert(begin() + index, std::move(member)), true};
+}
+
+Object::size_type Object::erase(std::string_view key) noexcept {
+  const const_iterator found = find(key);
+  if (found == end()) return 0;
+  erase(found);
+  return 1;
+}
+
+Object::iterator Object::erase(const_iterator at) noexcept { return members_.erase(at); }
+
+void Object::settle() noexcept {
+  const std::size_t size = members_.size();
+  std::size_t sorted = std::min<std::size_t>(size, 1);
+  while (sorted < size && compare_keys(members_[sorted - 1].first, members_[sorted].first) < 0) {
+    ++sorted;
+  }
+  if (sorted < size && sort(sorted)) drop_repeated();
+  // A message full of tiny objects must not grow by the room that each of them leaves empty.
+  if (members_.capacity() >= 3 * members_.size()) members_.shrink_to_fit();
+}
+
+bool Object::equal(const Object& a, const Object& b) {
+  if (a.size() != b.size()) return false;
+  return std::equal(a.begin(), a.end(), b.begin(), [](const value_type& x, const value_type& y) {
+    return x.first == y.first && x.second == y.second;
+  });
+}
+
+void Object::reserve_first() { members_.reserve(first_room); }
+
+/// Stable; the first `sorted` members are in order and differ. Whether others may have equal keys.
+/// A member is 72 bytes to move, so a small object has the order found in a table of indices first,
+/// and then moves each member at most once.
+bool Object::sort(std::size_t sorted) noexcept {
+  const std::size_t size = members_.size();
+  if (size > insertion_sort_limit) {
+    std::stable_sort(begin(), end(), Key_Order());  // does without memory where there is none
+    return true;
+  }
+  bool repeated = false;
+  unsigned char from[insertion_sort_limit];
+  for (std::size_t i = 0; i < sorted; ++i) from[i] = static_cast<unsigned char>(i);
+  for (std::size_t i = sorted; i < size; ++i) {
+    std::size_t place = i;
+    for (; place > 0; --place) {
+      const int order = compare_keys(members_[from[place - 1]].first, members_[i].first);
+      if (order == 0) repeated = true;
+      if (order <= 0) break;
+      from[place] = from[place - 1];
+    }
+    from[place] = static_cast<unsigned char>(i);
+  }
+  for (std::size_t i = 0; i < size; ++i) {
+    if (from[i] == i) continue;
+    value_type carried(std::move(members_[i]));
+    std::size_t hole = i;
+    while (from[hole] != i) {
+      const std::size_t next = from[hole];
+      members_[hole] = std::move(members_[next]);
+      from[hole] = static_cast<unsigned char>(hole);
+      hole = next;
+    }
+    members_[hole] = std::move(carried);
+    from[hole] = static_cast<unsigned char>(hole);
+  }
+  return repeated;
+}
+
+/// Of equal neighbours the last stays.
+void Object::drop_repeated() noexcept {
+  const auto same = [](const value_type& a, const value_type& b) { return a.first == b.first; };
+  iterator kept = std::adjacent_find(begin(), end(), same);
+  if (kept == end()) return;
+  for (iterator next = kept + 1; next != end(); ++next) {
+    if (!same(*kept, *next)) ++kept;
+    if (kept != next) *kept = std::move(*next);
+  }
+  members_.erase(kept + 1, end());
+}
+
+const Value Value::null;
+
+Value Value::secure(std::string&& text) noexcept {
+  Value value(std::move(text));
+  value.type_ = secure_str_type;
+  wipe(text);
+  return value;
+}
+
+void Value::throw_wrong_type(Value_type wanted) const {
+  throw std::runtime_error(std::string("value type is ") + type_name(type_) + " not " +
+                           type_name(wanted));
+}
+
+void Value::take_held(Value& other) noexcept {
+  switch (other.type_) {
+    case obj_type:
+      new (&obj_) Object(std::move(other.obj_));
+      other.obj_.~Object();
+      break;
+    case array_type:
+      new (&arr_) Array(std::move(other.arr_));
+      other.arr_.~Array();
+      break;
+    default:
+      new (&str_) std::string(std::move(other.str_));
+      if (other.type_ == secure_str_type) wipe(other.str_);  // short text was copied out of it
+      other.str_.~basic_string();
+  }
+  type_ = other.type_;
+  unsigned_ = false;
+  other.bits_ = 0;
+  other.type_ = null_type;
+}
+
+std::size_t Value::child_count() const noexcept {
+  return type_ == obj_type ? obj_.members_.size() : arr_.size();
+}
+
+Value& Value::child(std::size_t index) noexcept {
+  return type_ == obj_type ? obj_.members_[index].second : arr_[index];
+}
+
+const Value& Value::child(std::size_t index) const noexcept {
+  return type_ == obj_type ? obj_.members_[index].second : arr_[index];
+}
+
+void Value::drop_last_child() noexcept {
+  if (type_ == obj_type) {
+    obj_.members_.pop_back();
+  } else {
+    arr_.pop_back();
+  }
+}
+
+/// Destroys children from the last one on, up to a container that has children. Whether all went.
+bool Value::drop_leaves() noexcept {
+  for (std::size_t left = child_count(); left > 0; --left) {
+    if (!child(left - 1).is_leaf()) return false;
+    drop_last_child();
+  }
+  return true;
+}
+
+void Value::destroy_held() noexcept {
+  if (type_ == secure_str_type) {
+    wipe(str_);
+    str_.~basic_string();
+    return;
+  }
+  if (!drop_leaves()) {
+    dismantle(std::move(*this));
+    return;  // nothing but a null is left
+  }
+  if (type_ == obj_type) {
+    obj_.~Object();
+  } else {
+    arr_.~Array();
+  }
+}
+
+/// Destroys a tree without recursion and without memory, from the last child to the first. To enter
+/// a child container, the way back is kept in the tree itself: the child leaves its place and gets
+/// its parent as first child, and the first child that it had takes the place that it left. A
+/// parent is thus met again as the last child left of the container above it, and needs no telling
+/// apart. Each container is entered once and each leaf dropped once, so the whole is linear.
+void Value::dismantle(Value&& root) noexcept {
+  Value current(std::move(root));
+  while (!current.drop_leaves()) {
+    const std::size_t count = current.child_count();
+    Value& last = current.child(count - 1);
+    if (last.drop_leaves()) continue;  // a flat child goes as the leaf that it is now
+    Value next(std::move(last));
+    if (count > 1) {
+      Value& first = next.child(0);
+      last = std::move(first);
+      first = std::move(current);
+    }
+    current = std::move(next);
+  }
+}
+
+struct Value::Pending_Copy {
+  Value* to;
+  const Value* from;
+};
+
+/// Nested containers are copied by recursion as far down as messages go; what is deeper is put off,
+/// and begun afresh from here.
+void Value::copy_held(const Value& other) {
+  std::vector<Pending_Copy> pending;
+  copy_nested(other, 0, pending);
+  while (!pending.empty()) {
+    const Pending_Copy next = pending.back();
+    pending.pop_back();
+    next.to->copy_nested(*next.from, 0, pending);
+  }
+}
+
+/// `this` is null. When memory runs out it is left a part of the copy, in good order.
+void Value::copy_nested(const Value& other, int depth, std::vector<Pending_Copy>& pending) {
+  const auto copy_child = [&](Value& to, const Value& from) {
+    if (!from.is_container()) {
+      to.copy(from);
+    } else if (depth < static_cast<int>(shallow)) {
+      to.copy_nested(from, depth + 1, pending);
+    } else {
+      pending.push_back({&to, &from});  // `to` stays where it is: its vector has its final size
+    }
+  };
+  switch (other.type_) {
+    case obj_type:
+      new (&obj_) Object;
+      type_ = obj_type;
+      obj_.members_.reserve(other.obj_.size());
+      for (const Object::value_type& member : other.obj_) {
+        copy_child(obj_.append(std::string_view(member.first)), member.second);
+      }
+      return;
+    case array_type:
+      new (&arr_) Array;
+      type_ = array_type;
+      arr_.reserve(other.arr_.size());
+      for (const Value& element : other.arr_) copy_child(arr_.emplace_back(), element);
+      return;
+    default:
+      new (&str_) std::string(other.str_);
+      type_ = other.type_;
+  }
+}
+
+/// The pairs of containers that a comparison is in, with the child that comes next in each.
+class Value::Walk {
+public:
+  struct Step {
+    const Value* a;
+    const Value* b;
+    std::size_t next;
+  };
+
+  bool empty() const noexcept { return size_ == 0; }
+  Step& top() noexcept { return size_ <= shallow ? steps_[size_ - 1] : more_.back(); }
+  void push(const Step& step) {
+    if (size_ < shallow) {
+      steps_[size_] = step;
+    } else {
+      more_.push_back(step);
+    }
+    ++size_;
+  }
+  void pop() noexcept {
+    if (size_ > shallow) more_.pop_back();
+    --size_;
+  }
+
+private:
+  std::size_t size_ = 0;
+  Step steps_[shallow];
+  std::vector<Step> more_;
+};
+
+/// Everything but the children: 0 means that these decide.
+int Value::compare_heads(const Value& a, const Value& b) noexcept {
+  const Value_type kind = kind_of(a);
+  if (kind != kind_of(b)) return kind < kind_of(b) ? -1 : 1;
+  switch (kind) {
+    case obj_type:
+    case array_type:
+      return compare_plain(a.child_count(), b.child_count());
+    case str_type:
+      return a.str_.compare(b.str_);
+    case bool_type:
+      return compare_plain(a.bits_, b.bits_);
+    case int_type:
+      return compare_integers(a, b);
+    case real_type:
+      return compare_reals(a.real(), b.real());
+    default:
+      return 0;
+  }
+}
+
+int Value::compare(const Value& a, const Value& b) {
+  const int heads = compare_heads(a, b);
+  if (heads != 0 || a.is_leaf() || &a == &b) return heads;
+  Walk walk;
+  walk.push({&a, &b, 0});
+  while (!walk.empty()) {
+    Walk::Step& step = walk.top();
+    if (step.next == step.a->child_count()) {
+      walk.pop();
+      continue;
+    }
+    const std::size_t index = step.next++;
+    if (step.a->type_ == obj_type) {
+      const int keys =
+          step.a->obj_.members_[index].first.compare(step.b->obj_.members_[index].first);
+      if (keys != 0) return keys;
+    }
+    const Value& x = step.a->child(index);
+    const Value& y = step.b->child(index);
+    const int children = compare_heads(x, y);
+    if (children != 0) return children;
+    if (!x.is_leaf()) walk.push({&x, &y, 0});
+  }
+  return 0;
+}
+
+std::size_t value_hash::operator()(const Value& value) const noexcept {
+  std::size_t hash = 0;
+  switch (value.type()) {
+    case obj_type:
+    case array_type:
+      hash = value.child_count();
+      break;
+    case str_type:
+    case secure_str_type:
+      hash = std::hash<std::string_view>()(value.get_str());
+      break;
+    case bool_type:
+    case int_type:
+      hash = value.bits_;  // as equal as integers of either sign are
+      break;
+    case real_type:
+      // All NaNs are one; std::hash takes care of the two zeros.
+      hash = std::isnan(value.real()) ? 1 : std::hash<double>()(value.real());
+      break;
+    case null_type:
+      break;
+  }
+  // Ids are often numbers in a row, or multiples of something: spread them.
+  // apart.
+  hash = (hash ^ (static_cast<std::size_t>(kind_of(value)) << 60)) * 0x9e3779b97f4a7c15u;
+  return hash ^ (hash >> 32);
+}
+
+}  // namespace json_spirit
