@@ -1,0 +1,12 @@
+#pragma once
+
+#include "vexa/http_uri_map.h"
+#include "vexa/vexa_export.h"
+
+/// URI prefixes that have moved: prefix -> URI to redirect to.
+class VEXA_EXPORT HTTP_Redirect_URI_Map : public HTTP_URI_Map {
+public:
+  /// The one of this process; created by the first call, which must come before other threads do.
+  static HTTP_Redirect_URI_Map* instance();
+  static void close_instance();
+};

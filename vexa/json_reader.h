@@ -1,0 +1,44 @@
+#pragma once
+
+#include <yajl/yajl_parse.h>
+
+#include <cstddef>
+#include <memory>
+#include <string>
+
+#include "json_spirit/json_spirit_value.h"
+#include "vexa/json_parser.h"
+#include "vexa/vexa_export.h"
+
+/// Reads one JSON text (RFC 8259), whole or in pieces, into a value:
+/// `JSON_Reader reader; reader.read(data, length) && reader.end()`. One thread at a time.
+class VEXA_EXPORT JSON_Reader {
+ public:
+  JSON_Reader();
+  ~JSON_Reader();
+  JSON_Reader(const JSON_Reader&) = delete;
+  JSON_Reader& operator=(const JSON_Reader&) = delete;
+
+  /// Feeds input. False when it is no JSON, deeper than vexa::max_value_depth, or there is no memory.
+  bool read(const char* data, std::size_t length);
+  /// The input has ended: whether value() holds a whole value.
+  bool end();
+
+  json_spirit::Value& value() { return value_; }
+  /// What was wrong, in one line; "" when nothing was.
+  const std::string& error() const { return error_; }
+
+ private:
+  struct Free_Handle {
+    void operator()(yajl_handle handle) const { yajl_free(handle); }
+  };
+  bool check(yajl_status status);
+
+  json_spirit::Value value_;
+  JSON_Parser parser_;
+  std::unique_ptr<yajl_handle_t, Free_Handle> handle_;
+  std::string error_;
+};
+
+/// Reads a whole text at once; false leaves `value` unspecified.
+VEXA_EXPORT bool json_read(const char* text, std::size_t length, json_spirit::Value& value);
