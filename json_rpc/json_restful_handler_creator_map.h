@@ -1,0 +1,22 @@
+#pragma once
+
+#include "json_rpc/json_restful_handler.h"
+#include "json_rpc/json_rpc_export.h"
+#include "vexa/dll_object_manager_t.h"
+#include "vexa/object_creator_t.h"
+
+/// URI -> creator of handlers. Filled at start from the RESTful configuration, then read without a
+/// lock.
+/// Kept: the service never closes it, so creators and their libraries stay until the process ends.
+class JSON_RPC_EXPORT JSON_RESTful_Handler_Creator_Map
+    : public DLL_Object_Manager_T<Object_Creator_T<JSON_RESTful_Handler>, void (*)(void*),
+                                  ACE_Null_Mutex, DLL_Object_Manager_Default_Tag> {
+public:
+  JSON_RESTful_Handler_Creator_Map();
+  ~JSON_RESTful_Handler_Creator_Map() override;
+
+  /// The one of this process; created by the first call, which must come before other threads do.
+  static JSON_RESTful_Handler_Creator_Map* instance();
+  /// Destroys it with all its objects; a later instance() is a new, empty one.
+  static void close_instance();
+};

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <memory>
+
+#include "json_rpc/json_rpc_channel.h"
+#include "json_rpc/json_rpc_export.h"
+#include "json_rpc/json_rpc_fwd.h"
+#include "json_rpc/json_rpc_object.h"
+
+/// One message on its way to several channels. It lives on the stack of whoever sends, and names
+/// the message to the channels' send() on this thread, so that the first of them can leave the text
+/// that it made for the others:
+///
+///   JSON_RPC_Fan_Out* const fan_out = JSON_RPC_Fan_Out::current();
+///   if (fan_out != nullptr && fan_out->object() == obj.get()) ... use or fill fan_out->prepared
+///
+/// The comparison is needed: a send() may send another message on its way. Fan-outs nest; the inner
+/// one is current while it lives. For one thread alone.
+class JSON_RPC_EXPORT JSON_RPC_Fan_Out {
+public:
+  /// `obj` is borrowed: it outlives this, and is not changed meanwhile.
+  explicit JSON_RPC_Fan_Out(const JSON_RPC_Object_var& obj);
+  ~JSON_RPC_Fan_Out();
+  JSON_RPC_Fan_Out(const JSON_RPC_Fan_Out&) = delete;
+  JSON_RPC_Fan_Out& operator=(const JSON_RPC_Fan_Out&) = delete;
+
+  /// The innermost of this thread, or null.
+  static JSON_RPC_Fan_Out* current();
+
+  /// The message; null when the handle is empty.
+  const JSON_RPC_Object* object() const { return obj_.get(); }
+
+  /// Sends the message over `channel`, or does nothing when it is gone. What send() gives is
+  /// ignored: fanning out is fire and forget.
+  void send(const JSON_RPC_Channel_ptr& channel);
+
+  /// What the first channel prepared. A channel of another kind can have left it: `prepared_by`
+  /// says whose it is, by an address that the kind chooses.
+  std::shared_ptr<const void> prepared;
+  const void* prepared_by = nullptr;
+
+private:
+  const JSON_RPC_Object_var& obj_;
+  JSON_RPC_Fan_Out* const outer_;
+};

@@ -1,0 +1,56 @@
+#include "json_rpc/json_rpc_forward_map.h"
+
+#include <cerrno>
+#include <new>
+
+#include "json_rpc/json_rpc_channel.h"
+#include "json_rpc/json_rpc_object.h"
+#include "vexa/log.h"
+
+namespace {
+
+void fail_back(int forward_id, const JSON_RPC_Forward_Map::data_type& entry) {
+  const JSON_RPC_Channel_var requester(JSON_RPC_Channel::strong(entry.second));
+  if (requester.null()) {
+    VEXA_ERROR("Abort sending JSON-RPC error, requester (id=%s, forward_id=%d) is gone\n",
+               JSON_RPC_Id(entry.first).c_str(), forward_id);
+    return;
+  }
+  requester->send_error(JSON_RPC_INTERNAL_ERROR, entry.first,
+                        "Internal error, forwarder is closed.", json_spirit::Value::null);
+}
+
+}  // namespace
+
+JSON_RPC_Forward_Map::JSON_RPC_Forward_Map() : forward_id_(0) {}
+
+JSON_RPC_Forward_Map::~JSON_RPC_Forward_Map() = default;
+
+int JSON_RPC_Forward_Map::put(const id_type& id, const JSON_RPC_Channel_ptr& channel) {
+  try {
+    data_type data(id, channel);
+    // Never goes back, not even in clear(): a late answer must not reach the requester of a new id.
+    // Unsigned, because it may wrap.
+    forward_id_ = static_cast<int>(static_cast<unsigned>(forward_id_) + 1);
+    map_.insert_or_assign(forward_id_, std::move(data));
+    return forward_id_;
+  } catch (const std::bad_alloc&) {
+    errno = ENOMEM;
+    return -1;
+  }
+}
+
+int JSON_RPC_Forward_Map::get(key_type key, data_type& data) {
+  const map_type::iterator it = map_.find(key);
+  if (it == map_.end()) return -1;
+  data.first = std::move(it->second.first);
+  data.second = it->second.second;
+  map_.erase(it);
+  return 0;
+}
+
+void JSON_RPC_Forward_Map::clear() {
+  map_type pending;  // taken out first: what a requester's send() does cannot disturb the walk
+  pending.swap(map_);
+  for (const map_type::value_type& entry : pending) fail_back(entry.first, entry.second);
+}
