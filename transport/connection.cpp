@@ -1,0 +1,390 @@
+#include "transport/connection.h"
+
+#include <algorithm>
+#include <atomic>
+#include <boost/asio/buffer.hpp>
+#include <boost/asio/error.hpp>
+#include <boost/asio/post.hpp>
+#include <cerrno>
+#include <new>
+#include <utility>
+
+#include "json_rpc/json_rpc_channel_map.h"
+#include "json_rpc/json_rpc_channel_pool.h"
+#include "json_rpc/json_rpc_dispatcher.h"
+#include "json_rpc/json_rpc_notify_manager.h"
+#include "json_rpc/json_rpc_request_map.h"
+#include "transport/current_message.h"
+#include "transport/log_context.h"
+#include "vexa/log.h"
+
+namespace asio = boost::asio;
+using boost::system::error_code;
+
+namespace {
+
+constexpr std::size_t bytes_a_turn = 256u << 10;  // then the loop's other connections have theirs
+constexpr std::size_t pieces_a_write = 64;
+constexpr std::chrono::seconds linger_time{2};
+constexpr std::chrono::seconds slow_handler{1};
+
+constexpr int server_busy = -32000;
+constexpr int server_stopping = -32001;
+const char* const stopping_text = "Server is stopping";
+
+std::string next_id() {
+  static std::atomic<unsigned long long> last{0};
+  return std::to_string(++last);
+}
+
+bool would_block(const error_code& error) {
+  return error == asio::error::would_block || error == asio::error::try_again;
+}
+
+/// The buffers of one write, as Asio wants them.
+struct Buffer_Range {
+  typedef asio::const_buffer value_type;
+  typedef const asio::const_buffer* const_iterator;
+
+  const_iterator begin() const { return first; }
+  const_iterator end() const { return last; }
+
+  const_iterator first;
+  const_iterator last;
+};
+
+bool starts_with(const std::string& text, const char* prefix) { return text.rfind(prefix, 0) == 0; }
+
+}  // namespace
+
+Connection::Connection(std::shared_ptr<Loop> loop, std::shared_ptr<Server_State> state,
+                       Socket socket)
+    : loop_(std::move(loop)), state_(std::move(state)), socket_(std::move(socket)) {
+  ++state_->connections;
+}
+
+Connection::~Connection() {
+  --state_->connections;
+  if (state_->connection_closed) state_->connection_closed();
+}
+
+void Connection::start(const Stream_Channel::Addresses& addresses) {
+  std::unique_ptr<Stream_Channel> stream =
+      std::make_unique<Stream_Channel>(state_->limits, addresses, weak_from_this());
+  stream_ = stream.get();
+  channel_ = JSON_RPC_Channel_var(stream.get());
+  static_cast<void>(stream.release());
+  weak_ = JSON_RPC_Channel_ptr(channel_);
+  stream_->self(weak_);
+  stream_->type(Stream_Channel::STREAM);
+  stream_->id(next_id());
+  label_ = "channel " + stream_->id();
+  inbound_.reset(new Inbound(*stream_, *this));
+  last_read_ = last_write_ = Loop::now();
+  loop_->add(shared_from_this());
+  const Log_Context context(label_.c_str());
+  JSON_RPC_Channel_Map::instance()->insert(channel_);
+  read();
+}
+
+void Connection::read() {
+  socket_.async_read_some(asio::buffer(input_),
+                          [self = shared_from_this()](const error_code& error, std::size_t length) {
+                            self->on_read(error, length);
+                          });
+}
+
+/// Runs what takes input. Without memory a connection cannot go on.
+template <typename Operation>
+void Connection::guarded(Operation operation) {
+  if (closed_) return;
+  const Log_Context context(label_.c_str());
+  try {
+    operation();
+  } catch (const std::bad_alloc&) {
+    close("there is no memory for it");
+  }
+}
+
+void Connection::on_read(const error_code& error, std::size_t length) {
+  guarded([&] { take_input(error, length); });
+}
+
+void Connection::take_input(const error_code& error, std::size_t length) {
+  last_read_ = Loop::now();
+  if (error) {
+    if (error != asio::error::eof || lingering_) return close(nullptr);
+    return end_of_input();
+  }
+  if (lingering_) return read();
+  // What this wake-up answers leaves in one write at its end.
+  stream_->outbox().attend();
+  const bool go_on = consume(input_.data(), length) &&
+                     (length < input_.size() || read_more());
+  flush();
+  if (go_on && !closed_) read();
+}
+
+/// Reads on what a full buffer promised, within this turn. False when reading is not to go on.
+bool Connection::read_more() {
+  for (std::size_t turn = 0; turn < bytes_a_turn;) {
+    error_code error;
+    const std::size_t length =
+        socket_.read_some(asio::buffer(loop_->buffer(), Loop::buffer_size), error);
+    if (would_block(error)) return true;
+    if (error) {
+      // The next asynchronous read reports it, after what came before it has been answered.
+      return true;
+    }
+    if (!consume(loop_->buffer(), length)) return false;
+    if (length < Loop::buffer_size) return true;
+    turn += length;
+  }
+  return true;
+}
+
+/// Gives bytes to the messages they belong to. False when reading is not to go on now.
+bool Connection::consume(const char* data, std::size_t length) {
+  std::size_t used;
+  switch (inbound_->feed(data, length, used)) {
+    case Inbound::GO_ON:
+      return true;
+    case Inbound::PAUSE:
+      leftover_.assign(data + used, length - used);
+      paused_ = true;
+      return false;
+    case Inbound::STOP:
+      stopped_reading_ = true;
+      return false;
+  }
+  return false;
+}
+
+/// The channel no longer owes too much: what was left over first, then the socket.
+void Connection::resume() {
+  guarded([&] {
+    if (paused_ && !overloaded()) take_leftover();
+  });
+}
+
+void Connection::take_leftover() {
+  paused_ = false;
+  last_read_ = Loop::now();
+  std::string bytes;
+  bytes.swap(leftover_);
+  stream_->outbox().attend();
+  const bool go_on = consume(bytes.data(), bytes.size());
+  flush();
+  if (go_on && !closed_) read();
+}
+
+void Connection::end_of_input() {
+  input_ended_ = true;
+  stream_->outbox().attend();
+  inbound_->end();
+  flush();
+}
+
+bool Connection::overloaded() {
+  return stream_->outbox().overloaded(state_->limits.queue_mark(), state_->limits.max_pending);
+}
+
+void Connection::message(const JSON_RPC_Object_var& object) {
+  if (refuse(*object)) return;
+  if (object->type == JSON_RPC_Object::TYPE_REQUEST) {
+    stream_->outbox().await(object->id);
+    static_cast<Owed_Request&>(*object).owe(weak_from_this());
+  }
+  dispatch(object);
+}
+
+/// Whether a message is not dispatched at all.
+bool Connection::refuse(const JSON_RPC_Object& object) {
+  if (object.type == JSON_RPC_Object::TYPE_REQUEST && state_->stopping) {
+    stream_->complain(object.id, server_stopping, stopping_text);
+    return true;
+  }
+  if (object.type != JSON_RPC_Object::TYPE_NOTIFY) return false;
+  // These tell of the process itself: a peer must not make them up for others.
+  const std::string& method = static_cast<const JSON_RPC_Request&>(object).method;
+  return (starts_with(method, "channel.") || starts_with(method, "rpc.")) &&
+         JSON_RPC_Request_Map::instance()->find(method) == nullptr;
+}
+
+void Connection::dispatch(const JSON_RPC_Object_var& object) {
+  const bool request = object->type == JSON_RPC_Object::TYPE_REQUEST;
+  const bool call = request || object->type == JSON_RPC_Object::TYPE_NOTIFY;
+  const Current_Message current(stream_, object.get());
+  const Loop_Time begin = Loop::now();
+  errno = 0;
+  const int result = JSON_RPC_Dispatcher::instance()->dispatch(stream_->self(), object);
+  const int error = errno;
+  const Loop_Time end = Loop::now();
+  if (end - begin > slow_handler) {
+    VEXA_WARNING("The handler of '%C' held its loop for %d ms.\n",
+                 call ? static_cast<const JSON_RPC_Request&>(*object).method.c_str() : "an answer",
+                 static_cast<int>((end - begin) / std::chrono::milliseconds(1)));
+  }
+  if (result != -1 || !request) return;
+  if (error == EWOULDBLOCK) {
+    stream_->answer_error(object->id, server_busy, "Server busy");
+  } else {
+    stream_->answer_error(object->id, JSON_RPC_INTERNAL_ERROR, nullptr);
+  }
+}
+
+void Connection::unanswered(const json_spirit::Value& id) noexcept {
+  const JSON_RPC_Channel_var channel = JSON_RPC_Channel::strong(weak_);
+  if (!channel.null()) {
+    static_cast<Stream_Channel&>(*channel).answer_error(id, JSON_RPC_INTERNAL_ERROR, nullptr);
+  }
+}
+
+/// Later, on the loop, if the connection is still there: what waits in a loop's queue keeps none alive.
+void Connection::post(void (Connection::*operation)()) {
+  asio::post(loop_->context(), [weak = weak_from_this(), operation] {
+    if (const std::shared_ptr<Connection> self = weak.lock()) ((*self).*operation)();
+  });
+}
+
+void Connection::wake() {
+  post(&Connection::flush);
+}
+
+void Connection::close_soon(const char* reason) {
+  asio::post(loop_->context(), [weak = weak_from_this(), reason] {
+    if (const std::shared_ptr<Connection> self = weak.lock()) self->close(reason);
+  });
+}
+
+/// Writes what there is until the socket takes no more. Then the outbox wakes nobody: on_writable()
+/// goes on.
+void Connection::flush() {
+  if (closed_ || write_waits_) return;
+  const Log_Context context(label_.c_str());
+  while (fetch()) {
+    if (!write()) break;
+  }
+  if (closed_) return;
+  if (paused_ && !overloaded()) post(&Connection::resume);
+  const bool done = input_ended_ || stopped_reading_;
+  if (done && !lingering_ && !stream_->outbox().owes()) linger();
+}
+
+/// Whether there is something to write.
+bool Connection::fetch() {
+  if (batch_piece_ < batch_.size()) return true;
+  batch_.clear();
+  batch_piece_ = batch_byte_ = 0;
+  return stream_->outbox().take(batch_);
+}
+
+/// One system call. False when the socket takes no more, or is gone.
+bool Connection::write() {
+  std::array<asio::const_buffer, pieces_a_write> buffers;
+  std::size_t count = 0;
+  for (std::size_t i = batch_piece_; i < batch_.size() && count < buffers.size(); ++i) {
+    std::string_view text = batch_[i].text();
+    if (i == batch_piece_) text.remove_prefix(batch_byte_);
+    buffers[count++] = asio::const_buffer(text.data(), text.size());
+  }
+  error_code error;
+  std::size_t written = socket_.write_some(
+      Buffer_Range{buffers.data(), buffers.data() + count}, error);
+  last_write_ = Loop::now();
+  if (would_block(error)) {
+    write_waits_ = true;
+    socket_.async_wait(Socket::wait_write, [self = shared_from_this()](const error_code& e) {
+      self->on_writable(e);
+    });
+    return false;
+  }
+  if (error) {
+    close(nullptr);
+    return false;
+  }
+  stream_->outbox().sent(written);
+  for (written += batch_byte_;
+       batch_piece_ < batch_.size() && written >= batch_[batch_piece_].text().size();
+       ++batch_piece_) {
+    written -= batch_[batch_piece_].text().size();
+    batch_[batch_piece_] = Output_Piece();
+  }
+  batch_byte_ = written;
+  return true;
+}
+
+void Connection::on_writable(const error_code& error) {
+  write_waits_ = false;
+  if (closed_) return;
+  if (error) return close(nullptr);
+  flush();
+}
+
+/// The peer is owed nothing. What it still sends is read and thrown away for a while: closing at once
+/// would reset the connection and could cost it our last words.
+void Connection::linger() {
+  if (input_ended_) return close(nullptr);
+  error_code ignored;
+  socket_.shutdown(Socket::shutdown_send, ignored);
+  lingering_ = true;
+  linger_until_ = Loop::now() + linger_time;
+  read();
+}
+
+void Connection::drain() {
+  if (closed_) return;
+  for (const json_spirit::Value& id : stream_->outbox().awaited()) {
+    stream_->answer_error(id, server_stopping, stopping_text);
+  }
+  stopped_reading_ = true;
+  flush();
+}
+
+bool Connection::idle_allowed() {
+  return stream_->type() == Stream_Channel::AGENT || stream_->outbox().owes() ||
+         JSON_RPC_Notify_Manager::instance()->subscribed(stream_->self());
+}
+
+void Connection::tick(Loop_Time now) {
+  if (closed_) return;
+  const Limits& limits = state_->limits;
+  const Log_Context context(label_.c_str());
+  if (lingering_) {
+    if (now > linger_until_) close(nullptr);
+    return;
+  }
+  if (write_waits_ && now - last_write_ > limits.stall_timeout) {
+    return close("it takes no output");
+  }
+  const bool expects = !paused_ && !input_ended_ && !stopped_reading_ && inbound_->in_message();
+  if (expects && now - last_read_ > limits.stall_timeout) {
+    return close("it stopped in a message");
+  }
+  if (now - std::max(last_read_, last_write_) <= limits.idle_timeout) return;
+  if (idle_allowed()) {
+    last_read_ = now;  // asked again after another idle time
+  } else {
+    close("it is idle");
+  }
+}
+
+void Connection::close(const char* reason) {
+  if (closed_) return;
+  closed_ = true;
+  const std::shared_ptr<Connection> self = shared_from_this();
+  const Log_Context context(label_.c_str());
+  if (reason != nullptr) {
+    VEXA_WARNING("Channel %C is closed: %C.\n", stream_->id().c_str(), reason);
+  }
+  error_code ignored;
+  socket_.close(ignored);
+  stream_->closed();
+  JSON_RPC_Notify_Manager::instance()->unsubscribe(stream_->self());
+  JSON_RPC_Channel_Pool::instance()->remove(stream_->self());
+  JSON_RPC_Channel_Map::instance()->remove(channel_);
+  inbound_.reset();
+  loop_->remove(this);
+  stream_ = nullptr;
+  channel_ = JSON_RPC_Channel::none();
+}

@@ -1,0 +1,97 @@
+#pragma once
+
+#include <array>
+#include <boost/asio/generic/stream_protocol.hpp>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "json_rpc/json_rpc_channel.h"
+#include "transport/inbound.h"
+#include "transport/loop.h"
+#include "transport/outbox.h"
+#include "transport/owed_request.h"
+#include "transport/server_state.h"
+#include "transport/stream_channel.h"
+#include "transport/wire.h"
+
+/// A connected socket on its loop: reads bytes into messages and dispatches them, writes what the
+/// channel's outbox holds, closes by the limits. Owns the channel.
+///
+/// Everything happens on the loop's thread, except wake(), close_soon() and unanswered(). Lives while
+/// the loop lists it or one of its handlers is pending.
+class Connection final : public Wire,
+                         public Answer_Debt,
+                         public Loop_Member,
+                         private Inbound::Sink,
+                         public std::enable_shared_from_this<Connection> {
+ public:
+  typedef boost::asio::generic::stream_protocol::socket Socket;
+
+  /// `socket` belongs to the loop's context, is connected and does not block.
+  Connection(std::shared_ptr<Loop> loop, std::shared_ptr<Server_State> state, Socket socket);
+  ~Connection() override;
+
+  /// Registers the channel and begins to read.
+  void start(const Stream_Channel::Addresses& addresses);
+
+  /// Answers what is owed with -32001, sends all and closes.
+  void drain();
+  void close(const char* reason);
+  std::size_t owed() const { return stream_->outbox().pending(); }
+
+  void wake() override;
+  void close_soon(const char* reason) override;
+  void unanswered(const json_spirit::Value& id) noexcept override;
+  void tick(Loop_Time now) override;
+
+ private:
+  void message(const JSON_RPC_Object_var& object) override;
+  bool overloaded() override;
+
+  template <typename Operation>
+  void guarded(Operation operation);
+  void post(void (Connection::*operation)());
+  void read();
+  void on_read(const boost::system::error_code& error, std::size_t length);
+  void take_input(const boost::system::error_code& error, std::size_t length);
+  bool read_more();
+  bool consume(const char* data, std::size_t length);
+  void resume();
+  void take_leftover();
+  void end_of_input();
+  bool refuse(const JSON_RPC_Object& object);
+  void dispatch(const JSON_RPC_Object_var& object);
+
+  void flush();
+  bool fetch();
+  bool write();
+  void on_writable(const boost::system::error_code& error);
+  void linger();
+  bool idle_allowed();
+
+  const std::shared_ptr<Loop> loop_;
+  const std::shared_ptr<Server_State> state_;
+  Socket socket_;
+  JSON_RPC_Channel_ptr weak_;         // set by start(), then only read: other threads do
+  JSON_RPC_Channel_var channel_;      // until close()
+  Stream_Channel* stream_ = nullptr;  // the same
+  std::string label_;                 // for log lines
+  std::unique_ptr<Inbound> inbound_;
+
+  bool paused_ = false;         // not read: the channel owes too much
+  bool input_ended_ = false;    // the peer sends no more
+  bool stopped_reading_ = false;  // what the peer sends is not wanted any more
+  bool lingering_ = false;      // all is sent; what still comes is thrown away until the peer closes
+  bool write_waits_ = false;    // for the socket to become writable
+  bool closed_ = false;
+  Loop_Time last_read_;
+  Loop_Time last_write_;
+  Loop_Time linger_until_;
+
+  std::string leftover_;             // read, but not yet taken: the channel was paused
+  std::vector<Output_Piece> batch_;  // taken from the outbox
+  std::size_t batch_piece_ = 0;      // the first piece that is not written whole
+  std::size_t batch_byte_ = 0;       // and how much of it is
+  std::array<char, 2048> input_;     // one read; larger ones go on in the loop's buffer
+};

@@ -1,0 +1,254 @@
+#include "transport/inbound.h"
+
+#include <cerrno>
+#include <cstring>
+#include <new>
+
+#include "json_rpc/json_rpc_dispatcher.h"
+#include "json_rpc/json_rpc_params_handler_map.h"
+#include "transport/owed_request.h"
+#include "vexa/adopt.h"
+#include "vexa/log.h"
+
+namespace {
+
+constexpr unsigned int max_bad_in_a_row = 3;
+
+bool is_space(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
+
+}  // namespace
+
+/// Requests are of a class that sees to their answer.
+class Inbound::Reader final : public JSON_RPC_Reader {
+ protected:
+  JSON_RPC_Request* make_request() override {
+    JSON_RPC_Request* const request = new (std::nothrow) Owed_Request;
+    if (request == nullptr) errno = ENOMEM;
+    return request;
+  }
+};
+
+Inbound::Inbound(Stream_Channel& channel, Sink& sink)
+    : channel_(channel), sink_(sink), reader_(std::make_unique<Reader>()) {
+  reader_->mode(JSON_RPC_Reader::OBJECT_MODE | JSON_RPC_Reader::FORWARD_RESPONSE_MODE |
+                JSON_RPC_Reader::FILTER_REQUEST_MODE);
+}
+
+Inbound::~Inbound() = default;
+
+Inbound::Verdict Inbound::feed(const char* data, std::size_t length, std::size_t& used) {
+  used = 0;
+  if (!stopped_ && sink_.overloaded()) return PAUSE;
+  while (used < length && !stopped_) {
+    used += step(data + used, length - used);
+    if (state_ == BETWEEN && used < length && sink_.overloaded()) return PAUSE;
+  }
+  return stopped_ ? STOP : GO_ON;
+}
+
+/// Takes bytes as the state wants them; at most up to the end of a message. Gives how many.
+std::size_t Inbound::step(const char* data, std::size_t length) {
+  std::size_t used = length;
+  switch (state_) {
+    case BETWEEN:
+      return between(data, length);
+    case HEADER:
+      return header(data, length);
+    case TEXT:
+      used = text(data, length);
+      break;
+    case SKIP_BY_BRACE:
+      if (feeder_.skip(data, length, used)) end_text();
+      break;
+    case SKIP_BY_LINE:
+      used = skip_line(data, length);
+      break;
+    case SKIP_BY_LENGTH:
+      used = length < body_left_ ? length : body_left_;
+      body_left_ -= used;
+      if (body_left_ == 0) end_text();
+      return used;
+  }
+  size_ += used;
+  const std::size_t limit = channel_.limits().max_message;
+  if (limit != 0 && size_ > limit && state_ != BETWEEN) {
+    if (state_ == TEXT) bad(JSON_RPC_INVALID_REQUEST);  // else it has been answered
+    stopped_ = true;
+  }
+  return used;
+}
+
+std::size_t Inbound::between(const char* data, std::size_t length) {
+  std::size_t blank = 0;
+  while (blank < length && is_space(data[blank])) ++blank;
+  if (blank == length) return length;
+  if (!framed_) {
+    framed_ = true;
+    if (data[blank] == 'C' || data[blank] == 'c') channel_.framing(Framing::HEADERS);
+  }
+  if (headers()) {
+    header_.begin();
+    state_ = HEADER;
+  } else if (begin_text()) {
+    state_ = TEXT;
+  }
+  return blank;
+}
+
+bool Inbound::begin_text() {
+  size_ = 0;
+  feeder_.begin();
+  if (!reader_->open()) {
+    stop(JSON_RPC_INTERNAL_ERROR);
+    return false;
+  }
+  reader_->channel(channel_.self());
+  reader_->request_channel(JSON_RPC_Channel_var(channel_.self()));
+  return true;
+}
+
+std::size_t Inbound::header(const char* data, std::size_t length) {
+  std::size_t used;
+  switch (header_.feed(data, length, used)) {
+    case Header_Reader::MORE:
+      break;
+    case Header_Reader::BAD:
+      stop(JSON_RPC_INVALID_REQUEST);
+      break;
+    case Header_Reader::COMPLETE: {
+      body_left_ = header_.content_length();
+      const std::size_t limit = channel_.limits().max_message;
+      if (body_left_ == 0 || (limit != 0 && body_left_ > limit)) {
+        stop(JSON_RPC_INVALID_REQUEST);
+      } else if (begin_text()) {
+        state_ = TEXT;
+      }
+      break;
+    }
+  }
+  return used;
+}
+
+std::size_t Inbound::text(const char* data, std::size_t length) {
+  const bool by_length = headers();
+  if (by_length && length > body_left_) length = body_left_;
+  std::size_t used;
+  Text_Feeder::Outcome outcome = feeder_.feed(*reader_, data, length, used);
+  if (by_length) {
+    body_left_ -= used;
+    if (outcome == Text_Feeder::MORE && body_left_ == 0) outcome = feeder_.finish(*reader_);
+  }
+  switch (outcome) {
+    case Text_Feeder::MORE:
+      return used;
+    case Text_Feeder::COMPLETE:
+      deliver();
+      end_text();
+      return used;
+    case Text_Feeder::NO_JSON:
+      bad(JSON_RPC_PARSE_ERROR);
+      state_ = SKIP_BY_LINE;
+      // The byte that was wrong may be the line feed itself.
+      if (!by_length && used > 0) --used;
+      break;
+    case Text_Feeder::REFUSED:
+      bad(JSON_RPC_INVALID_REQUEST);
+      state_ = SKIP_BY_BRACE;
+      break;
+    case Text_Feeder::REFUSED_AT_END:
+      bad(JSON_RPC_INVALID_REQUEST);
+      end_text();
+      return used;
+  }
+  if (by_length) {
+    state_ = SKIP_BY_LENGTH;
+    if (body_left_ == 0) end_text();
+  }
+  return used;
+}
+
+std::size_t Inbound::skip_line(const char* data, std::size_t length) {
+  const void* const line_feed = std::memchr(data, '\n', length);
+  if (line_feed == nullptr) return length;
+  state_ = BETWEEN;
+  return static_cast<const char*>(line_feed) - data + 1;
+}
+
+/// The text has ended, good or bad. With header framing the body may go on: white space, or garbage
+/// that its length passes over.
+void Inbound::end_text() {
+  feeder_.clear();
+  reader_->close();
+  state_ = headers() && body_left_ > 0 ? SKIP_BY_LENGTH : BETWEEN;
+}
+
+void Inbound::deliver() {
+  const JSON_RPC_Object_var object = reader_->object();
+  if (object.get() == nullptr) {
+    if (reader_->state() != JSON_RPC_Reader::STATE_FORWARDING) bad(JSON_RPC_INVALID_REQUEST);
+    return;
+  }
+  const bool call = object->type == JSON_RPC_Object::TYPE_REQUEST ||
+                    object->type == JSON_RPC_Object::TYPE_NOTIFY;
+  if (call && static_cast<const JSON_RPC_Request&>(*object).method.empty()) {
+    bad(JSON_RPC_INVALID_REQUEST);
+    return;
+  }
+  bad_in_a_row_ = 0;
+  reader_->close();  // the reader's own handle goes first: the message belongs to its handler
+  sink_.message(object);
+}
+
+/// The text is no message. It is answered once, unless it pretended to be an answer.
+void Inbound::bad(int code) {
+  if (reader_->members() & (JSON_RPC_Reader::RESULT_BIT | JSON_RPC_Reader::ERROR_BIT)) {
+    // A relay has put the requester's id in place of ours: nobody here waits for that.
+    if (reader_->state() != JSON_RPC_Reader::STATE_FORWARDING) fail_waiter();
+  } else {
+    channel_.complain(code == JSON_RPC_PARSE_ERROR ? json_spirit::Value() : reader_->id(), code);
+  }
+  reader_->close();
+  if (++bad_in_a_row_ == max_bad_in_a_row) {
+    VEXA_WARNING("Channel %C sent %u bad messages in a row.\n", channel_.id().c_str(),
+                 bad_in_a_row_);
+    stopped_ = true;
+  }
+}
+
+/// A broken answer: whatever waits for it learns that it will not come.
+void Inbound::fail_waiter() {
+  if (reader_->id().is_null()) return;
+  JSON_RPC_Response_Error* const error = new (std::nothrow) JSON_RPC_Response_Error;
+  JSON_RPC_Object_var object;
+  if (!vexa::adopt(object, static_cast<JSON_RPC_Object*>(error))) return;
+  error->id = reader_->id();
+  error->message = "Internal error, the answer is broken.";
+  JSON_RPC_Dispatcher::instance()->dispatch(channel_.self(), object);
+}
+
+/// Nothing that follows can be made out, or is wanted.
+void Inbound::stop(int code) {
+  bad(code);
+  stopped_ = true;
+}
+
+void Inbound::end() {
+  if (stopped_) return;
+  if (state_ == TEXT) {
+    switch (feeder_.finish(*reader_)) {
+      case Text_Feeder::COMPLETE:
+        deliver();
+        break;
+      case Text_Feeder::REFUSED_AT_END:
+        bad(JSON_RPC_INVALID_REQUEST);
+        break;
+      default:
+        bad(JSON_RPC_PARSE_ERROR);
+        break;
+    }
+  } else if (state_ == HEADER) {
+    bad(JSON_RPC_INVALID_REQUEST);
+  }
+  stopped_ = true;
+  reader_->close();
+}

@@ -1,0 +1,221 @@
+#include "transport/listener.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <boost/asio/error.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/local/stream_protocol.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/asio/socket_base.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <cerrno>
+#include <chrono>
+#include <utility>
+
+#include "vexa/log.h"
+
+namespace asio = boost::asio;
+using boost::system::error_code;
+using asio::ip::tcp;
+typedef asio::local::stream_protocol unix_stream;
+
+namespace {
+
+constexpr std::chrono::milliseconds retry_after{500};  // when descriptors have run out
+
+Stream_Channel::Addresses addresses_of(const tcp::socket& socket) {
+  Stream_Channel::Addresses addresses;
+  error_code ignored;
+  const tcp::endpoint local = socket.local_endpoint(ignored);
+  const tcp::endpoint remote = socket.remote_endpoint(ignored);
+  addresses.local.set_addr(local.data(), static_cast<int>(local.size()));
+  addresses.remote.set_addr(remote.data(), static_cast<int>(remote.size()));
+  return addresses;
+}
+
+Stream_Channel::Addresses addresses_of(const unix_stream::socket&) {
+  Stream_Channel::Addresses addresses;
+  addresses.local.set(static_cast<u_short>(0), "127.0.0.1", 1, AF_INET);
+  addresses.remote = addresses.local;
+  return addresses;
+}
+
+void prepare(tcp::socket& socket) {
+  error_code ignored;
+  socket.set_option(tcp::no_delay(true), ignored);
+  socket.set_option(asio::socket_base::keep_alive(true), ignored);
+}
+
+void prepare(unix_stream::socket&) {}
+
+template <typename Protocol>
+class Listener_Of final : public Listener {
+ public:
+  Listener_Of(const Endpoint& endpoint, std::shared_ptr<Loop> loop,
+              std::shared_ptr<Server_State> state, Next_Loop next_loop)
+      : loop_(std::move(loop)),
+        state_(std::move(state)),
+        next_loop_(std::move(next_loop)),
+        acceptor_(loop_->context()),
+        timer_(loop_->context()) {
+    endpoint_ = endpoint;
+  }
+
+  ~Listener_Of() override { remove_file(); }
+
+  bool open(const typename Protocol::endpoint& address, error_code& error) {
+    acceptor_.open(address.protocol(), error);
+    if (!error && endpoint_.kind == Endpoint::TCP) {
+      acceptor_.set_option(asio::socket_base::reuse_address(true), error);
+    }
+    // A Unix socket is born with its final mode: nobody slips in between.
+    const mode_t mask = ::umask(0177);
+    if (!error) acceptor_.bind(address, error);
+    ::umask(mask);
+    if (error) return false;
+    bound_ = true;
+    acceptor_.listen(asio::socket_base::max_listen_connections, error);
+    if (!error) acceptor_.non_blocking(true, error);
+    return !error;
+  }
+
+  typename Protocol::endpoint bound() const {
+    error_code ignored;
+    return acceptor_.local_endpoint(ignored);
+  }
+  void port(std::uint16_t port) { endpoint_.port = port; }
+
+  void start() override { wait(); }
+
+  void resume() override {
+    if (!paused_ || state_->connections >= state_->limits.max_connections) return;
+    paused_ = false;
+    VEXA_INFO("Accepting goes on at %C.\n", endpoint_.url().c_str());
+    wait();
+  }
+
+  void close() override {
+    error_code ignored;
+    acceptor_.close(ignored);
+    timer_.cancel();
+    paused_ = false;
+    remove_file();
+  }
+
+ private:
+  void wait() {
+    acceptor_.async_wait(asio::socket_base::wait_read, [this](const error_code& error) {
+      if (!error) accept();
+    });
+  }
+
+  /// Takes every connection that has come, unless too many are open.
+  void accept() {
+    for (;;) {
+      if (state_->connections >= state_->limits.max_connections) {
+        VEXA_WARNING("Accepting pauses at %C: %B connections are open.\n",
+                     endpoint_.url().c_str(), state_->limits.max_connections);
+        paused_ = true;
+        return;
+      }
+      const std::shared_ptr<Loop> loop = next_loop_();
+      error_code error;
+      typename Protocol::socket socket = acceptor_.accept(loop->context(), error);
+      if (error == asio::error::would_block || error == asio::error::try_again) break;
+      if (!error) {
+        hand_over(loop, std::move(socket));
+      } else if (exhausted(error)) {
+        return retry_later(error);
+      }
+      // Any other error concerns that connection alone: its peer has gone again.
+    }
+    wait();
+  }
+
+  static bool exhausted(const error_code& error) {
+    return error.value() == EMFILE || error.value() == ENFILE || error.value() == ENOBUFS ||
+           error.value() == ENOMEM;
+  }
+
+  void retry_later(const error_code& error) {
+    VEXA_WARNING("Accepting pauses at %C: %C.\n", endpoint_.url().c_str(),
+                 error.message().c_str());
+    timer_.expires_after(retry_after);
+    timer_.async_wait([this](const error_code& e) {
+      if (!e && acceptor_.is_open()) accept();
+    });
+  }
+
+  void hand_over(const std::shared_ptr<Loop>& loop, typename Protocol::socket socket) {
+    const Stream_Channel::Addresses addresses = addresses_of(socket);
+    prepare(socket);
+    error_code error;
+    socket.non_blocking(true, error);
+    if (error) return;
+    const std::shared_ptr<Connection> connection =
+        std::make_shared<Connection>(loop, state_, Connection::Socket(std::move(socket)));
+    asio::post(loop->context(), [connection, addresses] { connection->start(addresses); });
+  }
+
+  void remove_file() {
+    if (!bound_ || endpoint_.kind != Endpoint::UNIX) return;
+    bound_ = false;
+    ::unlink(endpoint_.path.c_str());
+  }
+
+  const std::shared_ptr<Loop> loop_;
+  const std::shared_ptr<Server_State> state_;
+  const Next_Loop next_loop_;
+  typename Protocol::acceptor acceptor_;
+  asio::steady_timer timer_;
+  bool paused_ = false;
+  bool bound_ = false;
+};
+
+/// Removes the file of a socket that nobody listens on any more; one that is alive stays.
+void remove_stale(const std::string& path) {
+  struct stat status;
+  if (::lstat(path.c_str(), &status) != 0 || !S_ISSOCK(status.st_mode)) return;
+  asio::io_context context;
+  unix_stream::socket probe(context);
+  error_code error;
+  probe.connect(unix_stream::endpoint(path), error);
+  if (error == asio::error::connection_refused) ::unlink(path.c_str());
+}
+
+template <typename Protocol>
+std::unique_ptr<Listener> finish(std::unique_ptr<Listener_Of<Protocol>> listener,
+                                 const typename Protocol::endpoint& address, std::string& error) {
+  error_code code;
+  if (listener->open(address, code)) return listener;
+  error = code.message();
+  return nullptr;
+}
+
+}  // namespace
+
+std::unique_ptr<Listener> open_listener(const Endpoint& endpoint, const std::shared_ptr<Loop>& loop,
+                                        const std::shared_ptr<Server_State>& state,
+                                        Listener::Next_Loop next_loop, std::string& error) {
+  if (endpoint.kind == Endpoint::UNIX) {
+    remove_stale(endpoint.path);
+    return finish<unix_stream>(
+        std::make_unique<Listener_Of<unix_stream>>(endpoint, loop, state, std::move(next_loop)),
+        unix_stream::endpoint(endpoint.path), error);
+  }
+  error_code code;
+  tcp::resolver resolver(loop->context());
+  const tcp::resolver::results_type found =
+      resolver.resolve(endpoint.host, std::to_string(endpoint.port), tcp::resolver::passive, code);
+  if (code || found.empty()) {
+    error = code.message();
+    return nullptr;
+  }
+  auto listener = std::make_unique<Listener_Of<tcp>>(endpoint, loop, state, std::move(next_loop));
+  Listener_Of<tcp>* const opened = listener.get();
+  std::unique_ptr<Listener> result =
+      finish<tcp>(std::move(listener), found.begin()->endpoint(), error);
+  if (result != nullptr) opened->port(opened->bound().port());
+  return result;
+}

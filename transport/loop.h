@@ -1,0 +1,59 @@
+#pragma once
+
+#include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <chrono>
+#include <memory>
+#include <thread>
+#include <unordered_map>
+#include <vector>
+
+typedef std::chrono::steady_clock::time_point Loop_Time;
+
+/// Something that lives on a loop and is told when time has passed.
+class Loop_Member {
+ public:
+  virtual ~Loop_Member() = default;
+  virtual void tick(Loop_Time now) = 0;
+};
+
+/// One thread and its io_context. What is pinned to a loop is touched by its thread alone, except for
+/// post() on its context, which any thread may call.
+class Loop {
+ public:
+  /// Members are ticked every `period`.
+  explicit Loop(std::chrono::milliseconds period);
+  ~Loop();
+  Loop(const Loop&) = delete;
+  Loop& operator=(const Loop&) = delete;
+
+  boost::asio::io_context& context() { return context_; }
+
+  void start();
+  /// Ends the thread, after the handler that runs. From another thread.
+  void stop();
+
+  /// The loop's thread, or none runs: keeps a member alive until remove().
+  void add(const std::shared_ptr<Loop_Member>& member);
+  void remove(Loop_Member* member);
+  std::vector<std::shared_ptr<Loop_Member>> members() const;
+
+  /// The time, to a few milliseconds: cheap enough for every message.
+  static Loop_Time now();
+
+  /// A buffer for one read; what is in it is gone after the next.
+  static constexpr std::size_t buffer_size = 64u << 10;
+  char* buffer() { return buffer_.get(); }
+
+ private:
+  void arm();
+
+  boost::asio::io_context context_;
+  boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work_;
+  boost::asio::steady_timer timer_;
+  const std::chrono::milliseconds period_;
+  std::unique_ptr<char[]> buffer_;
+  std::unordered_map<Loop_Member*, std::shared_ptr<Loop_Member>> members_;
+  std::thread thread_;
+};

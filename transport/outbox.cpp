@@ -1,0 +1,186 @@
+#include "transport/outbox.h"
+
+#include <algorithm>
+#include <iterator>
+#include <utility>
+
+namespace {
+
+// Small messages share a piece, and so a system call's vector entry.
+constexpr std::size_t joined_piece = 64u << 10;
+// Shared text below this is copied: cheaper than an entry of its own.
+constexpr std::size_t copied_text = 4u << 10;
+
+}  // namespace
+
+std::size_t Outbox::await(const json_spirit::Value& id) {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  awaited_.add(id);
+  return awaited_.size();
+}
+
+/// Whether a message of that size may join the line. Requires mutex_.
+Outbox::Result Outbox::admit(Kind kind, std::size_t bytes) {
+  if (closed_) return CLOSED;
+  const bool refusable = kind == NOTICE || kind == CALL;
+  if (refusable && unsent_ > 0 && unsent_ + bytes > max_queue_) return OVERFLOW;
+  return SENT;
+}
+
+/// Requires mutex_.
+bool Outbox::must_wake() { return !std::exchange(attended_, true); }
+
+/// Appends to the last piece where that is small and complete. Requires mutex_.
+void Outbox::add(std::string_view text) {
+  if (line_.empty() || line_.back().stream != 0 || line_.back().shared ||
+      line_.back().own.size() + text.size() > joined_piece) {
+    line_.emplace_back();
+  }
+  line_.back().own.append(text);
+  unsent_ += text.size();
+}
+
+Outbox::Result Outbox::put(Kind kind, const json_spirit::Value& id, std::string_view head,
+                           std::string_view body, const Shared_Text& shared, bool& wake) {
+  wake = false;
+  const std::lock_guard<std::mutex> guard(mutex_);
+  const std::string_view text = shared ? std::string_view(*shared) : body;
+  const Result admitted = admit(kind, head.size() + text.size());
+  if (admitted != SENT) return admitted;
+  if (kind == ANSWER && !awaited_.settle(id)) return NOT_AWAITED;
+  if (!head.empty()) add(head);
+  if (shared && text.size() > copied_text) {
+    line_.push_back({std::string(), shared, 0});
+    unsent_ += text.size();
+  } else {
+    add(text);
+  }
+  wake = must_wake();
+  return SENT;
+}
+
+Outbox::Result Outbox::begin(std::string_view text, const json_spirit::Value* answered,
+                             std::uint64_t& stream, bool& wake) {
+  wake = false;
+  const std::lock_guard<std::mutex> guard(mutex_);
+  if (closed_) return CLOSED;
+  if (answered != nullptr && !awaited_.settle(*answered)) return NOT_AWAITED;
+  stream = ++last_stream_;
+  line_.push_back({std::string(text), Shared_Text(), stream});
+  unsent_ += text.size();
+  wake = must_wake();
+  return SENT;
+}
+
+/// Requires mutex_.
+Output_Piece* Outbox::find(std::uint64_t stream) {
+  const auto it = std::find_if(line_.begin(), line_.end(),
+                               [=](const Output_Piece& piece) { return piece.stream == stream; });
+  return it == line_.end() ? nullptr : &*it;
+}
+
+Outbox::Result Outbox::append(std::uint64_t stream, std::string_view text, bool& wake) {
+  wake = false;
+  const std::lock_guard<std::mutex> guard(mutex_);
+  Output_Piece* const piece = find(stream);
+  if (closed_ || piece == nullptr) return CLOSED;
+  piece->own.append(text);
+  unsent_ += text.size();
+  wake = must_wake();
+  return SENT;
+}
+
+Outbox::Result Outbox::end(std::uint64_t stream, std::string_view text, bool& wake) {
+  wake = false;
+  const std::lock_guard<std::mutex> guard(mutex_);
+  Output_Piece* const piece = find(stream);
+  if (closed_ || piece == nullptr) return CLOSED;
+  piece->own.append(text);
+  piece->stream = 0;
+  unsent_ += text.size();
+  wake = must_wake();
+  return SENT;
+}
+
+bool Outbox::wait_for_room(std::size_t mark, std::chrono::milliseconds patience) {
+  std::unique_lock<std::mutex> guard(mutex_);
+  while (!closed_ && unsent_ > mark) {
+    const std::uint64_t before = sent_total_;
+    const bool moved =
+        room_.wait_for(guard, patience, [&] { return closed_ || sent_total_ != before; });
+    if (!moved) return false;
+  }
+  return !closed_;
+}
+
+std::size_t Outbox::unsent() const {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  return unsent_;
+}
+
+std::size_t Outbox::pending() const {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  return awaited_.size();
+}
+
+bool Outbox::owes() const {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  return awaited_.size() > 0 || unsent_ > 0 || !line_.empty();
+}
+
+bool Outbox::overloaded(std::size_t mark, std::size_t max_pending) const {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  return unsent_ > mark || awaited_.size() >= max_pending;
+}
+
+bool Outbox::is_closed() const {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  return closed_;
+}
+
+std::vector<json_spirit::Value> Outbox::awaited() const {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  return awaited_.all();
+}
+
+void Outbox::attend() {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  attended_ = true;
+}
+
+bool Outbox::take(std::vector<Output_Piece>& batch) {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  const auto open = std::find_if(line_.begin(), line_.end(),
+                                 [](const Output_Piece& piece) { return piece.stream != 0; });
+  bool taken = open != line_.begin();
+  std::move(line_.begin(), open, std::back_inserter(batch));
+  if (open != line_.end() && !open->own.empty()) {
+    batch.push_back({std::move(open->own), Shared_Text(), 0});
+    open->own.clear();
+    taken = true;
+  }
+  line_.erase(line_.begin(), open);
+  attended_ = taken;
+  return taken;
+}
+
+void Outbox::sent(std::size_t bytes) {
+  {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    unsent_ -= bytes;
+    sent_total_ += bytes;
+  }
+  room_.notify_all();
+}
+
+void Outbox::close() {
+  std::vector<Output_Piece> dropped;  // freed after the unlock
+  {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    closed_ = true;
+    dropped.swap(line_);
+    unsent_ = 0;
+    awaited_.clear();
+  }
+  room_.notify_all();
+}

@@ -1,0 +1,104 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "json_spirit/json_spirit_value.h"
+#include "transport/awaited_ids.h"
+
+/// Text that may stand in several channels' lines at once: a notification serialised once.
+typedef std::shared_ptr<const std::string> Shared_Text;
+
+/// A piece of a channel's line of messages: bytes of its own, or shared ones. An open piece belongs
+/// to a message that is still being produced; nothing behind it leaves before it is complete.
+struct Output_Piece {
+  std::string own;
+  Shared_Text shared;
+  std::uint64_t stream = 0;  ///< the open message, or 0
+  std::string_view text() const { return shared ? std::string_view(*shared) : std::string_view(own); }
+};
+
+/// What a channel owes its peer and what waits to be written: the ids that await an answer, and a
+/// first-in-first-out line of messages. Any thread puts messages in; the channel's loop takes them
+/// out. One short leaf mutex, held across no call-out and no wake-up.
+///
+/// Whoever puts in is told whether the loop must be woken (`wake`): only the first one since the loop
+/// last found the line empty.
+class Outbox {
+ public:
+  enum Result {
+    SENT,
+    NOT_AWAITED,  ///< an answer to an id that awaits none: dropped
+    OVERFLOW,     ///< refused: the line holds too much
+    CLOSED
+  };
+  /// An error under an id that awaits nothing, for text that was no message, is a COMPLAINT.
+  enum Kind { ANSWER, COMPLAINT, NOTICE, CALL };
+
+  explicit Outbox(std::size_t max_queue) : max_queue_(max_queue) {}
+
+  /// A request with this id was read and is owed an answer. Gives the number of those.
+  std::size_t await(const json_spirit::Value& id);
+
+  /// Puts a whole message in: `head` and then `body`, or `shared` where it is not null. An answer
+  /// settles its id in the same step, so that the peer is owed nothing only when the line has it.
+  Result put(Kind kind, const json_spirit::Value& id, std::string_view head, std::string_view body,
+             const Shared_Text& shared, bool& wake);
+
+  /// Begins an open message at the end of the line: `stream` names it for the calls below. A response
+  /// settles its `answered` id (else null).
+  Result begin(std::string_view text, const json_spirit::Value* answered, std::uint64_t& stream,
+               bool& wake);
+  Result append(std::uint64_t stream, std::string_view text, bool& wake);
+  Result end(std::uint64_t stream, std::string_view text, bool& wake);
+
+  /// Waits until no more than `mark` bytes are unsent. False when the outbox was closed, or when no
+  /// byte left for `patience`. Ended by sent() and close().
+  bool wait_for_room(std::size_t mark, std::chrono::milliseconds patience);
+
+  std::size_t unsent() const;
+  std::size_t pending() const;
+  /// Whether the peer is owed anything: an answer or a byte.
+  bool owes() const;
+  bool is_closed() const;
+  /// Whether more than `mark` bytes are unsent or at least `max_pending` requests await an answer.
+  bool overloaded(std::size_t mark, std::size_t max_pending) const;
+
+  /// The ids that await an answer.
+  std::vector<json_spirit::Value> awaited() const;
+
+  // For the loop.
+
+  /// From now on the loop looks into the line by itself: nobody wakes it until take() found nothing.
+  void attend();
+  /// Moves what may be written behind `batch`. False when there is nothing: the next message wakes.
+  bool take(std::vector<Output_Piece>& batch);
+  /// So many bytes of what was taken have left.
+  void sent(std::size_t bytes);
+  /// Drops everything; every later call gives CLOSED.
+  void close();
+
+ private:
+  Result admit(Kind kind, std::size_t bytes);
+  void add(std::string_view text);
+  bool must_wake();
+  Output_Piece* find(std::uint64_t stream);
+
+  const std::size_t max_queue_;
+  mutable std::mutex mutex_;                 // a leaf
+  std::condition_variable room_;             // of wait_for_room, with mutex_
+  Awaited_Ids awaited_;                      // guarded by mutex_, like all that follows
+  std::vector<Output_Piece> line_;
+  std::size_t unsent_ = 0;                   // of the line and of what the loop has taken
+  std::uint64_t sent_total_ = 0;             // shows waiters that bytes leave
+  std::uint64_t last_stream_ = 0;
+  bool attended_ = false;
+  bool closed_ = false;
+};

@@ -1,0 +1,10 @@
+#include "transport/owed_request.h"
+
+void Owed_Request::owe(const std::weak_ptr<Answer_Debt>& debt) {
+  owed_id_ = id;
+  debt_ = debt;
+}
+
+Owed_Request::~Owed_Request() {
+  if (const std::shared_ptr<Answer_Debt> debt = debt_.lock()) debt->unanswered(owed_id_);
+}

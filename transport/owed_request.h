@@ -1,0 +1,31 @@
+#pragma once
+
+#include <memory>
+
+#include "json_rpc/json_rpc_object.h"
+
+class Stream_Channel;
+
+/// Answers a request when nobody else has: the channel behind it, wherever that went.
+class Answer_Debt {
+ public:
+  virtual ~Answer_Debt() = default;
+  /// Sends -32603 under `id` if that still awaits an answer. Any thread; never throws.
+  virtual void unanswered(const json_spirit::Value& id) noexcept = 0;
+};
+
+/// A request as the transport reads it. When the last handle goes while its id still awaits an answer
+/// (a handler failed, forgot it, or was dropped with its queue), -32603 is sent. So a handler that
+/// answers later keeps its message.
+class Owed_Request final : public JSON_RPC_Request {
+ public:
+  Owed_Request() = default;
+  ~Owed_Request() override;
+
+  /// The request is complete and its id awaits an answer of `debt`.
+  void owe(const std::weak_ptr<Answer_Debt>& debt);
+
+ private:
+  std::weak_ptr<Answer_Debt> debt_;
+  json_spirit::Value owed_id_;  // the id as read: a forwarded request gets another
+};

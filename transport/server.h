@@ -1,0 +1,47 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <memory>
+#include <string>
+
+#include "transport/limits.h"
+#include "transport/transport_export.h"
+
+/// Serves JSON-RPC over stream sockets: listeners, loop threads, and a Stream_Channel for each
+/// connection, whose messages go to the dispatcher. The library's registries must exist from before
+/// start() until after stop().
+///
+///   Server server(limits, threads);
+///   server.listen("tcp://127.0.0.1:0", url, error);
+///   server.start();
+///   ...
+///   server.stop(std::chrono::seconds(10));
+///
+/// One thread, which is no loop's, calls everything here.
+class TRANSPORT_EXPORT Server {
+ public:
+  /// `threads` loops, at least one.
+  Server(const Limits& limits, unsigned int threads);
+  ~Server();
+  Server(const Server&) = delete;
+  Server& operator=(const Server&) = delete;
+
+  /// Opens a listener, which accepts from start() on: 0 and its URL, with the port that was picked, in
+  /// `bound`; or -1 and a reason in `error`. A stale Unix socket's file is replaced.
+  int listen(const std::string& url, std::string& bound, std::string& error);
+
+  void start();
+
+  /// Stops in order: no more connections; new requests are refused with -32001; those in work get up
+  /// to `drain`; what is still owed is answered -32001; all is sent and closed; the loops end.
+  void stop(std::chrono::milliseconds drain);
+
+  std::size_t connections() const;
+  /// Requests that await an answer, over all channels. While it runs.
+  std::size_t owed() const;
+
+ private:
+  struct Impl;
+  const std::unique_ptr<Impl> impl_;
+};

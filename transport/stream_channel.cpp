@@ -1,0 +1,282 @@
+#include "transport/stream_channel.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <exception>
+#include <new>
+#include <utility>
+
+#include "json_rpc/json_rpc_fan_out.h"
+#include "json_rpc/json_rpc_writer.h"
+#include "transport/current_message.h"
+#include "transport/outgoing_stream.h"
+#include "vexa/exception_text.h"
+#include "vexa/log.h"
+
+namespace {
+
+/// A buffer for the text of one message, kept by the thread from one to the next.
+std::string& scratch() {
+  constexpr std::size_t kept = 1u << 20;
+  thread_local std::string buffer;
+  if (buffer.capacity() > kept) std::string().swap(buffer);
+  buffer.clear();
+  return buffer;
+}
+
+/// The text of a message with its line feed; false when it holds a value that cannot be written.
+bool serialise(const JSON_RPC_Object& obj, std::string& text) {
+  YAJL_String_Printer printer(text);
+  JSON_RPC_Writer writer;
+  if (!writer.write(obj, printer)) return false;
+  text += '\n';
+  return true;
+}
+
+int fail(int error) {
+  errno = error;
+  return -1;
+}
+
+/// Runs what composes and queues a message. Exceptions end here: memory, or the caller's generator.
+template <typename Operation>
+int guarded(Operation operation) {
+  try {
+    return operation();
+  } catch (const std::bad_alloc&) {
+    return fail(ENOMEM);
+  } catch (...) {
+    VEXA_ERROR("A generator failed: %C\n", vexa::exception_text());
+    return fail(EINVAL);
+  }
+}
+
+bool is_response(const JSON_RPC_Object& obj) {
+  return obj.type == JSON_RPC_Object::TYPE_RESPONSE ||
+         obj.type == JSON_RPC_Object::TYPE_RESPONSE_ERROR;
+}
+
+Outbox::Kind kind_of(const JSON_RPC_Object& obj) {
+  if (is_response(obj)) return Outbox::ANSWER;
+  return obj.type == JSON_RPC_Object::TYPE_NOTIFY ? Outbox::NOTICE : Outbox::CALL;
+}
+
+JSON_RPC_Response_Error error_response(const json_spirit::Value& id, int code,
+                                       const char* message) {
+  JSON_RPC_Response_Error error;
+  error.id = id;
+  error.code = code;
+  if (message == nullptr) message = json_rpc_error_message(code);
+  if (message != nullptr) error.message = message;
+  return error;
+}
+
+}  // namespace
+
+/// A message that send_begin() opened: its thread, and the generator that it writes with.
+struct Stream_Channel::Open_Message {
+  explicit Open_Message(Stream_Channel& channel)
+      : thread(std::this_thread::get_id()), stream(channel), gen(writer.open(stream)) {}
+
+  const std::thread::id thread;
+  Outgoing_Stream stream;
+  JSON_RPC_Writer writer;
+  yajl_gen_t* const gen;
+};
+
+Stream_Channel::Stream_Channel(const Limits& limits, const Addresses& addresses,
+                               std::weak_ptr<Wire> wire)
+    : limits_(limits), addresses_(addresses), wire_(std::move(wire)), outbox_(limits.max_queue) {}
+
+Stream_Channel::~Stream_Channel() = default;
+
+int Stream_Channel::send(JSON_RPC_Object_var obj) {
+  if (obj.get() == nullptr) return fail(EINVAL);
+  return guarded([&] { return send_object(*obj); });
+}
+
+int Stream_Channel::send_object(const JSON_RPC_Object& obj) {
+  if (obj.type == JSON_RPC_Object::TYPE_NOTIFY) {
+    if (Current_Message::is(this, &obj)) return 0;
+    JSON_RPC_Fan_Out* const fan_out = JSON_RPC_Fan_Out::current();
+    if (fan_out != nullptr && fan_out->object() == &obj) return send_prepared(*fan_out, obj);
+  }
+  std::string& text = scratch();
+  if (serialise(obj, text)) {
+    return put(kind_of(obj), obj.id, text);
+  }
+  VEXA_ERROR("Refused to send a message with a value that cannot be written: too deep, or a number "
+             "that is not finite.\n");
+  if (is_response(obj)) answer_error(obj.id, JSON_RPC_INTERNAL_ERROR, nullptr);
+  return fail(EINVAL);
+}
+
+/// One of several receivers of a notification: the first of them serialises it for all.
+int Stream_Channel::send_prepared(JSON_RPC_Fan_Out& fan_out, const JSON_RPC_Object& obj) {
+  static const char ours = 0;
+  if (fan_out.prepared == nullptr || fan_out.prepared_by != &ours) {
+    std::shared_ptr<std::string> text = std::make_shared<std::string>();
+    if (!serialise(obj, *text)) return fail(EINVAL);
+    fan_out.prepared = std::move(text);
+    fan_out.prepared_by = &ours;
+  }
+  const Shared_Text text = std::static_pointer_cast<const std::string>(fan_out.prepared);
+  if (framing_ == Framing::HEADERS) return put(Outbox::NOTICE, obj.id, *text);
+  bool wake_loop;
+  const Outbox::Result result = outbox_.put(Outbox::NOTICE, obj.id, {}, {}, text, wake_loop);
+  return conclude(Outbox::NOTICE, obj.id, result, wake_loop);
+}
+
+/// Puts a message's text, line feed included, in the line.
+Outbox::Result Stream_Channel::put_text(Outbox::Kind kind, const json_spirit::Value& id,
+                                        std::string_view text, bool& wake_loop) {
+  char head[48];
+  std::size_t head_length = 0;
+  if (framing_ == Framing::HEADERS) {
+    if (!text.empty() && text.back() == '\n') text.remove_suffix(1);
+    head_length = std::snprintf(head, sizeof head, "Content-Length: %zu\r\n\r\n", text.size());
+  }
+  return outbox_.put(kind, id, std::string_view(head, head_length), text, nullptr, wake_loop);
+}
+
+int Stream_Channel::put(Outbox::Kind kind, const json_spirit::Value& id, std::string_view text) {
+  bool wake_loop;
+  const Outbox::Result result = put_text(kind, id, text, wake_loop);
+  return conclude(kind, id, result, wake_loop);
+}
+
+int Stream_Channel::conclude(Outbox::Kind kind, const json_spirit::Value& id,
+                             Outbox::Result result, bool wake_loop) {
+  if (result == Outbox::SENT) {
+    if (wake_loop) wake();
+    return 0;
+  }
+  if (result == Outbox::OVERFLOW && kind == Outbox::NOTICE) {
+    close_soon("it does not take its notifications");
+  }
+  report_dropped(result, id);
+  return -1;
+}
+
+/// Sets errno for a message that did not get into the line, and logs what nobody else would tell.
+void Stream_Channel::report_dropped(Outbox::Result result, const json_spirit::Value& id) {
+  switch (result) {
+    case Outbox::NOT_AWAITED:
+      VEXA_WARNING("Dropped an answer to id %C of channel %C, which awaits none.\n",
+                   JSON_RPC_Id(id).c_str(), this->id().c_str());
+      errno = EINVAL;
+      return;
+    case Outbox::OVERFLOW:
+      errno = ENOBUFS;
+      return;
+    default:
+      errno = ENOTCONN;
+      return;
+  }
+}
+
+bool Stream_Channel::answer_error(const json_spirit::Value& id, int code, const char* message) {
+  bool answered = false;
+  guarded([&] {
+    std::string& text = scratch();
+    if (!serialise(error_response(id, code, message), text)) return -1;
+    bool wake_loop;
+    const Outbox::Result result = put_text(Outbox::ANSWER, id, text, wake_loop);
+    answered = result == Outbox::SENT;
+    if (answered && wake_loop) wake();
+    return 0;
+  });
+  return answered;
+}
+
+void Stream_Channel::complain(const json_spirit::Value& id, int code, const char* message) {
+  guarded([&] {
+    std::string& text = scratch();
+    return serialise(error_response(id, code, message), text) ? put(Outbox::COMPLAINT, id, text)
+                                                              : -1;
+  });
+}
+
+int Stream_Channel::send(JSON_Generator& gen) {
+  return guarded([&] {
+    Outgoing_Stream stream(*this);
+    JSON_RPC_Writer writer;
+    const bool written = writer.write(gen, stream);
+    if (stream.failed()) return fail(stream.error());
+    if (!written) return fail(EINVAL);
+    return stream.finish();
+  });
+}
+
+yajl_gen_t* Stream_Channel::send_begin() {
+  yajl_gen_t* gen = nullptr;
+  guarded([&] {
+    if (outbox_.is_closed()) return fail(ENOTCONN);
+    const std::lock_guard<std::mutex> guard(open_mutex_);
+    for (const auto& message : open_) {
+      if (message->thread == std::this_thread::get_id()) return fail(EBUSY);
+    }
+    open_.push_back(std::make_unique<Open_Message>(*this));
+    gen = open_.back()->gen;
+    if (gen != nullptr) return 0;
+    open_.pop_back();
+    return fail(ENOMEM);
+  });
+  return gen;
+}
+
+int Stream_Channel::send_end() {
+  return guarded([&] {
+    std::unique_ptr<Open_Message> message;
+    {
+      const std::lock_guard<std::mutex> guard(open_mutex_);
+      const auto it = std::find_if(open_.begin(), open_.end(), [](const auto& open) {
+        return open->thread == std::this_thread::get_id();
+      });
+      if (it == open_.end()) return fail(EINVAL);
+      message = std::move(*it);
+      open_.erase(it);
+    }
+    return message->stream.finish();
+  });
+}
+
+namespace {
+
+int copy_address(const ACE_INET_Addr& from, ACE_Addr& to) {
+  if (to.get_type() != AF_INET && to.get_type() != AF_INET6) return fail(EAFNOSUPPORT);
+  static_cast<ACE_INET_Addr&>(to) = from;
+  return 0;
+}
+
+}  // namespace
+
+int Stream_Channel::get_local_addr(ACE_Addr& addr) {
+  return copy_address(addresses_.local, addr);
+}
+
+int Stream_Channel::get_remote_addr(ACE_Addr& addr) {
+  return copy_address(addresses_.remote, addr);
+}
+
+int Stream_Channel::get_original_addr(ACE_Addr& addr) const {
+  return copy_address(addresses_.remote, addr);
+}
+
+HTTP_SOCK_State Stream_Channel::request_state() { return response_state(); }
+
+HTTP_SOCK_State Stream_Channel::response_state() {
+  return outbox_.is_closed() ? HTTP_SOCK_STATE_CLOSED : HTTP_SOCK_STATE_CONNECTED;
+}
+
+void Stream_Channel::wake() {
+  if (const std::shared_ptr<Wire> wire = wire_.lock()) wire->wake();
+}
+
+void Stream_Channel::close_soon(const char* reason) {
+  if (closing_.exchange(true)) return;
+  if (const std::shared_ptr<Wire> wire = wire_.lock()) wire->close_soon(reason);
+}
+
+void Stream_Channel::closed() { outbox_.close(); }

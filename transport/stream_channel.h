@@ -1,0 +1,116 @@
+#pragma once
+
+#include <ace/INET_Addr.h>
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "json_rpc/json_rpc_channel.h"
+#include "json_rpc/json_rpc_object.h"
+#include "json_spirit/json_spirit_value.h"
+#include "transport/limits.h"
+#include "transport/outbox.h"
+#include "transport/transport_export.h"
+#include "transport/wire.h"
+
+class JSON_RPC_Fan_Out;
+
+/// How messages are told apart on a stream; a connection's first byte decides.
+enum class Framing {
+  LINES,   ///< JSON texts one after the other; each that we send ends in a line feed
+  HEADERS  ///< `Content-Length: N`, a blank line, N bytes of JSON
+};
+
+/// A JSON-RPC channel over a stream socket. Its connection, on one loop, owns it; everyone else holds
+/// it weakly, or strong for the length of a call. Any thread may send.
+///
+/// A request is answered exactly once: the channel keeps the ids that await an answer, and a response
+/// to any other id is dropped with a log line. io_mutex() is null: messages are queued whole, so no
+/// writer has to keep others out.
+class TRANSPORT_EXPORT Stream_Channel : public JSON_RPC_Channel {
+ public:
+  /// Channel types; `type()` of every channel of this transport is one of them.
+  enum Type { AGENT = 1, STREAM = 2, HTTP = 3, WEBSOCKET = 4 };
+
+  /// What the kernel knows of the two ends; a Unix socket counts as the loopback address, port 0.
+  struct Addresses {
+    ACE_INET_Addr local;
+    ACE_INET_Addr remote;
+  };
+
+  Stream_Channel(const Limits& limits, const Addresses& addresses, std::weak_ptr<Wire> wire);
+  ~Stream_Channel() override;
+
+  /// The weak reference that the channel gives of itself; set once, by whoever created it.
+  const JSON_RPC_Channel_ptr& self() const { return self_; }
+  void self(const JSON_RPC_Channel_ptr& self) { self_ = self; }
+
+  /// Serialises `obj` before it returns, and never waits. 0, or -1 with errno: ENOTCONN closed; EINVAL
+  /// a value that cannot be written (a response is then replaced by -32603 under its id), or a
+  /// response to an id that awaits none; ENOBUFS too much is unsent: a call is refused, a
+  /// notification closes the channel.
+  int send(JSON_RPC_Object_var obj) override;
+
+  /// Sends what `gen` generates. On a thread that is no loop's it waits while too much is unsent, for
+  /// at most the stall time without progress (ETIMEDOUT); on a loop thread it fails (ENOBUFS). A
+  /// message that fails half-way on the wire closes the channel.
+  int send(JSON_Generator& gen) override;
+
+  /// The same by hand: the generator is the calling thread's until its send_end(). One open message a
+  /// thread (EBUSY).
+  yajl_gen_t* send_begin() override;
+  int send_end() override;
+
+  int get_local_addr(ACE_Addr& addr) override;
+  int get_remote_addr(ACE_Addr& addr) override;
+  int get_original_addr(ACE_Addr& addr) const override;
+  bool is_ssl() override { return false; }
+  HTTP_SOCK_State request_state() override;
+  HTTP_SOCK_State response_state() override;
+
+  /// A request of this channel was read: it is owed an answer. The number of those.
+  std::size_t await(const json_spirit::Value& id) { return outbox_.await(id); }
+  /// Answers `id` with an error if it still awaits an answer; whether it did.
+  bool answer_error(const json_spirit::Value& id, int code, const char* message);
+  /// An error under `id`, null where none was read, for text that is no message.
+  void complain(const json_spirit::Value& id, int code, const char* message = nullptr);
+
+  void framing(Framing framing) { framing_ = framing; }
+  Framing framing() const { return framing_; }
+  const Limits& limits() const { return limits_; }
+  Outbox& outbox() { return outbox_; }
+
+  /// Asks the loop to close the connection.
+  void close_soon(const char* reason);
+  /// The connection has gone: nothing can be sent any more, and whoever waits to send gives up.
+  void closed();
+
+ private:
+  friend class Outgoing_Stream;
+  struct Open_Message;
+
+  int send_object(const JSON_RPC_Object& obj);
+  int send_prepared(JSON_RPC_Fan_Out& fan_out, const JSON_RPC_Object& obj);
+  int put(Outbox::Kind kind, const json_spirit::Value& id, std::string_view text);
+  Outbox::Result put_text(Outbox::Kind kind, const json_spirit::Value& id, std::string_view text,
+                          bool& wake_loop);
+  int conclude(Outbox::Kind kind, const json_spirit::Value& id, Outbox::Result result,
+               bool wake_loop);
+  void report_dropped(Outbox::Result result, const json_spirit::Value& id);
+  void wake();
+
+  const Limits limits_;
+  const Addresses addresses_;
+  const std::weak_ptr<Wire> wire_;
+  JSON_RPC_Channel_ptr self_;  // set before the channel is shared, then only read
+  std::atomic<Framing> framing_{Framing::LINES};
+  std::atomic<bool> closing_{false};  // the loop has been asked to close
+  Outbox outbox_;
+  std::mutex open_mutex_;  // a leaf
+  std::vector<std::unique_ptr<Open_Message>> open_;  // guarded by open_mutex_; one a thread at most
+};

@@ -1,0 +1,81 @@
+#include "transport/text_feeder.h"
+
+#include "json_rpc/json_rpc_reader.h"
+
+namespace {
+
+constexpr std::size_t kept_capacity = 1u << 10;  // what an idle channel may keep
+
+}  // namespace
+
+void Text_Feeder::begin() {
+  scanner_.reset();
+  held_.clear();
+}
+
+void Text_Feeder::clear() {
+  begin();
+  if (held_.capacity() > kept_capacity) std::string().swap(held_);
+}
+
+Text_Feeder::Outcome Text_Feeder::read(JSON_RPC_Reader& reader, const char* data,
+                                       std::size_t length, std::size_t& taken) {
+  taken = length;
+  if (length == 0 || reader.read(data, length)) return MORE;
+  taken = reader.consumed() < length ? reader.consumed() : length;
+  return reader.refused() ? REFUSED : NO_JSON;
+}
+
+Text_Feeder::Outcome Text_Feeder::feed(JSON_RPC_Reader& reader, const char* data,
+                                       std::size_t length, std::size_t& used) {
+  const std::size_t end = scanner_.scan(data, length);
+  const bool ended = end != Message_Scanner::npos;
+  const std::size_t whole = ended ? end : scanner_.whole();
+  used = ended ? end : length;
+  if (whole == 0 && !ended) {
+    held_.append(data, length);
+    return MORE;
+  }
+
+  std::size_t taken;
+  Outcome outcome;
+  if (held_.empty()) {
+    outcome = read(reader, data, whole, taken);
+  } else {
+    const std::size_t before = held_.size();
+    held_.append(data, whole);
+    outcome = read(reader, held_.data(), held_.size(), taken);
+    taken = taken > before ? taken - before : 0;
+    held_.clear();
+  }
+  if (outcome == NO_JSON) {
+    used = taken;
+    return NO_JSON;
+  }
+  if (outcome == REFUSED) {
+    // The end has been scanned for already; skip() goes on behind it.
+    if (ended) return REFUSED_AT_END;
+    return REFUSED;
+  }
+  if (!ended) {
+    held_.assign(data + whole, length - whole);
+    return MORE;
+  }
+  if (scanner_.container()) return COMPLETE;
+  return finish(reader);
+}
+
+bool Text_Feeder::skip(const char* data, std::size_t length, std::size_t& used) {
+  const std::size_t end = scanner_.scan(data, length);
+  used = end == Message_Scanner::npos ? length : end;
+  return end != Message_Scanner::npos;
+}
+
+Text_Feeder::Outcome Text_Feeder::finish(JSON_RPC_Reader& reader) {
+  std::size_t taken;
+  const Outcome outcome = read(reader, held_.data(), held_.size(), taken);
+  held_.clear();
+  if (outcome != MORE) return outcome == REFUSED ? REFUSED_AT_END : outcome;
+  if (reader.read(nullptr, 0)) return COMPLETE;
+  return reader.refused() ? REFUSED_AT_END : NO_JSON;
+}
