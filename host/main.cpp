@@ -1,0 +1,116 @@
+// The reference host: loads the library and its handlers through the service configurator, opens
+// listeners, serves until SIGTERM or SIGINT, and stops in order.
+
+#include <signal.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <iostream>
+#include <string>
+
+#include "host/log_output.h"
+#include "host/options.h"
+#include "host/services.h"
+#include "json_rpc/json_rpc_thread_handler.h"
+#include "json_rpc/json_rpc_thread_pool_handler.h"
+#include "transport/server.h"
+#include "vexa/log.h"
+
+namespace {
+
+constexpr int bad_configuration = 1;
+constexpr int bad_start = 2;
+constexpr rlim_t other_descriptors = 64;  // beside the connections
+
+/// Makes room for the connections among the process's descriptors; where the system has not as many,
+/// fewer connections are allowed.
+void fit_descriptors(Limits& limits) {
+  rlimit limit;
+  if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
+  const rlim_t wanted = limits.max_connections + other_descriptors;
+  if (limit.rlim_cur < wanted) {
+    limit.rlim_cur = std::min(wanted, limit.rlim_max);
+    if (::setrlimit(RLIMIT_NOFILE, &limit) != 0) ::getrlimit(RLIMIT_NOFILE, &limit);
+  }
+  if (limit.rlim_cur >= wanted) return;
+  limits.max_connections = std::max<rlim_t>(limit.rlim_cur, other_descriptors + 1) - other_descriptors;
+  VEXA_WARNING("The system allows %B descriptors: at most %B connections.\n",
+               static_cast<size_t>(limit.rlim_cur), limits.max_connections);
+}
+
+/// The signals that stop the host, blocked in every thread from before the first one.
+sigset_t stop_signals() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGTERM);
+  sigaddset(&signals, SIGINT);
+  return signals;
+}
+
+void wait_for_stop(const sigset_t& signals) {
+  int signal = 0;
+  while (sigwait(&signals, &signal) != 0) {
+  }
+  VEXA_INFO("Stopping on signal %d.\n", signal);
+  // A second one ends the process at once.
+  pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+}
+
+int check(Services& services, const Options& options, const Log_Output& log) {
+  const bool good = services.load(options.svc) == 0 && Services::ready() &&
+                    Services::failures() == 0 && log.errors() == 0;
+  services.close();
+  std::cout << options.svc << (good ? ": good\n" : ": bad, see the log\n");
+  return good ? 0 : bad_configuration;
+}
+
+int serve(Services& services, const Options& options, const sigset_t& signals) {
+  Server server(options.limits, options.threads);
+  for (const std::string& url : options.listen) {
+    std::string bound;
+    std::string error;
+    if (server.listen(url, bound, error) != 0) {
+      std::cerr << "json_rpc_host: cannot listen on " << url << ": " << error << '\n';
+      services.close();
+      return bad_start;
+    }
+    std::cout << "listening " << bound << '\n';
+  }
+  server.start();
+  std::cout << "ready" << std::endl;
+  wait_for_stop(signals);
+  server.stop(options.drain);
+
+  // A handler that does not end would hold the stop of its service for ever.
+  if (JSON_RPC_Thread_Pool_Handler::busy() != 0 || JSON_RPC_Thread_Handler::running() != 0) {
+    VEXA_WARNING("Handlers still run: the process leaves without finishing its services.\n");
+    ::_exit(0);
+  }
+  services.close();
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Options options;
+  int status = 0;
+  if (!options.parse(argc, argv, status)) return status;
+  ::signal(SIGPIPE, SIG_IGN);
+  const sigset_t signals = stop_signals();
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+
+  Log_Output log(options.log_level);
+  Services services;
+  if (options.check) return check(services, options, log);
+  fit_descriptors(options.limits);
+  services.load(options.svc);
+  if (!Services::ready()) {
+    services.close();
+    std::cerr << "json_rpc_host: " << options.svc << " could not be loaded\n";
+    return bad_start;
+  }
+  return serve(services, options, signals);
+}
