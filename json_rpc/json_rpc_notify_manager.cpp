@@ -85,6 +85,11 @@ bool JSON_RPC_Notify_Manager::subscribed(const JSON_RPC_Channel_ptr& subscriber)
   });
 }
 
+std::size_t JSON_RPC_Notify_Manager::size() const {
+  ACE_READ_GUARD_RETURN(lock_type, guard, lock_, 0);
+  return map_.size();
+}
+
 int JSON_RPC_Notify_Manager::notify(subject_type subject, const JSON_RPC_Object_var& obj) {
   JSON_RPC_Fan_Out fan_out(obj);
   const JSON_RPC_Channel_var fallback(Global_JSON_RPC_Channel::instance());

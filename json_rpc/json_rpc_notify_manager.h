@@ -2,6 +2,7 @@
 
 #include <ace/RW_Thread_Mutex.h>
 
+#include <cstddef>
 #include <map>
 #include <string>
 #include <vector>
@@ -49,6 +50,10 @@ public:
   /// Whether that channel, which is not gone, has a subscription. Takes time with the number of all
   /// subscriptions. False when the lock fails.
   bool subscribed(const JSON_RPC_Channel_ptr& subscriber) const;
+
+  /// How many subscriptions there are, those of channels that are gone and not yet swept included.
+  /// 0 when the lock fails.
+  std::size_t size() const;
 
   /// Sends `obj` to the subscribers of `subject`, then to those of "*", each in the order in which
   /// they subscribed, then to the default channel. Channels that are gone are skipped; what send()

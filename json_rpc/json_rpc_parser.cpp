@@ -99,6 +99,7 @@ std::size_t JSON_RPC_Parser::consumed() const {
 }
 
 bool JSON_RPC_Parser::handle_any(unsigned int allowed, const char* text, std::size_t length) {
+  if (states_.empty()) return fail(ERROR_STRUCTURE);
   JSON_State& state = states_.back();
   if ((allowed & state.key) == 0) return fail(ERROR_MEMBER);
   state.masks |= state.key;

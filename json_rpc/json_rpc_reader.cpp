@@ -7,7 +7,6 @@
 
 #include "json_rpc/json_rpc_params_handler_creator.h"
 #include "json_rpc/json_rpc_params_handler_map.h"
-#include "vexa/adopt.h"
 #include "vexa/log.h"
 #include "vexa/number_to_value.h"
 #include "vexa/yajl_gen.h"
@@ -35,15 +34,15 @@ void JSON_RPC_Reader::clear() {
   // First: the lock lives in the request channel, whose last owner this reader may be.
   release_lock();
   forward_parser_.generate_handle(nullptr);
-  drop_params_handler();
+  drop_owned_handler();
   handled_indirectly_ = false;
   state_ = STATE_INIT;
   id_ = Value();
   version_.clear();
-  if (object_.get() != nullptr) object_ = no_object_;
+  object_.reset();
   parser_.result(nullptr);
-  if (!channel_.null()) channel_ = no_channel_;
-  if (!request_channel_.null()) request_channel_ = no_request_channel_;
+  channel_.reset();
+  request_channel_.reset();
 }
 
 JSON_RPC_Request* JSON_RPC_Reader::make_request() {
@@ -79,7 +78,7 @@ bool JSON_RPC_Reader::handle_key_i(unsigned int key, const char* text, std::size
 
 bool JSON_RPC_Reader::handle_version_i(const char* text, std::size_t length) {
   version_.assign(text, length);
-  if (object_.get() != nullptr) object_->version = version_;
+  if (message() != nullptr) message()->version = version_;
   return true;
 }
 
@@ -98,9 +97,9 @@ bool JSON_RPC_Reader::handle_id_i(const char* text, std::size_t length) {
     default:
       return fail(ERROR_EVENT);
   }
-  if (object_.get() != nullptr) {
-    object_->id = id_;
-    if (object_->type == JSON_RPC_Object::TYPE_NOTIFY) object_->type = JSON_RPC_Object::TYPE_REQUEST;
+  if (message() != nullptr) {
+    message()->id = id_;
+    if (message()->type == JSON_RPC_Object::TYPE_NOTIFY) message()->type = JSON_RPC_Object::TYPE_REQUEST;
   }
   return true;
 }
@@ -116,14 +115,14 @@ bool JSON_RPC_Reader::value_ended() const {
   return callback_type() == CB_END_MAP || callback_type() == CB_END_ARRAY;
 }
 
-void JSON_RPC_Reader::drop_params_handler() {
-  if (handler_ != nullptr && handler_ == params_handler_.get()) handler_ = nullptr;
-  params_handler_.reset();
+void JSON_RPC_Reader::drop_owned_handler() {
+  if (handler_ != nullptr && handler_ == owned_handler_.get()) handler_ = nullptr;
+  owned_handler_.reset();
 }
 
 bool JSON_RPC_Reader::handle_params_i(const char* text, std::size_t length) {
   if (value_ended()) {
-    drop_params_handler();
+    drop_owned_handler();
     handler_ = nullptr;
     return true;
   }
@@ -140,7 +139,9 @@ bool JSON_RPC_Reader::handle_params_i(const char* text, std::size_t length) {
 
 bool JSON_RPC_Reader::handle_result_i(const char* text, std::size_t length) {
   if (value_ended()) {
-    if (handler_ != &forward_parser_) handler_ = nullptr;
+    if (handler_ == &forward_parser_) return true;  // until the end of the message
+    drop_owned_handler();
+    handler_ = nullptr;
     return true;
   }
   if (mode_ & FORWARD_RESPONSE_MODE) {
@@ -179,32 +180,42 @@ bool JSON_RPC_Reader::handle_data_i(const char* text, std::size_t length) {
 
 /// Takes over a new object of the kind that the current member needs.
 bool JSON_RPC_Reader::take(JSON_RPC_Object* object) {
-  if (!vexa::adopt(object_, object)) return fail(ERROR_NO_MEMORY);
-  object_->version = version_;
-  object_->id = id_;
+  if (object == nullptr) {
+    errno = ENOMEM;
+    return fail(ERROR_NO_MEMORY);
+  }
+  try {
+    object_.emplace(object);
+  } catch (const std::bad_alloc&) {
+    delete object;
+    errno = ENOMEM;
+    return fail(ERROR_NO_MEMORY);
+  }
+  message()->version = version_;
+  message()->id = id_;
   return true;
 }
 
 bool JSON_RPC_Reader::prepare_request() {
-  if (object_.get() != nullptr) {
-    return object_->type == JSON_RPC_Object::TYPE_REQUEST ||
-           object_->type == JSON_RPC_Object::TYPE_NOTIFY || fail(ERROR_EVENT);
+  if (message() != nullptr) {
+    return message()->type == JSON_RPC_Object::TYPE_REQUEST ||
+           message()->type == JSON_RPC_Object::TYPE_NOTIFY || fail(ERROR_EVENT);
   }
   if (!take(make_request())) return false;
-  if (id_.is_null()) object_->type = JSON_RPC_Object::TYPE_NOTIFY;
+  if (id_.is_null()) message()->type = JSON_RPC_Object::TYPE_NOTIFY;
   return true;
 }
 
 bool JSON_RPC_Reader::prepare_response() {
-  if (object_.get() != nullptr) {
-    return object_->type == JSON_RPC_Object::TYPE_RESPONSE || fail(ERROR_EVENT);
+  if (message() != nullptr) {
+    return message()->type == JSON_RPC_Object::TYPE_RESPONSE || fail(ERROR_EVENT);
   }
   return take(new (std::nothrow) JSON_RPC_Response(nullptr));
 }
 
 bool JSON_RPC_Reader::prepare_response_error() {
-  if (object_.get() != nullptr) {
-    return object_->type == JSON_RPC_Object::TYPE_RESPONSE_ERROR || fail(ERROR_EVENT);
+  if (message() != nullptr) {
+    return message()->type == JSON_RPC_Object::TYPE_RESPONSE_ERROR || fail(ERROR_EVENT);
   }
   return take(new (std::nothrow) JSON_RPC_Response_Error);
 }
@@ -244,33 +255,42 @@ int JSON_RPC_Reader::forward_request(const char*, std::size_t) { return 0; }
 
 int JSON_RPC_Reader::filter_request(const char* text, std::size_t length) {
   if ((reported() & METHOD_BIT) == 0) return 0;
-  if (object_.get() == nullptr || (object_->type != JSON_RPC_Object::TYPE_NOTIFY &&
-                                   object_->type != JSON_RPC_Object::TYPE_REQUEST)) {
+  if (message() == nullptr || (message()->type != JSON_RPC_Object::TYPE_NOTIFY &&
+                                   message()->type != JSON_RPC_Object::TYPE_REQUEST)) {
     return -1;
   }
   JSON_RPC_Params_Handler_Creator* const creator =
       JSON_RPC_Params_Handler_Map::instance()->find(object_as<JSON_RPC_Request>().method);
   if (creator == nullptr) return 0;
-  params_handler_.reset(creator->create(JSON_RPC_Channel_ptr(request_channel_), object_));
-  if (params_handler_ == nullptr) return -1;
-  handler_ = params_handler_.get();
+  owned_handler_.reset(creator->create(
+      request_channel_ ? JSON_RPC_Channel_ptr(*request_channel_) : JSON_RPC_Channel_ptr(), *object_));
+  if (owned_handler_ == nullptr) return -1;
+  handler_ = owned_handler_.get();
   handled_indirectly_ = true;
+  return replay_into_owned_handler(text, length);
+}
+
+int JSON_RPC_Reader::replay_into_owned_handler(const char* text, std::size_t length) {
   const bool accepted = handle_indirectly(text, length);
   // A scalar is complete with this event: none will come that says so.
-  if (callback_type() != CB_START_MAP && callback_type() != CB_START_ARRAY) drop_params_handler();
+  if (callback_type() != CB_START_MAP && callback_type() != CB_START_ARRAY) drop_owned_handler();
   return accepted ? 1 : -1;
 }
 
 int JSON_RPC_Reader::filter_response(const char* text, std::size_t length) {
   if ((reported() & ID_BIT) == 0 || id_.type() != json_spirit::int_type) return 0;
-  if (object_.get() == nullptr || (object_->type != JSON_RPC_Object::TYPE_RESPONSE &&
-                                   object_->type != JSON_RPC_Object::TYPE_RESPONSE_ERROR)) {
+  if (message() == nullptr || (message()->type != JSON_RPC_Object::TYPE_RESPONSE &&
+                                   message()->type != JSON_RPC_Object::TYPE_RESPONSE_ERROR)) {
     return -1;
   }
-  return handle_indirectly(text, length) ? 1 : -1;
+  owned_handler_.reset(handler_);
+  return replay_into_owned_handler(text, length);
 }
 
 int JSON_RPC_Reader::forward_response(const char* text, std::size_t length) {
+  // What has become an object stays one, or it would be relayed and dispatched as well; an object
+  // for a filter is no more than where its result goes.
+  if (message() != nullptr && (mode_ & FILTER_RESPONSE_MODE) == 0) return 0;
   const unsigned int masks = reported();
   if ((masks & ID_BIT) == 0 || id_.type() != json_spirit::int_type) return 0;
   // Ids that this process handed out are positive ints; a larger number must not be cut down to one.
@@ -278,7 +298,8 @@ int JSON_RPC_Reader::forward_response(const char* text, std::size_t length) {
       id_.get_int64() < std::numeric_limits<int>::min()) {
     return 0;
   }
-  const JSON_RPC_Channel_var channel(channel_);
+  if (!channel_) return 0;
+  const JSON_RPC_Channel_var channel(*channel_);
   if (channel.null()) return 0;
   JSON_RPC_Channel_ptr requester;
   if (channel->get_forward_entry(static_cast<int>(id_.get_int64()), requester, id_) == -1) return 0;
@@ -286,22 +307,23 @@ int JSON_RPC_Reader::forward_response(const char* text, std::size_t length) {
   forward_parser_.generate_handle(nullptr);
   handler_ = &forward_parser_;
   state_ = STATE_FORWARDING;
-  request_channel_ = JSON_RPC_Channel_var(requester);
-  if (request_channel_.null()) {
+  request_channel_.emplace(requester);
+  if (request_channel_->null()) {
+    request_channel_.reset();
     VEXA_ERROR("Abort forwarding JSON-RPC response, requester is gone.\n");
     return 1;
   }
-  if (ACE_Lock* const lock = request_channel_->io_mutex()) {
+  if (ACE_Lock* const lock = (*request_channel_)->io_mutex()) {
     if (lock->acquire() == -1) {
       VEXA_ERROR("Failed to lock request channel, errno=%d, %m.\n", ACE_OS::last_error());
       return -1;
     }
     lock_ = lock;
   }
-  yajl_gen_t* const gen = request_channel_->send_begin();
+  yajl_gen_t* const gen = (*request_channel_)->send_begin();
   if (gen == nullptr) {
     release_lock();  // Its owner goes with the next line.
-    request_channel_ = no_request_channel_;
+    request_channel_.reset();
     return -1;
   }
   forward_parser_.generate_handle(gen);
@@ -347,16 +369,16 @@ bool JSON_RPC_Reader::handle_indirectly(const char* text, std::size_t length) {
 /// A request channel that the owner set for params handlers is none of this.
 bool JSON_RPC_Reader::finish_forwarding() {
   if (state_ != STATE_FORWARDING || (mode_ & FORWARD_RESPONSE_MODE) == 0 ||
-      request_channel_.null()) {
+      !request_channel_) {
     return true;
   }
   // A peer that was answered completely, whatever else failed, counts as served.
-  const bool sent = request_channel_->send_end() != -1 ||
-                    request_channel_->response_state() == HTTP_SOCK_STATE_CONTENT_SENT;
+  const bool sent = (*request_channel_)->send_end() != -1 ||
+                    (*request_channel_)->response_state() == HTTP_SOCK_STATE_CONTENT_SENT;
   if (!sent) VEXA_ERROR("Failed to forward response: failed to send end to channel.\n");
   forward_parser_.generate_handle(nullptr);
   release_lock();
-  request_channel_ = no_request_channel_;
+  request_channel_.reset();
   handler_ = nullptr;
   return sent;
 }

@@ -3,6 +3,7 @@
 #include <ace/Lock.h>
 
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "json_rpc/json_rpc_channel.h"
@@ -39,7 +40,9 @@ class JSON_RPC_EXPORT JSON_RPC_Reader : public JSON_RPC_Parser {
     FORWARD_REQUEST_MODE = 2,  ///< a hook that always declines
     FORWARD_RESPONSE_MODE = 4,
     FILTER_REQUEST_MODE = 8,
-    FILTER_RESPONSE_MODE = 16  ///< "result" goes to the nested handler that the owner has set
+    /// "result" goes to handler_, which a derived class set, after it took an object, when that
+    /// member was reported to it. From then on the reader owns the handler.
+    FILTER_RESPONSE_MODE = 16
   };
   enum State { STATE_INIT = 0, STATE_PARSING = 1, STATE_FORWARDING = 2 };
 
@@ -53,7 +56,7 @@ class JSON_RPC_EXPORT JSON_RPC_Reader : public JSON_RPC_Parser {
   void clear();
 
   /// The message; null while none was built, and for a forwarded response.
-  JSON_RPC_Object_var object() const { return object_; }
+  JSON_RPC_Object_var object() const { return object_ ? *object_ : JSON_RPC_Object_var(); }
 
   /// Whether a params handler took the params of this request.
   bool handled_indirectly() const { return handled_indirectly_; }
@@ -63,10 +66,12 @@ class JSON_RPC_EXPORT JSON_RPC_Reader : public JSON_RPC_Parser {
   unsigned int mode() const { return mode_; }
 
   /// The channel that is read: its forward entries are looked up.
-  void channel(const JSON_RPC_Channel_ptr& channel) { channel_ = channel; }
+  void channel(const JSON_RPC_Channel_ptr& channel) { channel_.emplace(channel); }
   /// The channel that a params handler's creator gets; while a response is forwarded, the requester.
-  void request_channel(const JSON_RPC_Channel_var& channel) { request_channel_ = channel; }
-  JSON_RPC_Channel_var request_channel() const { return request_channel_; }
+  void request_channel(const JSON_RPC_Channel_var& channel) { request_channel_.emplace(channel); }
+  JSON_RPC_Channel_var request_channel() const {
+    return request_channel_ ? *request_channel_ : JSON_RPC_Channel_var();
+  }
 
   /// The "id" of the message as read so far: null until read. After a relay began, the requester's.
   const json_spirit::Value& id() const { return id_; }
@@ -76,6 +81,10 @@ class JSON_RPC_EXPORT JSON_RPC_Reader : public JSON_RPC_Parser {
  protected:
   /// A new request object, or null with errno ENOMEM: where an owner wants a class of its own.
   virtual JSON_RPC_Request* make_request();
+
+  /// Makes `object`, which is owned, the message, with the version and id as read so far. False with
+  /// errno ENOMEM, ERROR_NO_MEMORY, when it is null or there is no memory.
+  bool take(JSON_RPC_Object* object);
 
  private:
   bool handle_version_i(const char* text, std::size_t length);
@@ -90,25 +99,26 @@ class JSON_RPC_EXPORT JSON_RPC_Reader : public JSON_RPC_Parser {
   bool prepare_request();
   bool prepare_response();
   bool prepare_response_error();
-  bool take(JSON_RPC_Object* object);
 
   // 1: the value was taken here; 0: not applicable, go on normally; -1: fail.
   int forward_request(const char* text, std::size_t length);
   int forward_response(const char* text, std::size_t length);
   int filter_request(const char* text, std::size_t length);
   int filter_response(const char* text, std::size_t length);
+  int replay_into_owned_handler(const char* text, std::size_t length);
 
   bool forward_response_cached_attributes(unsigned int masks, const char* text, std::size_t length);
   bool handle_indirectly(const char* text, std::size_t length);
   bool finish_forwarding();
   bool capture(json_spirit::Value& target, const char* text, std::size_t length);
   bool value_ended() const;
-  void drop_params_handler();
+  void drop_owned_handler();
   void release_lock();
 
+  JSON_RPC_Object* message() { return object_ ? object_->get() : nullptr; }
   template <typename T>
   T& object_as() {
-    return static_cast<T&>(*object_);
+    return static_cast<T&>(**object_);
   }
 
   bool handled_indirectly_;
@@ -117,14 +127,11 @@ class JSON_RPC_EXPORT JSON_RPC_Reader : public JSON_RPC_Parser {
   json_spirit::Value id_;
   std::string version_;
   JSON_Parser parser_;
-  JSON_RPC_Object_var object_;
-  JSON_RPC_Channel_ptr channel_;
-  JSON_RPC_Channel_var request_channel_;
+  // Optional, because ACE's null handles cost an allocation each.
+  std::optional<JSON_RPC_Object_var> object_;
+  std::optional<JSON_RPC_Channel_ptr> channel_;
+  std::optional<JSON_RPC_Channel_var> request_channel_;
   YAJL_Forward_Handler forward_parser_;
   ACE_Lock* lock_;  // of request_channel_, while it is held
-  std::unique_ptr<YAJL_Handler> params_handler_;
-  // Null handles cost an allocation each, so the fields above are emptied with these.
-  const JSON_RPC_Object_var no_object_;
-  const JSON_RPC_Channel_ptr no_channel_;
-  const JSON_RPC_Channel_var no_request_channel_;
+  std::unique_ptr<YAJL_Handler> owned_handler_;
 };

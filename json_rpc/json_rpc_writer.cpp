@@ -6,24 +6,30 @@ using json_spirit::Value;
 
 namespace {
 
-using namespace std::string_view_literals;
-
 void write_request(YAJL_Gen& gen, const JSON_RPC_Request& request) {
-  gen << "method"sv << request.method;
-  if (!request.params.is_null()) gen << "params"sv << request.params;
+  gen.literal("method");
+  gen << request.method;
+  if (request.params.is_null()) return;
+  gen.literal("params");
+  gen << request.params;
 }
 
 void write_response(YAJL_Gen& gen, const JSON_RPC_Response& response) {
-  gen << "result"sv << response.result;
+  gen.literal("result");
+  gen << response.result;
 }
 
 void write_error(YAJL_Gen& gen, const JSON_RPC_Response_Error& error) {
-  gen << "error"sv;
+  gen.literal("error");
   gen.map_open();
-  gen << "code"sv;
+  gen.literal("code");
   gen.integer(error.code);
-  gen << "message"sv << error.message;
-  if (!error.data.is_null()) gen << "data"sv << error.data;
+  gen.literal("message");
+  gen << error.message;
+  if (!error.data.is_null()) {
+    gen.literal("data");
+    gen << error.data;
+  }
   gen.map_close();
 }
 
@@ -86,8 +92,12 @@ bool JSON_RPC_Writer::write(const JSON_RPC_Object& object, YAJL_Printer& printer
   {
     YAJL_Gen gen(gen_, false);
     gen.map_open();
-    gen << "jsonrpc"sv << object.version;
-    if (object.type != JSON_RPC_Object::TYPE_NOTIFY) gen << "id"sv << object.id;
+    gen.literal("jsonrpc");
+  gen << object.version;
+    if (object.type != JSON_RPC_Object::TYPE_NOTIFY) {
+      gen.literal("id");
+      gen << object.id;
+    }
     known = write_members(gen, object);
     gen.map_close();
     written = gen.ok();

@@ -20,7 +20,7 @@ constexpr std::size_t small_object = 8;
 constexpr std::size_t insertion_sort_limit = 32;
 
 /// Room for the members of most objects, so that these cost one allocation.
-constexpr std::size_t first_room = 6;
+constexpr std::size_t first_room = 8;
 
 /// Levels that a copy recurses into, and that a comparison keeps on the stack: more than a value
 /// has that was read from a message.
@@ -37,6 +37,13 @@ void wipe(std::string& text) noexcept {
   text.resize(text.capacity());
   explicit_bzero(text.data(), text.size());
   text.clear();
+}
+
+/// Puts a member in the place of one that has been moved from. Constructing afresh takes half the
+/// steps of an assignment.
+void replace(Object::value_type& place, Object::value_type& with) noexcept {
+  place.~pair();
+  new (&place) Object::value_type(std::move(with));
 }
 
 bool same_text(const std::string& a, std::string_view b) noexcept {
@@ -206,11 +213,11 @@ bool Object::sort(std::size_t sorted) noexcept {
     std::size_t hole = i;
     while (from[hole] != i) {
       const std::size_t next = from[hole];
-      members_[hole] = std::move(members_[next]);
+      replace(members_[hole], members_[next]);
       from[hole] = static_cast<unsigned char>(hole);
       hole = next;
     }
-    members_[hole] = std::move(carried);
+    replace(members_[hole], carried);
     from[hole] = static_cast<unsigned char>(hole);
   }
   return repeated;

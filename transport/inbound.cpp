@@ -1,5 +1,6 @@
 #include "transport/inbound.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <new>
@@ -48,15 +49,23 @@ Inbound::Verdict Inbound::feed(const char* data, std::size_t length, std::size_t
 
 /// Takes bytes as the state wants them; at most up to the end of a message. Gives how many.
 std::size_t Inbound::step(const char* data, std::size_t length) {
+  const std::size_t limit = channel_.limits().max_message;
   std::size_t used = length;
   switch (state_) {
     case BETWEEN:
       return between(data, length);
     case HEADER:
       return header(data, length);
-    case TEXT:
-      used = text(data, length);
-      break;
+    case TEXT: {
+      const std::size_t room = limit == 0 ? length : limit - size_;
+      if (room == 0) {
+        stop(JSON_RPC_INVALID_REQUEST);
+        return length;
+      }
+      used = text(data, std::min(length, room));
+      size_ += used;
+      return used;
+    }
     case SKIP_BY_BRACE:
       if (feeder_.skip(data, length, used)) end_text();
       break;
@@ -69,12 +78,9 @@ std::size_t Inbound::step(const char* data, std::size_t length) {
       if (body_left_ == 0) end_text();
       return used;
   }
+  // What is skipped has been answered, but it has no end either.
   size_ += used;
-  const std::size_t limit = channel_.limits().max_message;
-  if (limit != 0 && size_ > limit && state_ != BETWEEN) {
-    if (state_ == TEXT) bad(JSON_RPC_INVALID_REQUEST);  // else it has been answered
-    stopped_ = true;
-  }
+  if (limit != 0 && size_ > limit && state_ != BETWEEN) stopped_ = true;
   return used;
 }
 

@@ -10,6 +10,12 @@ using json_spirit::Array;
 using json_spirit::Object;
 using json_spirit::Value;
 
+namespace {
+
+constexpr std::size_t first_room = 4;  // elements: most arrays that have any have few
+
+}  // namespace
+
 void JSON_Parser::result(Value* target) {
   open_.clear();
   slot_ = nullptr;
@@ -25,6 +31,7 @@ void JSON_Parser::result(Value* target) {
 Value* JSON_Parser::next() {
   if (!open_.empty() && open_.back()->type() == json_spirit::array_type) {
     Array& array = open_.back()->get_array();
+    if (array.empty()) array.reserve(first_room);
     array.emplace_back();
     return &array.back();
   }
@@ -90,4 +97,11 @@ bool JSON_Parser::handle_end_map_i() {
 
 bool JSON_Parser::handle_start_array_i() { return open(Value(Array())); }
 
-bool JSON_Parser::handle_end_array_i() { return close(); }
+bool JSON_Parser::handle_end_array_i() {
+  if (open_.empty() || open_.back()->type() != json_spirit::array_type) return false;
+  // Of very many arrays of one element the unused room would outweigh the text by far.
+  if (open_.size() > 1 && open_.back()->get_array().size() == 1) {
+    open_.back()->get_array().shrink_to_fit();
+  }
+  return close();
+}

@@ -7,6 +7,7 @@
 JSON_Reader::JSON_Reader()
     : handle_(yajl_alloc(get_yajl_default_callbacks(), nullptr,
                          static_cast<YAJL_Handler*>(&parser_))) {
+  if (handle_ == nullptr) error_ = "no memory";
   parser_.result(&value_);
 }
 

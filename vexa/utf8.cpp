@@ -49,6 +49,7 @@ std::size_t utf8_valid_prefix(const char* text, std::size_t length) {
       if (word & 0x8080808080808080u) break;
       at += sizeof word;
     }
+    while (at < length && begin[at] < 0x80) ++at;
     if (at == length) break;
     std::size_t subpart;
     const std::size_t size = sequence(begin + at, length - at, subpart);

@@ -30,7 +30,7 @@ class VEXA_EXPORT YAJL_Gen {
 
   bool null() { return ok() && note(yajl_gen_null(gen_)); }
   bool boolean(bool value) { return ok() && note(yajl_gen_bool(gen_, value ? 1 : 0)); }
-  bool integer(long long value) { return ok() && note(yajl_gen_integer(gen_, value)); }
+  bool integer(long long value);
   /// A number that is not finite fails with yajl_gen_invalid_number.
   bool real(double value);
   /// `text` as it stands: it must be a JSON number.
@@ -40,8 +40,15 @@ class VEXA_EXPORT YAJL_Gen {
   /// A string, or the key of a map.
   bool string(const char* text, std::size_t length);
   bool string(std::string_view text) { return string(text.data(), text.size()); }
+  /// A string that is known to be ASCII, such as a member's name in the source.
+  bool literal(std::string_view text) {
+    return ok() && note(yajl_gen_string(gen_, reinterpret_cast<const unsigned char*>(text.data()),
+                                        text.size()));
+  }
   bool map_open() { return ok() && note(yajl_gen_map_open(gen_)); }
   bool map_close() { return ok() && note(yajl_gen_map_close(gen_)); }
+  /// map_close() for destructors.
+  void close_map_at_end() noexcept;
   bool array_open() { return ok() && note(yajl_gen_array_open(gen_)); }
   bool array_close() { return ok() && note(yajl_gen_array_close(gen_)); }
   /// A whole value; one deeper than vexa::max_value_depth fails with yajl_max_depth_exceeded.
@@ -55,6 +62,8 @@ class VEXA_EXPORT YAJL_Gen {
  private:
   bool note(yajl_gen_status status);
   bool fail(yajl_gen_status status);
+  template <typename Integer>
+  bool decimal(Integer value);
   bool write(const json_spirit::Value& value, std::size_t depth);
 
   yajl_gen_t* gen_;
@@ -63,12 +72,13 @@ class VEXA_EXPORT YAJL_Gen {
   YAJL_Gen* const outer_;  // the wrapper that was made before this one on this thread
 };
 
-/// Opens a map and closes it when the scope ends.
+/// Opens a map and closes it when the scope ends, also by an exception. A printer that throws then
+/// makes the generator's wrapper fail.
 class VEXA_EXPORT YAJL_Map_Guard {
  public:
   explicit YAJL_Map_Guard(YAJL_Gen& gen) : gen_(gen), open_(gen.map_open()) {}
   ~YAJL_Map_Guard() {
-    if (open_) gen_.map_close();
+    if (open_) gen_.close_map_at_end();
   }
   YAJL_Map_Guard(const YAJL_Map_Guard&) = delete;
   YAJL_Map_Guard& operator=(const YAJL_Map_Guard&) = delete;

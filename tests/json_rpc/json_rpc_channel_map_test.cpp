@@ -1,0 +1,201 @@
+#include "json_rpc/json_rpc_channel_map.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+#include <string>
+#include <vector>
+
+#include "tests/support/json_rpc_fixture.h"
+#include "vexa/addr_string.h"
+
+using json_spirit::Value;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+namespace {
+
+class ChannelMapTest : public JSON_RPC_Fixture {
+protected:
+  ChannelMapTest() {
+    JSON_RPC_Notify_Manager::instance()->subscribe(listener_,
+                                                   {"channel.registered", "channel.unregistered"});
+  }
+
+  /// What was announced since the last call, as "+id" and "-id".
+  std::vector<std::string> announced() {
+    std::vector<std::string> found;
+    for (const JSON_RPC_Object_var& object : fake(listener_).objects()) {
+      JSON_RPC_Request& event = static_cast<JSON_RPC_Request&>(*object);
+      EXPECT_EQ(JSON_RPC_Object::TYPE_NOTIFY, event.type);
+      found.push_back((event.method == "channel.registered" ? "+" : "-") +
+                      event.params.get_obj().at("channel_id").get_str());
+    }
+    fake(listener_).forget();
+    return found;
+  }
+
+  /// "type/id address" of every entry that is listed.
+  std::vector<std::string> listed(int type) {
+    JSON_RPC_Channel_Map::Channel_Infos infos(1);
+    infos[0].id = "before";
+    EXPECT_EQ(0, map_.channel_infos(infos, type));
+    EXPECT_EQ("before", infos[0].id) << "appended";
+    std::vector<std::string> texts;
+    for (std::size_t i = 1; i < infos.size(); ++i) {
+      texts.push_back(std::to_string(infos[i].type) + "/" + infos[i].id + " " +
+                      ACE_Addr_String(infos[i].remote_addr).c_str());
+    }
+    return texts;
+  }
+
+  const JSON_RPC_Channel_var listener_ = make_fake_channel();
+  JSON_RPC_Channel_Map map_;
+};
+
+TEST_F(ChannelMapTest, RegistrationIsLoggedAndAnnounced) {
+  const JSON_RPC_Channel_var a = make_fake_channel(2, "a");
+  const std::time_t before = std::time(nullptr);
+  EXPECT_EQ(0, map_.insert(a));
+  EXPECT_EQ(0, map_.remove(a));
+  std::string ts[2];
+  for (int i = 0; i < 2; ++i) {
+    const JSON_RPC_Object_var event = fake(listener_).objects().at(i);
+    const Value& params = static_cast<JSON_RPC_Request&>(*event).params;
+    EXPECT_NEAR(before, params.get_obj().at("ts").get_int64(), 5);
+    ts[i] = std::to_string(params.get_obj().at("ts").get_int64());
+  }
+  EXPECT_THAT(
+      fake(listener_).texts(),
+      ElementsAre(R"({"jsonrpc":"2.0","method":"channel.registered","params":{"channel_address":)"
+                  R"("192.0.2.3","channel_id":"a","channel_type":2,"ts":)" +
+                      ts[0] + "}}",
+                  R"({"jsonrpc":"2.0","method":"channel.unregistered","params":)"
+                  R"({"channel_id":"a","channel_type":2,"ts":)" +
+                      ts[1] + "}}"));
+  EXPECT_THAT(log_.texts(LM_INFO),
+              ElementsAre("Channel(type: 2) a(192.0.2.1:1000) is registered.\n",
+                          "Channel(type: 2) a is unregistered.\n"));
+  EXPECT_EQ(2u, log_.size());
+}
+
+TEST_F(ChannelMapTest, MissingAddressesNeverStopARegistration) {
+  const JSON_RPC_Channel_var a = make_fake_channel(2, "a");
+  fake(a).remote_result = fake(a).original_result = -1;
+  EXPECT_EQ(0, map_.insert(a));
+  const std::vector<Log_Capture::Record> records = log_.records();
+  ASSERT_EQ(3u, records.size());
+  EXPECT_EQ(Log_Capture::Record(
+                LM_ERROR, "Failed to get socket address, errno=" + std::to_string(ENOTCONN) + ", " +
+                              std::strerror(ENOTCONN) + "\n"),
+            records[0]);
+  EXPECT_EQ(Log_Capture::Record(LM_INFO, "Channel(type: 2) a() is registered.\n"), records[1]);
+  EXPECT_EQ(Log_Capture::Record(LM_WARNING, "Failed to get address of peer.\n"), records[2]);
+  EXPECT_THAT(fake(listener_).texts().at(0), HasSubstr(R"("channel_address":"",)"));
+
+  EXPECT_EQ(-1, map_.insert(JSON_RPC_Channel::none()));
+  EXPECT_TRUE(log_.begins(LM_EMERGENCY, "Unexpected error in "));
+  EXPECT_EQ(1u, log_.count(", channel.get() is NULL:\n"));
+}
+
+TEST_F(ChannelMapTest, FindPrefersTheLowestType) {
+  const JSON_RPC_Channel_var high = make_fake_channel(7, "a"), low = make_fake_channel(-1, "a");
+  map_.insert(high);
+  map_.insert(low);
+  EXPECT_TRUE(map_.find("a") == low);
+  EXPECT_TRUE(map_.find(7, "a") == high);
+  EXPECT_TRUE(map_.find("b").null() && map_.find(7, "b").null() && map_.find(8, "a").null());
+}
+
+TEST_F(ChannelMapTest, UnregisteringSparesTheOneThatTookThePlace) {
+  const JSON_RPC_Channel_var old = make_fake_channel(1, "a"), fresh = make_fake_channel(1, "a");
+  map_.insert(old);
+  map_.insert(fresh);
+  announced();
+  EXPECT_EQ(0, map_.remove(old));
+  EXPECT_EQ(0, map_.remove(JSON_RPC_Channel::none()));
+  EXPECT_THAT(announced(), IsEmpty());
+  EXPECT_TRUE(map_.find(1, "a") == fresh);
+  EXPECT_EQ(0, map_.remove(fresh));
+  EXPECT_EQ(0, map_.remove(5, "never there"));
+  EXPECT_THAT(announced(), ElementsAre("-a", "-never there"));
+  EXPECT_TRUE(log_.contains(LM_INFO, "Channel(type: 5) never there is unregistered.\n"));
+}
+
+TEST_F(ChannelMapTest, ListingShowsWhatLivesAndDropsWhatIsGone) {
+  const JSON_RPC_Channel_var c = make_fake_channel(3, "c"), a = make_fake_channel(3, "a"),
+                             z = make_fake_channel(1, "z");
+  fake(c).remote_result = -1;
+  JSON_RPC_Channel_var dead1 = make_fake_channel(1, "d1"), dead3 = make_fake_channel(3, "d3");
+  for (const JSON_RPC_Channel_var& channel : {c, a, z, dead1, dead3}) map_.insert(channel);
+  dead1 = JSON_RPC_Channel::none();
+  dead3 = JSON_RPC_Channel::none();
+  announced();
+  log_.clear();
+  EXPECT_THAT(listed(3), ElementsAre("3/a 192.0.2.1:1000", "3/c 192.0.2.1:1000"));
+  EXPECT_THAT(announced(), ElementsAre("-d3"));
+  EXPECT_THAT(log_.texts(LM_WARNING), ElementsAre("JSON-RPC channel d3 is gone.\n"));
+  EXPECT_THAT(listed(4), IsEmpty());
+  EXPECT_THAT(listed(0),
+              ElementsAre("1/z 192.0.2.1:1000", "3/a 192.0.2.1:1000", "3/c 192.0.2.1:1000"));
+  EXPECT_THAT(announced(), ElementsAre("-d1"));
+  EXPECT_THAT(listed(0).size(), 3u);
+  EXPECT_THAT(announced(), IsEmpty());
+}
+
+TEST_F(ChannelMapTest, BroadcastsReachWhoIsNamedInOrder) {
+  std::string order;
+  std::vector<JSON_RPC_Channel_var> channels;
+  for (const auto& key : {std::make_pair(2, "b"), std::make_pair(1, "c"), std::make_pair(2, "a"),
+                          std::make_pair(2, "gone")}) {
+    const std::string name = key.second;
+    channels.push_back(make_fake_channel(key.first, name));
+    fake(channels.back()).on_send = [&order, name](const JSON_RPC_Object_var&) { order += name; };
+    fake(channels.back()).send_result = -1;
+    map_.insert(channels.back());
+  }
+  channels.pop_back();
+  const JSON_RPC_Object_var event = make_notification("n");
+  const auto sent = [&order](int result) {
+    EXPECT_EQ(0, result);
+    std::string so_far;
+    so_far.swap(order);
+    return so_far;
+  };
+  EXPECT_EQ("cab", sent(map_.notify(event)));
+  EXPECT_EQ("a", sent(map_.notify(2, "a", event)));
+  EXPECT_EQ("", sent(map_.notify(2, "gone", event)));
+  EXPECT_EQ("", sent(map_.notify(2, "c", event)));
+  EXPECT_EQ("", sent(map_.notify(3, "a", event)));
+  const json_spirit::Array ids{"b", 7, "gone", "a", "none", "b"};
+  EXPECT_EQ("bab", sent(map_.notify(2, ids, event)));
+  EXPECT_EQ("", sent(map_.notify(3, ids, event)));
+}
+
+TEST_F(ChannelMapTest, CallsBackOutOfAnUnregistrationFail) {
+  const JSON_RPC_Channel_var a = make_fake_channel(1, "a");
+  EXPECT_EQ(0, map_.insert(a));
+  int asked = 0;
+  fake(listener_).on_send = [&](const JSON_RPC_Object_var& obj) {
+    ++asked;
+    JSON_RPC_Channel_Map::Channel_Infos infos;
+    EXPECT_TRUE(map_.find("a").null());
+    EXPECT_TRUE(map_.find(1, "a").null());
+    EXPECT_EQ(-1, map_.insert(a));
+    EXPECT_EQ(-1, map_.remove(1, "a"));
+    EXPECT_EQ(-1, map_.remove(a));
+    EXPECT_EQ(-1, map_.channel_infos(infos, 0));
+    EXPECT_EQ(-1, map_.notify(obj));
+    EXPECT_EQ(-1, map_.notify(1, "a", obj));
+    EXPECT_EQ(-1, map_.notify(1, json_spirit::Array{"a"}, obj));
+  };
+  EXPECT_EQ(0, map_.remove(9, "other"));
+  EXPECT_EQ(1, asked);
+  EXPECT_TRUE(map_.find(1, "a") == a);
+}
+
+}  // namespace

@@ -1,0 +1,184 @@
+#include "json_rpc/json_rpc_notify_manager.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "json_rpc/json_rpc_fan_out.h"
+#include "tests/support/json_rpc_fixture.h"
+
+namespace {
+
+class NotifyManagerTest : public JSON_RPC_Fixture {
+protected:
+  /// A channel that notes its name in order_ at every delivery.
+  JSON_RPC_Channel_var named(const std::string& name) {
+    const JSON_RPC_Channel_var channel = make_fake_channel();
+    fake(channel).on_send = [this, name](const JSON_RPC_Object_var&) { order_ += name; };
+    return channel;
+  }
+
+  std::string publish(const std::string& subject) {
+    order_.clear();
+    EXPECT_EQ(0, manager_.notify(subject, make_notification(subject)));
+    return order_;
+  }
+
+  JSON_RPC_Notify_Manager manager_;
+  std::string order_;
+};
+
+TEST_F(NotifyManagerTest, DeliversToSubjectThenWildcardThenDefault) {
+  EXPECT_EQ("", publish("x"));
+  const JSON_RPC_Channel_var a = named("A"), b = named("B"), c = named("C"), d = named("D");
+  Global_JSON_RPC_Channel::instance(d);
+  manager_.subscribe(b, {"*"});
+  manager_.subscribe(c, {"x", "z"});
+  manager_.subscribe(a, {"x"});
+  EXPECT_EQ("CABD", publish("x"));
+  EXPECT_EQ("BD", publish("y"));
+  EXPECT_EQ("BBD", publish("*"));
+  fake(c).send_result = -1;
+  EXPECT_EQ("CABD", publish("x")) << "a failing send stops nothing";
+  EXPECT_EQ(R"({"jsonrpc":"2.0","method":"x"})", fake(d).texts().back());
+}
+
+TEST_F(NotifyManagerTest, EachSubscriptionIsADeliveryAndEndsWithItsKind) {
+  const JSON_RPC_Channel_var a = named("A"), b = named("B");
+  manager_.subscribe(a, {"x", "x", "y", "*"});
+  manager_.subscribe(b, {"x", "y"});
+  EXPECT_EQ("AABA", publish("x"));
+  EXPECT_EQ(0, manager_.unsubscribe(a, {"x", "unknown"}));
+  EXPECT_EQ("BA", publish("x"));
+  EXPECT_EQ("ABA", publish("y"));
+  EXPECT_EQ(0, manager_.unsubscribe(std::string("y")));
+  EXPECT_EQ("A", publish("y"));
+  EXPECT_TRUE(manager_.subscribed(a));
+  EXPECT_EQ(0, manager_.unsubscribe(a));
+  EXPECT_FALSE(manager_.subscribed(a));
+  EXPECT_TRUE(manager_.subscribed(b));
+  EXPECT_EQ("B", publish("x"));
+  EXPECT_EQ(0, manager_.unsubscribe(JSON_RPC_Notify_Manager::subjects_type{"y", "x"}));
+  EXPECT_FALSE(manager_.subscribed(b));
+}
+
+TEST_F(NotifyManagerTest, OneDeadUnsubscriberSweepsAllThatAreGone) {
+  const JSON_RPC_Channel_var live = named("L");
+  JSON_RPC_Channel_var first(new Reborn_Channel), second = named("2");
+  const JSON_RPC_Channel_ptr gone(first);
+  manager_.subscribe(live, {"x"});
+  manager_.subscribe(first, {"x", "y"});
+  manager_.subscribe(second, {"x", "*"});
+  first = JSON_RPC_Channel::none();
+  EXPECT_EQ("L22", publish("x"));
+  EXPECT_FALSE(manager_.subscribed(gone));
+
+  // While its entries are there, a new channel in its place has none of them.
+  first = JSON_RPC_Channel_var(new Reborn_Channel);
+  EXPECT_FALSE(manager_.subscribed(first));
+  EXPECT_EQ(0, manager_.unsubscribe(first));
+  EXPECT_EQ("L22", publish("x"));
+  EXPECT_EQ(0u, fake(first).count());
+  second = JSON_RPC_Channel::none();
+  EXPECT_EQ(5u, manager_.size());
+  EXPECT_EQ(0, manager_.unsubscribe(gone, {"none"}));
+  EXPECT_EQ(1u, manager_.size());
+  manager_.subscribe(gone, {"x", "*"});
+  EXPECT_EQ(0, manager_.unsubscribe(gone));
+  EXPECT_EQ(1u, manager_.size());
+  EXPECT_EQ("L", publish("x"));
+  EXPECT_TRUE(manager_.subscribed(live));
+}
+
+TEST_F(NotifyManagerTest, FanOutKeepsWhatTheFirstPreparedAndNests) {
+  std::vector<JSON_RPC_Channel_var> channels;
+  int prepared = 0, served = 0;
+  const auto send = [&](const JSON_RPC_Object_var& obj) {
+    JSON_RPC_Fan_Out* const fan_out = JSON_RPC_Fan_Out::current();
+    ASSERT_NE(nullptr, fan_out);
+    ASSERT_EQ(obj.get(), fan_out->object());
+    if (fan_out->prepared == nullptr) {
+      fan_out->prepared = std::make_shared<const int>(++prepared);
+      fan_out->prepared_by = &prepared;
+      // The first channel of "outer" publishes on its way: another message, another slot.
+      if (prepared == 1) {
+        EXPECT_EQ(0, manager_.notify("inner", make_notification("inner")));
+        EXPECT_EQ(fan_out, JSON_RPC_Fan_Out::current());
+        EXPECT_EQ(obj.get(), fan_out->object());
+      }
+    }
+    const bool inner = static_cast<JSON_RPC_Request*>(obj.get())->method == "inner";
+    EXPECT_EQ(inner ? 2 : 1, *static_cast<const int*>(fan_out->prepared.get()));
+    EXPECT_EQ(&prepared, fan_out->prepared_by);
+    ++served;
+  };
+  for (int i = 0; i < 4; ++i) {
+    channels.push_back(make_fake_channel(1, std::to_string(i)));
+    fake(channels.back()).on_send = send;
+  }
+  Global_JSON_RPC_Channel::instance(channels[3]);
+  manager_.subscribe(channels[0], {"outer", "inner"});
+  manager_.subscribe(channels[1], {"outer"});
+  manager_.subscribe(channels[2], {"*"});
+  EXPECT_EQ(0, manager_.notify("outer", make_notification("outer")));
+  EXPECT_EQ(2, prepared);
+  EXPECT_EQ(4 + 3, served);
+  EXPECT_EQ(nullptr, JSON_RPC_Fan_Out::current());
+
+  Global_JSON_RPC_Channel::instance(JSON_RPC_Channel::none());
+  JSON_RPC_Channel_Map map;
+  for (const JSON_RPC_Channel_var& channel : channels) map.insert(channel);
+  const JSON_RPC_Object_var inner = make_notification("inner");
+  served = 0;
+  for (int form = 0; form < 2; ++form) {
+    prepared = 1;
+    EXPECT_EQ(0,
+              form == 0 ? map.notify(inner) : map.notify(1, json_spirit::Array{"1", "3"}, inner));
+    EXPECT_EQ(2, prepared);
+  }
+  EXPECT_EQ(4 + 2, served);
+}
+
+TEST_F(NotifyManagerTest, ChannelsComeAndGoWhileOthersPublish) {
+  constexpr int rounds = 300, publishers = 2, hosts = 3;
+  JSON_RPC_Notify_Manager& manager = *JSON_RPC_Notify_Manager::instance();
+  JSON_RPC_Channel_Map map;
+  const JSON_RPC_Channel_var steady = make_fake_channel(), witness = make_fake_channel();
+  manager.subscribe(steady, {"x"});
+  manager.subscribe(witness, {"channel.registered", "channel.unregistered"});
+  Gate start(publishers + hosts);
+  std::vector<std::thread> threads;
+  for (int i = 0; i < publishers; ++i) {
+    threads.emplace_back([&] {
+      if (!start.meet()) return;
+      for (int n = 0; n < rounds; ++n) manager.notify("x", make_notification("x"));
+    });
+  }
+  for (int i = 0; i < hosts; ++i) {
+    threads.emplace_back([&, i] {
+      if (!start.meet()) return;
+      for (int n = 0; n < rounds; ++n) {
+        const JSON_RPC_Channel_var channel = make_fake_channel(i, std::to_string(n));
+        EXPECT_EQ(0, map.insert(channel));
+        EXPECT_EQ(0, manager.subscribe(channel, {"x", "*", "y"}));
+        EXPECT_TRUE(manager.subscribed(channel));
+        if (n % 3 == 0) continue;  // vanishes without a word, often in the middle of a delivery
+        JSON_RPC_Channel_Map::Channel_Infos infos;
+        EXPECT_EQ(0, n % 3 == 1 ? manager.unsubscribe(channel)
+                                : manager.unsubscribe(channel, {"*", "x", "y"}));
+        EXPECT_FALSE(manager.subscribed(channel));
+        EXPECT_EQ(0, n % 3 == 1 ? map.remove(channel) : map.channel_infos(infos, i));
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  JSON_RPC_Channel_Map::Channel_Infos left;
+  EXPECT_EQ(0, map.channel_infos(left, 0));
+  EXPECT_EQ(0u, left.size());
+  EXPECT_EQ(std::size_t(rounds * publishers), fake(steady).count());
+  EXPECT_EQ(std::size_t(2 * hosts * rounds), fake(witness).count()) << "each came and went once";
+}
+
+}  // namespace
