@@ -1,30 +1,70 @@
 #pragma once
 
 #include <cstddef>
-#include <unordered_set>
+#include <unordered_map>
 #include <vector>
 
 #include "json_spirit/json_spirit_value.h"
 
-/// The ids of the requests of one channel that await an answer. A peer that uses an id twice at once
-/// is owed two answers. No lock: the outbox guards it.
+/// The ids of the requests of one channel that await an answer, and how many requests of each id still
+/// exist. A peer that uses an id for several requests at once is owed as many answers; which of them
+/// an answer belongs to cannot be told, so they are counted. No lock: the outbox guards it.
 class Awaited_Ids {
  public:
-  void add(const json_spirit::Value& id) { ids_.insert(id); }
+  /// A request with this id has come.
+  void add(const json_spirit::Value& id) {
+    Counts& counts = ids_[id];
+    ++counts.awaited;
+    ++counts.alive;
+    ++awaited_;
+  }
 
-  /// Takes one request of that id out; false when none awaits an answer.
+  /// An answer goes out; false when the id awaits none.
   bool settle(const json_spirit::Value& id) {
     const auto it = ids_.find(id);
-    if (it == ids_.end()) return false;
-    ids_.erase(it);
+    if (it == ids_.end() || it->second.awaited == 0) return false;
+    --it->second.awaited;
+    --awaited_;
+    erase_empty(it);
     return true;
   }
 
-  std::size_t size() const { return ids_.size(); }
+  /// A request with this id exists no longer; whether that leaves an answer which nobody will give.
+  bool gone(const json_spirit::Value& id) {
+    const auto it = ids_.find(id);
+    if (it == ids_.end() || it->second.alive == 0) return false;
+    --it->second.alive;
+    const bool unanswered = it->second.awaited > it->second.alive;
+    erase_empty(it);
+    return unanswered;
+  }
 
-  std::vector<json_spirit::Value> all() const { return {ids_.begin(), ids_.end()}; }
-  void clear() { ids_.clear(); }
+  /// How many answers are awaited.
+  std::size_t size() const { return awaited_; }
+
+  /// Their ids, each as often as it awaits one.
+  std::vector<json_spirit::Value> all() const {
+    std::vector<json_spirit::Value> ids;
+    for (const auto& entry : ids_) ids.insert(ids.end(), entry.second.awaited, entry.first);
+    return ids;
+  }
+
+  void clear() {
+    ids_.clear();
+    awaited_ = 0;
+  }
 
  private:
-  std::unordered_multiset<json_spirit::Value, json_spirit::value_hash> ids_;
+  struct Counts {
+    std::size_t awaited = 0;
+    std::size_t alive = 0;
+  };
+  typedef std::unordered_map<json_spirit::Value, Counts, json_spirit::value_hash> Map;
+
+  void erase_empty(Map::iterator it) {
+    if (it->second.awaited == 0 && it->second.alive == 0) ids_.erase(it);
+  }
+
+  Map ids_;
+  std::size_t awaited_ = 0;
 };

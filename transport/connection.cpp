@@ -233,11 +233,11 @@ void Connection::dispatch(const JSON_RPC_Object_var& object) {
   }
 }
 
-void Connection::unanswered(const json_spirit::Value& id) noexcept {
+void Connection::request_gone(const json_spirit::Value& id) noexcept {
   const JSON_RPC_Channel_var channel = JSON_RPC_Channel::strong(weak_);
-  if (!channel.null()) {
-    static_cast<Stream_Channel&>(*channel).answer_error(id, JSON_RPC_INTERNAL_ERROR, nullptr);
-  }
+  if (channel.null()) return;
+  Stream_Channel& stream = static_cast<Stream_Channel&>(*channel);
+  if (stream.outbox().gone(id)) stream.answer_error(id, JSON_RPC_INTERNAL_ERROR, nullptr);
 }
 
 /// Later, on the loop, if the connection is still there: what waits in a loop's queue keeps none alive.

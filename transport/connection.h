@@ -18,7 +18,7 @@
 /// A connected socket on its loop: reads bytes into messages and dispatches them, writes what the
 /// channel's outbox holds, closes by the limits. Owns the channel.
 ///
-/// Everything happens on the loop's thread, except wake(), close_soon() and unanswered(). Lives while
+/// Everything happens on the loop's thread, except wake(), close_soon() and request_gone(). Lives while
 /// the loop lists it or one of its handlers is pending.
 class Connection final : public Wire,
                          public Answer_Debt,
@@ -42,7 +42,7 @@ class Connection final : public Wire,
 
   void wake() override;
   void close_soon(const char* reason) override;
-  void unanswered(const json_spirit::Value& id) noexcept override;
+  void request_gone(const json_spirit::Value& id) noexcept override;
   void tick(Loop_Time now) override;
 
  private:

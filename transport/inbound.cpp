@@ -49,38 +49,40 @@ Inbound::Verdict Inbound::feed(const char* data, std::size_t length, std::size_t
 
 /// Takes bytes as the state wants them; at most up to the end of a message. Gives how many.
 std::size_t Inbound::step(const char* data, std::size_t length) {
-  const std::size_t limit = channel_.limits().max_message;
-  std::size_t used = length;
   switch (state_) {
     case BETWEEN:
       return between(data, length);
     case HEADER:
       return header(data, length);
-    case TEXT: {
-      const std::size_t room = limit == 0 ? length : limit - size_;
-      if (room == 0) {
-        stop(JSON_RPC_INVALID_REQUEST);
-        return length;
-      }
-      used = text(data, std::min(length, room));
-      size_ += used;
-      return used;
-    }
-    case SKIP_BY_BRACE:
-      if (feeder_.skip(data, length, used)) end_text();
-      break;
-    case SKIP_BY_LINE:
-      used = skip_line(data, length);
-      break;
-    case SKIP_BY_LENGTH:
-      used = length < body_left_ ? length : body_left_;
+    case SKIP_BY_LENGTH: {
+      const std::size_t used = std::min(length, body_left_);
       body_left_ -= used;
       if (body_left_ == 0) end_text();
       return used;
+    }
+    default:
+      return within_limit(data, length);
   }
-  // What is skipped has been answered, but it has no end either.
+}
+
+/// Takes bytes of a text, or of what is skipped, as far as a message may go.
+std::size_t Inbound::within_limit(const char* data, std::size_t length) {
+  const std::size_t limit = channel_.limits().max_message;
+  if (limit != 0 && size_ == limit) {
+    if (state_ == TEXT) bad(JSON_RPC_INVALID_REQUEST);  // what is skipped has been answered
+    stopped_ = true;
+    return length;
+  }
+  if (limit != 0) length = std::min(length, limit - size_);
+  std::size_t used = length;
+  if (state_ == TEXT) {
+    used = text(data, length);
+  } else if (state_ == SKIP_BY_LINE) {
+    used = skip_line(data, length);
+  } else if (feeder_.skip(data, length, used)) {
+    end_text();
+  }
   size_ += used;
-  if (limit != 0 && size_ > limit && state_ != BETWEEN) stopped_ = true;
   return used;
 }
 

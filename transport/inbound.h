@@ -59,6 +59,7 @@ class Inbound {
   };
 
   std::size_t step(const char* data, std::size_t length);
+  std::size_t within_limit(const char* data, std::size_t length);
   std::size_t between(const char* data, std::size_t length);
   std::size_t header(const char* data, std::size_t length);
   std::size_t text(const char* data, std::size_t length);

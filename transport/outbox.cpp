@@ -19,6 +19,11 @@ std::size_t Outbox::await(const json_spirit::Value& id) {
   return awaited_.size();
 }
 
+bool Outbox::gone(const json_spirit::Value& id) {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  return awaited_.gone(id);
+}
+
 /// Whether a message of that size may join the line. Requires mutex_.
 Outbox::Result Outbox::admit(Kind kind, std::size_t bytes) {
   if (closed_) return CLOSED;

@@ -47,6 +47,10 @@ class Outbox {
   /// A request with this id was read and is owed an answer. Gives the number of those.
   std::size_t await(const json_spirit::Value& id);
 
+  /// A request with this id that was awaited exists no longer. Whether an answer is missing, which is
+  /// then the caller's to put in.
+  bool gone(const json_spirit::Value& id);
+
   /// Puts a whole message in: `head` and then `body`, or `shared` where it is not null. An answer
   /// settles its id in the same step, so that the peer is owed nothing only when the line has it.
   Result put(Kind kind, const json_spirit::Value& id, std::string_view head, std::string_view body,

@@ -84,6 +84,7 @@ int Outgoing_Stream::finish() {
       return -1;
     }
     const bool answer = envelope_.kind() == Envelope_Scanner::RESPONSE;
+    text_ += '\n';
     return channel_.put(answer ? Outbox::ANSWER : Outbox::CALL, envelope_.id(), text_);
   }
   bool wake;

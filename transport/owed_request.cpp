@@ -6,5 +6,5 @@ void Owed_Request::owe(const std::weak_ptr<Answer_Debt>& debt) {
 }
 
 Owed_Request::~Owed_Request() {
-  if (const std::shared_ptr<Answer_Debt> debt = debt_.lock()) debt->unanswered(owed_id_);
+  if (const std::shared_ptr<Answer_Debt> debt = debt_.lock()) debt->request_gone(owed_id_);
 }

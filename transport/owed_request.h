@@ -6,12 +6,13 @@
 
 class Stream_Channel;
 
-/// Answers a request when nobody else has: the channel behind it, wherever that went.
+/// Whoever owes the answers of a channel's requests.
 class Answer_Debt {
  public:
   virtual ~Answer_Debt() = default;
-  /// Sends -32603 under `id` if that still awaits an answer. Any thread; never throws.
-  virtual void unanswered(const json_spirit::Value& id) noexcept = 0;
+  /// A request with this id exists no longer: where that leaves an answer which nobody will give,
+  /// -32603 is sent. Any thread; never throws.
+  virtual void request_gone(const json_spirit::Value& id) noexcept = 0;
 };
 
 /// A request as the transport reads it. When the last handle goes while its id still awaits an answer

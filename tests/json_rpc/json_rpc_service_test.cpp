@@ -9,7 +9,6 @@
 #include <vector>
 
 #include "json_rpc/json_restful_handler_creator_map.h"
-#include "json_rpc/json_rpc_params_handler_map.h"
 #include "json_rpc/json_rpc_request_map.h"
 #include "json_rpc/json_rpc_thread_handler.h"
 #include "tests/support/fake_channel.h"
@@ -36,70 +35,57 @@ struct ServiceTest : ::testing::Test {
     JSON_RESTful_Handler_Creator_Map::close_instance();
   }
 
-  int init(std::vector<std::string> words) {
+  static int init(JSON_RPC_Service& service, std::vector<std::string> words) {
     std::vector<char*> argv;
     for (std::string& word : words) argv.push_back(&word[0]);
-    argv.push_back(nullptr);
-    return service.init(static_cast<int>(words.size()), argv.data());
+    return service.init(static_cast<int>(argv.size()), argv.data());
   }
 
   Log_Capture log;
   JSON_RPC_Service service;
 };
 
-TEST_F(ServiceTest, WithoutOptionsNothingIsLoadedOrStarted) {
-  EXPECT_EQ(0, service.init(0, nullptr));
-  EXPECT_EQ(0u, log.size());
-  EXPECT_EQ(0u, JSON_RPC_Service::failures());
-}
-
 TEST_F(ServiceTest, OptionsStartThePool) {
+  const std::string started = "JSON-RPC thread pool(number: ";
+  const std::string failed = "Failed to activate JSON-RPC thread pool(number: ";
   const struct {
     std::vector<std::string> options;
     int result;
-    const char* text;
+    std::string text;
   } cases[] = {
-      {{"-n", "4"},
-       0,
-       "JSON-RPC thread pool(number: 4, low/high water mark: 512/1024) is activated.\n"},
+      {{}, 0, ""},
+      {{"-n", "abc"}, 0, ""},
+      {{"-n", "4"}, 0, started + "4, low/high water mark: 512/1024) is activated.\n"},
       {{"--jsonrpc-thread-number=2", "--jsonrpc-thread-queue-hwm", "20", "-l10"},
        0,
-       "JSON-RPC thread pool(number: 2, low/high water mark: 10/20) is activated.\n"},
-      {{"-n", "1", "-n", "3", "-h", "9x", "--jsonrpc-thread-queue-lwm", "+9"},
+       started + "2, low/high water mark: 10/20) is activated.\n"},
+      {{"-n1", "-n3", "-h9x", "--jsonrpc-thread-queue-lwm", "+9"},
        0,
-       "JSON-RPC thread pool(number: 3, low/high water mark: 9/9) is activated.\n"},
-      {{"-n", "4", "-h", "100"},
-       -1,
-       "Failed to activate JSON-RPC thread pool(number: 4, low/high water mark: 512/100).\n"},
-      {{"-n", "4", "-l", "-1"},
-       -1,
-       "Failed to activate JSON-RPC thread pool(number: 4, low/high water mark: 0/1024).\n"},
-      {{"-n", "abc"}, 0, nullptr},
+       started + "3, low/high water mark: 9/9) is activated.\n"},
+      {{"-n", "4", "-h", "100"}, -1, failed + "4, low/high water mark: 512/100).\n"},
+      {{"-n", "4", "-l", "-1"}, -1, failed + "4, low/high water mark: 0/1024).\n"},
   };
   for (const auto& c : cases) {
+    SCOPED_TRACE(c.text);
     log.clear();
     JSON_RPC_Service fresh;
-    std::vector<std::string> words = c.options;
-    std::vector<char*> argv;
-    for (std::string& word : words) argv.push_back(&word[0]);
-    EXPECT_EQ(c.result, fresh.init(static_cast<int>(argv.size()), argv.data()));
-    if (c.text == nullptr) {
+    EXPECT_EQ(c.result, init(fresh, c.options));
+    EXPECT_EQ(!c.text.empty(), log.contains(c.result == 0 ? LM_INFO : LM_ERROR, c.text));
+    if (c.text.empty()) {
       EXPECT_EQ(0u, log.size());
-    } else {
-      EXPECT_TRUE(log.contains(c.result == 0 ? LM_INFO : LM_ERROR, c.text)) << c.text;
     }
     EXPECT_EQ(0, fresh.fini());
   }
 }
 
-TEST_F(ServiceTest, FilesAreLoadedInOrderAndUnknownOptionsReadOver) {
+TEST_F(ServiceTest, FilesAreLoadedInOrderAndAllButRESTfulCreatorsGo) {
   Temporary_File first(record("method", "m", "make_handler", "first"));
   Temporary_File second(record("method", "m", "make_handler", "second"));
   Temporary_File filters(record("method", "f", "make_creator", "filter"));
   Temporary_File restful(record("uri", "/r", "make_restful", ""));
-  EXPECT_EQ(0, init({"-x", "-j", first.path(), "--jsonrpc", second.path(), "--no-such", "stray",
-                     "--jsonrpc-params-filter", filters.path(), "--restful=" + restful.path(), "-j",
-                     "/no/such/file", "-n"}));
+  EXPECT_EQ(0, init(service, {"-x", "-j", first.path(), "--jsonrpc", second.path(), "--no-such",
+                              "stray", "--jsonrpc-params-filter", filters.path(),
+                              "--restful=" + restful.path(), "-j", "/no/such/file", "-n"}));
   EXPECT_THAT(
       log.texts(LM_ERROR),
       ElementsAre("Unknown JSON_RPC_Service option -x\n",
@@ -109,16 +95,6 @@ TEST_F(ServiceTest, FilesAreLoadedInOrderAndUnknownOptionsReadOver) {
                   "/no/such/file: Failed to read configuration: No such file or directory\n",
                   "Unknown JSON_RPC_Service option -n\n"));
   EXPECT_EQ(5u, JSON_RPC_Service::failures());
-  EXPECT_NE(nullptr, JSON_RPC_Request_Map::instance()->find("m"));
-  EXPECT_NE(nullptr, JSON_RPC_Params_Handler_Map::instance()->find("f"));
-  EXPECT_NE(nullptr, JSON_RESTful_Handler_Creator_Map::instance()->find("/r"));
-}
-
-TEST_F(ServiceTest, FiniDestroysHandlersButKeepsRESTfulCreators) {
-  Temporary_File methods(record("method", "m", "make_handler", ""));
-  Temporary_File filters(record("method", "f", "make_creator", ""));
-  Temporary_File restful(record("uri", "/r", "make_restful", ""));
-  ASSERT_EQ(0, init({"-j", methods.path(), "-f", filters.path(), "-r", restful.path()}));
   HTTP_File_URI_Map::instance()->insert("/", "root");
   log.clear();
   EXPECT_EQ(0, service.fini());
@@ -130,44 +106,35 @@ TEST_F(ServiceTest, FiniDestroysHandlersButKeepsRESTfulCreators) {
   EXPECT_EQ(0, service.fini());
 }
 
-class Solo : public JSON_RPC_Thread_Handler {
-public:
-  explicit Solo(bool& gone) : gone_(gone) {}
-  ~Solo() override { gone_ = true; }
+struct Solo : JSON_RPC_Thread_Handler {
+  explicit Solo(std::string& e) : events(e) {}
+  ~Solo() override { events += " destroyed"; }
   int handle_object_i(JSON_RPC_Channel_var, JSON_RPC_Object_var) override {
     started.arrive();
     go_on.wait();
-    gone_within = gone_;
+    events += "ended";
     return 0;
   }
+  std::string& events;
   Gate started, go_on;
-  static bool gone_within;
-
-private:
-  bool& gone_;
 };
-bool Solo::gone_within = true;
 
 TEST_F(ServiceTest, FiniWaitsForCallsOnTheirOwnThreads) {
-  bool gone = false;
+  std::string events;
   ASSERT_EQ(0, service.init(0, nullptr));
-  Solo* const solo = new Solo(gone);
+  Solo* const solo = new Solo(events);
   ASSERT_EQ(0, JSON_RPC_Request_Map::instance()->insert("solo", "", solo, nullptr));
   JSON_RPC_Object_var request;
   vexa::adopt<JSON_RPC_Object_var, JSON_RPC_Object>(request, new JSON_RPC_Request);
-  JSON_RPC_Channel_var channel = make_fake_channel();
+  const JSON_RPC_Channel_var channel = make_fake_channel();
   ASSERT_EQ(0, solo->handle_object(JSON_RPC_Channel_ptr(channel), request));
   solo->started.wait();
   Gate stopping;
-  std::thread opener([solo, &stopping] {
-    stopping.wait();
-    solo->go_on.arrive();
-  });
+  std::thread opener([&] { stopping.wait(), solo->go_on.arrive(); });
   stopping.arrive();
   EXPECT_EQ(0, service.fini());
   opener.join();
-  EXPECT_TRUE(gone);
-  EXPECT_FALSE(Solo::gone_within);
+  EXPECT_EQ("ended destroyed", events);
   ACE_Thread_Manager::instance()->wait();
 }
 

@@ -1,0 +1,333 @@
+#include "json_rpc/json_rpc_reader.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <stdexcept>
+
+#include "json_rpc/json_rpc_params_handler_creator.h"
+#include "json_rpc/json_rpc_params_handler_map.h"
+#include "tests/support/in_pieces.h"
+#include "tests/support/json_rpc_fixture.h"
+
+using json_spirit::Value;
+
+namespace {
+
+/// Type and text of a message, "none" without one.
+std::string describe(const JSON_RPC_Object_var& object) {
+  if (object.get() == nullptr) return "none";
+  std::string text = std::to_string(object->type) + ' ';
+  YAJL_String_Printer printer(text);
+  JSON_RPC_Writer().write(*object, printer);
+  return text;
+}
+
+/// The message that was read, or the error.
+std::string read_all(JSON_RPC_Reader& reader, const Pieces& pieces) {
+  bool accepted = true;
+  for (const auto& piece : pieces) accepted = accepted && reader.read(piece.data(), piece.size());
+  if (accepted && reader.read(nullptr, 0)) return describe(reader.object());
+  return (reader.refused() ? "refused " : "no json ") + std::to_string(reader.error());
+}
+
+std::string read_message(const Pieces& pieces) {
+  JSON_RPC_Reader reader;
+  EXPECT_TRUE(reader.open());
+  return read_all(reader, pieces);
+}
+
+typedef std::pair<std::string, std::string> Text_And_Message;
+
+TEST(JsonRpcReaderTest, BuildsTheMessageThatTheMembersSay) {
+  Log_Capture log;
+  const std::string deep = std::string(124, '[') + std::string(124, ']');
+  const Text_And_Message cases[] = {
+      {R"({"jsonrpc":"2.0","method":"sum","params":[1,2],"id":3})",
+       R"(2 {"jsonrpc":"2.0","id":3,"method":"sum","params":[1,2]})"},
+      {R"({"method":"n"})", R"(1 {"jsonrpc":"","method":"n"})"},
+      {R"({"method":"n","jsonrpc":"2.0"})", R"(1 {"jsonrpc":"2.0","method":"n"})"},
+      // Kept: only an id that comes later makes a request of a notification, even a null one.
+      {R"({"id":null,"method":"m"})", R"(1 {"jsonrpc":"","method":"m"})"},
+      {R"({"method":"m","id":null})", R"(2 {"jsonrpc":"","id":null,"method":"m"})"},
+      {R"({"id":"a","params":{}})", R"(2 {"jsonrpc":"","id":"a","method":"","params":{}})"},
+      {R"({"params":{"id":[{}],"method":1},"method":"m","id":18446744073709551615})",
+       R"(2 {"jsonrpc":"","id":18446744073709551615,"method":"m","params":{"id":[{}],"method":1}})"},
+      {R"({"method":"m","params":null})", R"(1 {"jsonrpc":"","method":"m"})"},
+      {R"({"method":"m","params":[1],"params":null})", R"(1 {"jsonrpc":"","method":"m"})"},
+      {R"({"method":"m","params":{"a":1},"params":[2],"method":"n"})",
+       R"(1 {"jsonrpc":"","method":"n","params":[2]})"},
+      {R"({"method":"m","params":true})", R"(1 {"jsonrpc":"","method":"m","params":true})"},
+      {R"({"method":"m","params":-2.50})", R"(1 {"jsonrpc":"","method":"m","params":-2.5})"},
+      {R"({"method":"m","params":"a\u0000b"})",
+       R"(1 {"jsonrpc":"","method":"m","params":"a\u0000b"})"},
+      {R"({"method":"m","params":)" + deep + "}",
+       R"(1 {"jsonrpc":"","method":"m","params":)" + deep + "}"},
+      {R"({"jsonrpc":"2.0","id":-9223372036854775808,"result":{"a":[1,{"b":null}],"":2}})",
+       R"(3 {"jsonrpc":"2.0","id":-9223372036854775808,"result":{"":2,"a":[1,{"b":null}]}})"},
+      {R"({"result":null,"id":"x","jsonrpc":"2.0"})", R"(3 {"jsonrpc":"2.0","id":"x","result":null})"},
+      {R"({"result":false})", R"(3 {"jsonrpc":"","id":null,"result":false})"},
+      {R"({"jsonrpc":"2.0","id":"a","error":{"code":-32601,"message":"Method not found"}})",
+       R"(4 {"jsonrpc":"2.0","id":"a","error":{"code":-32601,"message":"Method not found"}})"},
+      {R"({"error":{"data":{"k":[1]},"message":""},"id":1})",
+       R"(4 {"jsonrpc":"","id":1,"error":{"code":-32603,"message":"","data":{"k":[1]}}})"},
+      {R"({"error":{"data":[2],"data":"d","code":4294967295}})",
+       R"(4 {"jsonrpc":"","id":null,"error":{"code":-1,"message":"","data":"d"}})"},
+      {R"({"error":{"data":)" + deep + "}}",
+       R"(4 {"jsonrpc":"","id":null,"error":{"code":-32603,"message":"","data":)" + deep + "}}"},
+      {R"({"jsonrpc":"2.0","id":1})", "none"},
+      {R"({"id":1,"error":{}})", "none"},
+      {"{}", "none"},
+      {"12 ", "none"},
+      // Errors: an id or a code of the wrong kind, numbers that no double holds, depth.
+      {R"({"id":1.5,"result":0})", "refused 9"},
+      {R"({"id":123456789012345678901234567890,"result":0})", "refused 9"},
+      {R"({"id":1e400,"result":0})", "refused 9"},
+      {R"({"error":{"code":1.5}})", "refused 4"},
+      {R"({"error":{"code":1e400}})", "refused 4"},
+      {R"({"method":"m","params":1e400})", "refused 9"},
+      {R"({"method":"m","params":[1e400]})", "refused 0"},
+      {R"({"method":"m","params":[)" + deep + "]}", "refused 6"},
+      {R"({"error":{"data":{"a":)" + deep + "}}}", "refused 6"},
+      // Members of two kinds.
+      {R"({"result":1,"method":"m"})", "refused 9"},
+      {R"({"result":1,"params":[]})", "refused 9"},
+      {R"({"method":"m","result":1})", "refused 9"},
+      {R"({"method":"m","error":{"code":1}})", "refused 9"},
+      {R"({"error":{"message":""},"result":1})", "refused 9"},
+      {R"({"result":[],"error":{"data":1}})", "refused 9"},
+      {R"({"method":"m","params":[1,2)", "no json 0"},
+      {R"({"method":"m"}})", "no json 0"},
+  };
+  for (const auto& c : cases) EXPECT_EQ(c.second, however_cut(c.first, read_message)) << c.first;
+}
+
+TEST(JsonRpcReaderTest, OneMessageLeavesNothingToTheNext) {
+  Log_Capture log;
+  const JSON_RPC_Channel_var channel = make_fake_channel();
+  JSON_RPC_Reader reader;
+  EXPECT_EQ(JSON_RPC_Reader::STATE_INIT, reader.state());
+  EXPECT_EQ(unsigned(JSON_RPC_Reader::OBJECT_MODE), reader.mode());
+  EXPECT_FALSE(reader.read("{}", 2));
+  for (const char* broken_off : {R"({"jsonrpc":"2.0","id":5,"params":{"a":[)", R"({"id":1.5)",
+                                 R"({"error":{"data":[[)", R"({"jsonrpc":"2.0","id":5,"result":1})"}) {
+    reader.open();
+    EXPECT_EQ(JSON_RPC_Reader::STATE_PARSING, reader.state());
+    reader.channel(channel);
+    reader.request_channel(channel);
+    reader.read(broken_off, std::strlen(broken_off));
+    const JSON_RPC_Object_var kept = reader.object();
+    const std::string before = describe(kept);
+    reader.open();
+    EXPECT_EQ(before, describe(kept)) << "who took the message keeps it as it was";
+    EXPECT_TRUE(reader.object().get() == nullptr && reader.request_channel().null());
+    EXPECT_TRUE(reader.id().is_null());
+    EXPECT_EQ(R"(1 {"jsonrpc":"","method":"m"})",
+              read_all(reader, cut_text(R"({"method":"m"})", 3, 3)));
+    reader.close();
+    EXPECT_EQ(JSON_RPC_Reader::STATE_INIT, reader.state());
+    EXPECT_TRUE(reader.object().get() == nullptr);
+    EXPECT_FALSE(reader.read("{}", 2));
+  }
+  EXPECT_EQ(0u, fake(channel).count());
+}
+
+TEST(JsonRpcReaderTest, ClearingInTheMiddleNeverWritesIntoWhatIsGone) {
+  Log_Capture log;
+  JSON_RPC_Reader reader;
+  reader.open();
+  const std::string begin = R"({"method":"m","params":{"a":[1)";
+  EXPECT_TRUE(reader.read(begin.data(), begin.size()));
+  reader.clear();
+  EXPECT_FALSE(reader.read(",2]}}", 5));
+}
+
+/// Whoever allocates requests of its own may run out of memory.
+class Poor_Reader : public JSON_RPC_Reader {
+  JSON_RPC_Request* make_request() override { return nullptr; }
+};
+
+TEST(JsonRpcReaderTest, AMessageThatCannotBeAllocatedIsRefused) {
+  Log_Capture log;
+  Poor_Reader reader;
+  reader.open();
+  errno = 0;
+  EXPECT_EQ("refused 2", read_all(reader, cut_text(R"({"method":"m"})", 1, 1)));
+  EXPECT_EQ(ENOMEM, errno);
+}
+
+/// What filters saw, in order, "~" when one goes.
+std::string seen;
+
+class Filter : public YAJL_Handler {
+public:
+  ~Filter() override { seen += '~'; }
+  bool handle_null_i() override { return note("null"); }
+  bool handle_boolean_i(bool value) override { return note(value ? "true" : "false"); }
+  bool handle_number_i(const char* text, std::size_t length) override {
+    return note(std::string(text, length));
+  }
+  bool handle_string_i(const char* text, std::size_t length) override {
+    const std::string said(text, length);
+    if (said == "throw") throw std::runtime_error("filter");
+    return note('\'' + said + '\'') && said != "refuse";
+  }
+  bool handle_start_map_i() override { return note("{"); }
+  bool handle_map_key_i(const char* text, std::size_t length) override {
+    return note(std::string(text, length) + ':');
+  }
+  bool handle_end_map_i() override { return note("}"); }
+  bool handle_start_array_i() override { return note("["); }
+  bool handle_end_array_i() override { return note("]"); }
+
+private:
+  bool note(const std::string& event) {
+    seen += event + ' ';
+    return true;
+  }
+};
+
+class Filter_Creator : public JSON_RPC_Params_Handler_Creator {
+public:
+  YAJL_Handler* create(JSON_RPC_Channel_ptr channel, JSON_RPC_Object_var request) override {
+    channel_was_null = JSON_RPC_Channel_var(channel).null();
+    request_seen = describe(request);
+    if (throws) throw std::runtime_error("creator");
+    return declines ? nullptr : new Filter;
+  }
+
+  bool channel_was_null = false;
+  std::string request_seen;
+  bool throws = false;
+  bool declines = false;
+};
+
+class FilterTest : public ::testing::Test {
+protected:
+  FilterTest() : creator_(new Filter_Creator) {
+    seen.clear();
+    JSON_RPC_Params_Handler_Map::instance()->insert("f", "", creator_, nullptr);
+  }
+  ~FilterTest() override { JSON_RPC_Params_Handler_Map::close_instance(); }
+
+  /// The message, and what the filters saw.
+  std::string filter(const Pieces& pieces) {
+    seen.clear();
+    std::string message;
+    {
+      JSON_RPC_Reader reader;
+      reader.mode(JSON_RPC_Reader::FILTER_REQUEST_MODE);
+      reader.open();
+      message = read_all(reader, pieces);
+      message += reader.handled_indirectly() ? " + " : " - ";
+      reader.close();
+      EXPECT_FALSE(reader.handled_indirectly());
+    }
+    return message + seen;
+  }
+
+  Log_Capture log_;
+  Filter_Creator* const creator_;  // the map's
+};
+
+TEST_F(FilterTest, ParamsGoToTheFilterWhoseLifeEndsWithThem) {
+  const std::string deep = std::string(124, '[') + std::string(124, ']');
+  const Text_And_Message cases[] = {
+      {R"({"id":1,"method":"f","params":{"a":[1,{}],"b":null}})",
+       R"(2 {"jsonrpc":"","id":1,"method":"f"} + { a: [ 1 { } ] b: null } ~)"},
+      {R"({"method":"f","params":[],"id":3,"jsonrpc":"2"})",
+       R"(2 {"jsonrpc":"2","id":3,"method":"f"} + [ ] ~)"},
+      // A scalar is all there is: what comes next is the message's again.
+      {R"({"method":"f","params":null,"id":3})", R"(2 {"jsonrpc":"","id":3,"method":"f"} + null ~)"},
+      {R"({"method":"f","params":false})", R"(1 {"jsonrpc":"","method":"f"} + false ~)"},
+      {R"({"method":"f","params":1e400,"id":3})", R"(2 {"jsonrpc":"","id":3,"method":"f"} + 1e400 ~)"},
+      {R"({"method":"f","params":"s","params":[2]})",
+       R"(1 {"jsonrpc":"","method":"f"} + 's' ~[ 2 ] ~)"},
+      {R"({"method":"other","params":[1]})", R"(1 {"jsonrpc":"","method":"other","params":[1]} - )"},
+      {R"({"params":[1],"method":"f"})", R"(1 {"jsonrpc":"","method":"f","params":[1]} - )"},
+      {R"({"method":"f","params":"refuse","id":3})", "refused 0 + 'refuse' ~"},
+      {R"({"method":"f","params":["refuse",1]})", "refused 0 + [ 'refuse' ~"},
+      {R"({"method":"f","params":"throw"})", "refused 0 + ~"},
+      {R"({"method":"f","params":{"a":"throw"}})", "refused 0 + { a: ~"},
+      {R"({"method":"f","params":[1,)", "no json 0 + [ 1 ~"},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(c.second, however_cut(c.first, [this](const Pieces& p) { return filter(p); }));
+  }
+  const auto head = [this](const std::string& value) {
+    return filter(cut_text(R"({"method":"f","params":)" + value + "}", 4096, 1)).substr(0, 9);
+  };
+  EXPECT_EQ("1 {\"jsonr", head(deep));
+  EXPECT_EQ("refused 6", head('[' + deep + ']'));
+}
+
+TEST_F(FilterTest, TheCreatorGetsTheChannelAndTheRequestSoFarAndMayDecline) {
+  JSON_RPC_Reader reader;
+  reader.mode(JSON_RPC_Reader::FILTER_REQUEST_MODE | JSON_RPC_Reader::FORWARD_REQUEST_MODE |
+              JSON_RPC_Reader::FORWARD_RESPONSE_MODE);
+  const JSON_RPC_Channel_var channel = make_fake_channel();
+  const Pieces text = cut_text(R"({"id":1,"method":"f","params":[]})", 100, 1);
+  reader.open();
+  reader.request_channel(channel);
+  read_all(reader, text);
+  EXPECT_FALSE(creator_->channel_was_null);
+  EXPECT_EQ(R"(2 {"jsonrpc":"","id":1,"method":"f"})", creator_->request_seen);
+  EXPECT_TRUE(reader.request_channel() == channel) << "no response was forwarded to it";
+  EXPECT_EQ(0u, fake(channel).count());
+
+  reader.open();
+  read_all(reader, text);
+  EXPECT_TRUE(creator_->channel_was_null);
+  creator_->declines = true;
+  EXPECT_EQ("refused 0 - ", filter(text));
+  creator_->throws = true;
+  log_.clear();
+  EXPECT_EQ("refused 0 - ", filter(text));
+  EXPECT_TRUE(log_.contains(LM_ERROR, "A handler of parse events failed: creator\n"));
+}
+
+/// Takes results as their owner would that filters them.
+class Result_Filter_Reader : public JSON_RPC_Reader {
+public:
+  bool handle_key_i(unsigned int key, const char* text, std::size_t length) override {
+    const bool begins = callback_type() != CB_END_MAP && callback_type() != CB_END_ARRAY;
+    if (key == RESULT_BIT && begins) {
+      if (with_object) take(new JSON_RPC_Response(nullptr));
+      if (with_handler) handler_ = new Filter;
+    }
+    return JSON_RPC_Reader::handle_key_i(key, text, length);
+  }
+
+  bool with_object = true;
+  bool with_handler = true;
+};
+
+TEST_F(FilterTest, ResultsGoToTheFilterThatTheOwnerSet) {
+  const auto run = [](const std::string& text, bool object, bool handler) {
+    return however_cut(text, [=](const Pieces& pieces) {
+      seen.clear();
+      std::string message;
+      {
+        Result_Filter_Reader reader;
+        reader.with_object = object;
+        reader.with_handler = handler;
+        reader.mode(JSON_RPC_Reader::FILTER_RESPONSE_MODE);
+        reader.open();
+        message = read_all(reader, pieces);
+      }
+      return message + ' ' + seen;
+    });
+  };
+  EXPECT_EQ(R"(3 {"jsonrpc":"2.0","id":4,"result":null} { a: [ 1 ] } ~)",
+            run(R"({"id":4,"result":{"a":[1]},"jsonrpc":"2.0"})", true, true));
+  EXPECT_EQ(R"(3 {"jsonrpc":"2.0","id":4,"result":null} 's' ~)",
+            run(R"({"id":4,"result":"s","jsonrpc":"2.0"})", true, true));
+  EXPECT_EQ("no json 0 [ 1 ~", run(R"({"id":4,"result":[1)", true, true));
+  EXPECT_EQ("refused 0 ", run(R"({"id":4,"result":[1]})", false, false));
+  EXPECT_EQ("refused 9 ", run(R"({"id":4,"result":[1]})", true, false));
+  // Without an integer id before it a result is an ordinary one.
+  EXPECT_EQ(R"(3 {"jsonrpc":"","id":"x","result":[1]} )",
+            run(R"({"id":"x","result":[1]})", false, false));
+}
+
+}  // namespace

@@ -1,0 +1,192 @@
+// What happens at each limit of the host.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include <chrono>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/process/host_client.h"
+#include "tests/process/host_process.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+using ::testing::HasSubstr;
+
+const std::string echo = request("echo", "1", "1");
+const std::string echoed = result("1", "1");
+
+class HostLimitsTest : public ::testing::Test {
+protected:
+  void start(std::vector<std::string> options) {
+    Host_Setup setup;
+    setup.options = std::move(options);
+    host_ = std::make_unique<Host_Process>(setup);
+    ASSERT_TRUE(host_->ready());
+  }
+  const std::string& url() const { return host_->url(); }
+
+  std::unique_ptr<Host_Process> host_;
+};
+
+TEST_F(HostLimitsTest, AMessageOverTheLimitIsRefusedAndItsChannelClosed) {
+  start({"--max-message", "1000"});
+  const auto sized = [](std::size_t size) {
+    const std::string empty = request("echo", "\"\"", "1");
+    return request("echo", "\"" + std::string(size + 1 - empty.size(), 'x') + "\"", "1");
+  };
+  for (const std::size_t piece : {std::size_t{64}, std::string::npos}) {
+    Host_Client client(url());
+    EXPECT_THAT(client.call(sized(1000)), HasSubstr("\"result\""));
+    client.send(sized(1001) + echo, piece);
+    EXPECT_EQ(error("null", -32600, "Invalid Request") + "\n", client.rest());
+  }
+  EXPECT_EQ(echoed, Host_Client(url()).call(echo));
+  host_->stop();
+  start({"--max-message", "0"});
+  EXPECT_EQ(12u << 20, Host_Client(url()).call(sized(12u << 20)).size() + 19);
+  host_->stop();
+}
+
+TEST_F(HostLimitsTest, ReadingPausesWhileTooManyRequestsAreInWork) {
+  start({"--max-pending", "2"});
+  Host_Client client(url());
+  std::string all;
+  for (const char* id : {"2", "3"}) all += request("sleep", R"({"ms":300})", id);
+  client.send(all + echo + all + echo);
+  EXPECT_THAT(client.line(), HasSubstr(":300}")) << "the echo waits for an answer to be there";
+  std::vector<std::string> rest;
+  for (int i = 0; i < 5; ++i) rest.push_back(client.line());
+  EXPECT_EQ(2, std::count(rest.begin(), rest.end(), echoed));
+  host_->stop();
+}
+
+TEST_F(HostLimitsTest, AcceptingPausesWhileTooManyConnectionsAreOpen) {
+  start({"--max-connections", "2"});
+  auto one = std::make_unique<Host_Client>(url());
+  Host_Client two(url());
+  EXPECT_EQ(echoed, one->call(echo));
+  EXPECT_EQ(echoed, two.call(echo));
+  Host_Client three(url());
+  ASSERT_TRUE(three.connected());
+  three.send(echo);
+  host_->wait_for_log("Accepting pauses at " + url() + ": 2 connections are open.");
+  EXPECT_TRUE(three.silent(milliseconds(300)));
+  EXPECT_EQ(echoed, two.call(echo));
+  one.reset();
+  EXPECT_EQ(echoed, three.line());
+  host_->wait_for_log("Accepting goes on at " + url());
+  host_->stop();
+}
+
+TEST_F(HostLimitsTest, WithoutDescriptorsAcceptingWaitsAndDoesNotSpin) {
+  start({});
+  std::vector<std::unique_ptr<Host_Client>> clients;
+  clients.push_back(std::make_unique<Host_Client>(url()));
+  EXPECT_EQ(echoed, clients[0]->call(echo));
+  rlimit limit{}, before{};
+  ::prlimit(host_->pid(), RLIMIT_NOFILE, nullptr, &before);
+  limit = before;
+  limit.rlim_cur = host_->descriptors() + 1;
+  ASSERT_EQ(0, ::prlimit(host_->pid(), RLIMIT_NOFILE, &limit, nullptr));
+  for (int i = 0; i < 4; ++i) {
+    clients.push_back(std::make_unique<Host_Client>(url()));
+    clients.back()->send(echo);
+  }
+  host_->wait_for_log("Accepting pauses at " + url() + ": ");
+  const milliseconds cpu = host_->cpu_time();
+  EXPECT_TRUE(clients[4]->silent(milliseconds(1500)));
+  EXPECT_LT(host_->cpu_time() - cpu, milliseconds(500));
+  EXPECT_EQ(echoed, clients[0]->call(echo)) << "who is connected is served";
+
+  clients[0].reset();
+  clients[1].reset();
+  EXPECT_EQ(echoed, clients[2]->line()) << "room again";
+  ASSERT_EQ(0, ::prlimit(host_->pid(), RLIMIT_NOFILE, &before, nullptr));
+  EXPECT_EQ(echoed, clients[4]->line());
+  host_->stop();
+}
+
+TEST_F(HostLimitsTest, AStalledPeerIsClosed) {
+  start({"--stall-timeout", "1", "--max-queue", "100000"});
+  Host_Client half(url()), between(url()), broken(url()), owed(url());
+  half.send(echo + R"({"jsonrpc":"2.0","method":"echo")");
+  between.send(echo + " ");
+  broken.send("no json, and no line feed");
+  owed.send(request("sleep", R"({"ms":2500})", "1"));
+
+  // Asks for much and takes nothing; its answers are owed, so reading from it pauses.
+  Host_Client greedy(url());
+  const std::string large = request("echo", "\"" + std::string(1u << 20, 'x') + "\"", "1");
+  bool taken = true;
+  for (int i = 0; i < 200 && taken; ++i) taken = greedy.send(large);
+  EXPECT_FALSE(taken) << "200 MB were taken";
+  host_->wait_for_log("it takes no output");
+
+  EXPECT_EQ(echoed + "\n", half.rest());
+  host_->wait_for_log("it stopped in a message");
+  EXPECT_EQ(result("1", "2500"), owed.line());
+  EXPECT_EQ(echoed, between.line());
+  EXPECT_EQ(echoed, between.call(echo));
+  broken.send("\n" + echo);
+  EXPECT_EQ(error("null", -32700, "Parse error"), broken.line());
+  EXPECT_EQ(echoed, broken.line());
+  host_->stop();
+}
+
+TEST_F(HostLimitsTest, AnIdleChannelIsClosedUnlessItIsSubscribedOrOwedAnAnswer) {
+  start({"--idle-timeout", "1"});
+  Host_Client idle(url()), subscribed(url()), owed(url()), mute(url());
+  EXPECT_EQ(echoed, idle.call(echo));
+  EXPECT_EQ(result("1", "true"), subscribed.call(request("subscribe", R"({"subjects":["n"]})", "1")));
+  owed.send(request("sleep", R"({"ms":3000})", "1"));
+  EXPECT_EQ("", idle.rest());
+  EXPECT_EQ("", mute.rest());
+  EXPECT_EQ(2u, host_->logged("it is idle"));
+  EXPECT_EQ(result("1", "3000"), owed.line());
+  EXPECT_EQ(echoed, subscribed.call(echo));
+  host_->stop();
+}
+
+TEST_F(HostLimitsTest, ASlowReaderHoldsNobodyAndGetsAll) {
+  start({"--max-queue", "1000000", "--threads", "1", "--stall-timeout", "60"});
+  constexpr int rounds = sanitized ? 20 : 40;
+  const std::string text = "\"" + std::string(1u << 20, 'x') + "\"";
+  Host_Client slow(url()), other(url());
+  std::thread sender([&] {
+    for (int i = 0; i < rounds; ++i) slow.send(request("echo", text, std::to_string(i)));
+  });
+  for (int i = 0; i < 200; ++i) EXPECT_EQ(echoed, other.call(echo));
+  if (!sanitized) {
+    EXPECT_LT(host_->resident_bytes(), 60u << 20) << "reading from it pauses";
+  }
+  for (int i = 0; i < rounds; ++i) ASSERT_EQ(result(std::to_string(i), text), slow.line());
+  sender.join();
+  host_->stop();
+}
+
+TEST_F(HostLimitsTest, ASubscriberThatNeverReadsIsClosedAndHoldsNobody) {
+  start({"--max-queue", "1000000"});
+  constexpr int count = sanitized ? 20000 : 100000;
+  Host_Client deaf(url()), publisher(url()), third(url());
+  EXPECT_EQ(result("1", "true"), deaf.call(request("subscribe", R"({"subjects":["n"]})", "1")));
+  const std::string event = request("n", "[\"" + std::string(960, 'x') + "\"]");
+  std::string batch;
+  for (int i = 0; i < 100; ++i) batch += event;
+  std::thread sender([&] {
+    for (int i = 0; i < count / 100; ++i) EXPECT_TRUE(publisher.send(batch));
+    EXPECT_EQ(echoed, publisher.call(echo));
+  });
+  for (int i = 0; i < 200; ++i) EXPECT_EQ(echoed, third.call(echo));
+  sender.join();
+  host_->wait_for_log("is closed: it does not take its notifications.");
+  EXPECT_EQ(1u, host_->logged("it does not take its notifications"));
+  host_->stop();
+}
+
+}  // namespace

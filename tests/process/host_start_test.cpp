@@ -1,0 +1,201 @@
+// What the host does before it serves: options, configuration, listeners.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "tests/process/host_client.h"
+#include "tests/process/host_process.h"
+
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::MatchesRegex;
+
+/// How often a line of `text` begins with `prefix`.
+int lines_with(const std::string& text, const std::string& prefix) {
+  std::istringstream lines(text);
+  int count = 0;
+  for (std::string line; std::getline(lines, line);) count += line.rfind(prefix, 0) == 0;
+  return count;
+}
+
+Host_Setup with(std::vector<std::string> options) {
+  Host_Setup setup;
+  setup.options = std::move(options);
+  return setup;
+}
+
+const std::string echo = request("echo", "[1]", "5");
+const std::string echoed = result("5", "[1]");
+
+TEST(HostStartTest, ABadOptionIsOneLineAndStatus2) {
+  const std::vector<std::vector<std::string>> cases = {
+      {"--unknown"},         {"word"},           {"--threads", "0"},
+      {"--threads", "x"},    {"--max-queue", "-1"}, {"--max-connections", "0"},
+      {"--drain", "-1"},     {"--stall-timeout", "0"}, {"--log-level", "loud"},
+      {"--max-message"},     {"--max-pending", "99999999999999999999"}};
+  for (const auto& options : cases) {
+    SCOPED_TRACE(options.back());
+    Host_Process host(with(options));
+    EXPECT_EQ(2, host.wait());
+    EXPECT_EQ("", host.output());
+    EXPECT_EQ(1, lines_with(host.log(), ""));
+    EXPECT_EQ(1, lines_with(host.log(), "json_rpc_host: "));
+  }
+}
+
+TEST(HostStartTest, TellsItsVersionAndItsOptions) {
+  Host_Process version(with({"--version"}));
+  EXPECT_EQ(0, version.wait());
+  EXPECT_THAT(version.output(), MatchesRegex("json_rpc_host [0-9]+\\.[0-9]+\\.[0-9]+\n"));
+  Host_Process help(with({"--help"}));
+  EXPECT_EQ(0, help.wait());
+  for (const char* option :
+       {"--svc", "--listen", "--threads", "--max-message", "--max-queue", "--max-pending",
+        "--max-connections", "--stall-timeout", "--idle-timeout", "--drain", "--log-level"}) {
+    EXPECT_THAT(help.output(), HasSubstr(option));
+  }
+}
+
+TEST(HostStartTest, CheckLoadsEverythingAndTellsWhatIsBad) {
+  const std::string service = "dynamic JSON_RPC_Service Service_Object * " JSON_RPC_LIBRARY
+                              ":_make_JSON_RPC_Service() ";
+  const std::string echo_record =
+      R"({"method":"echo","dll":")" SAMPLE_PLUGIN_DIR R"(/libecho.so","init":"make_echo"})";
+  struct Case {
+    std::string methods;
+    std::string svc;
+    std::string log;
+    int status = 1;
+  };
+  const Case cases[] = {
+      {"", "", "", 0},
+      {"/* one */ [" + echo_record + "] // more", "", "", 0},
+      {"[" + echo_record + R"(,{"method":"x","dll":"/nowhere/libx.so","init":"make"}])", "",
+       "/nowhere/libx.so"},
+      {R"([{"method":"x","dll":")" SAMPLE_PLUGIN_DIR R"(/libecho.so","init":"make_nothing"}])", "",
+       "make_nothing"},
+      {R"([{"method":"x"}])", "", " error "},
+      {"[" + echo_record, "", "methods.json"},
+      {"{}", "", "methods.json"},
+      {"", "nonsense {", " error "},
+      {"", "# nothing\n", "loads no JSON_RPC_Service"},
+      {"", service + "\"-j /nowhere/methods.json\"\n", "/nowhere/methods.json"},
+      {"", service + "\"--unknown\"\n", "Unknown JSON_RPC_Service option --unknown"},
+      {"", "dynamic JSON_RPC_Service Service_Object * /nowhere/lib.so:_make() \"\"\n", " error "},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.methods + c.svc);
+    Host_Setup setup = with({"--check"});
+    setup.methods = c.methods;
+    setup.svc = c.svc;
+    Host_Process host(setup);
+    EXPECT_EQ(c.status, host.wait()) << host.log();
+    EXPECT_THAT(host.output(), HasSubstr(c.status == 0 ? ": good\n" : ": bad, see the log\n"));
+    EXPECT_THAT(host.log(), HasSubstr(c.log));
+  }
+}
+
+TEST(HostStartTest, ABadRecordCostsOnlyItself) {
+  Host_Setup setup;
+  setup.methods = R"([{"method":"x","dll":"/nowhere/libx.so","init":"make"},)"
+                  R"({"method":"echo","dll":")" SAMPLE_PLUGIN_DIR
+                  R"(/libecho.so","init":"make_echo"}])";
+  Host_Process host(setup);
+  ASSERT_TRUE(host.ready());
+  EXPECT_EQ(echoed, Host_Client(host.url()).call(echo));
+  host.stop();
+}
+
+TEST(HostStartTest, ListensWhereItIsToldTo) {
+  const Temporary_Directory directory;
+  const std::string path = directory / "socket";
+  Host_Process host(with({"--listen", "tcp://127.0.0.1:0", "--listen", "tcp://127.0.0.1:0",
+                          "--listen", "unix://" + path}));
+  ASSERT_TRUE(host.ready());
+  ASSERT_EQ(3u, host.urls().size());
+  EXPECT_EQ("unix://" + path, host.urls()[2]);
+  EXPECT_NE(host.urls()[0], host.urls()[1]);
+  for (const std::string& url : host.urls()) EXPECT_EQ(echoed, Host_Client(url).call(echo)) << url;
+  struct stat status;
+  ASSERT_EQ(0, ::stat(path.c_str(), &status));
+  EXPECT_EQ(0600u, status.st_mode & 07777);
+
+  // What is taken stays with whom it belongs to.
+  for (const std::string& taken : {host.urls()[0], host.urls()[2]}) {
+    Host_Process second(with({"--listen", taken}));
+    EXPECT_EQ(2, second.wait());
+    EXPECT_EQ(1, lines_with(second.log(), "json_rpc_host: cannot listen on " + taken + ": "));
+    EXPECT_THAT(second.output(), ::testing::Not(HasSubstr("ready")));
+  }
+  EXPECT_EQ(echoed, Host_Client(host.urls()[2]).call(echo));
+  host.stop();
+  EXPECT_NE(0, ::stat(path.c_str(), &status)) << "the file goes at exit";
+}
+
+TEST(HostStartTest, ListensOnIpv6WhereTheSystemHasIt) {
+  Host_Process host(with({"--listen", "tcp://[::1]:0"}));
+  const int probe = ::socket(AF_INET6, SOCK_STREAM, 0);
+  sockaddr_in6 address{};
+  address.sin6_family = AF_INET6;
+  address.sin6_addr = in6addr_loopback;
+  const bool available =
+      probe != -1 && ::bind(probe, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+  ::close(probe);
+  if (!available) {
+    EXPECT_EQ(2, host.wait());
+    return;
+  }
+  ASSERT_TRUE(host.ready());
+  EXPECT_THAT(host.url(), MatchesRegex("tcp://\\[::1\\]:[1-9][0-9]*"));
+  EXPECT_EQ(echoed, Host_Client(host.url()).call(echo));
+  host.stop();
+}
+
+TEST(HostStartTest, ReplacesAStaleSocketAndNothingElse) {
+  const Temporary_Directory directory;
+  const std::string stale = directory / "stale";
+  const int socket = ::socket(AF_UNIX, SOCK_STREAM, 0);
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::strncpy(address.sun_path, stale.c_str(), sizeof address.sun_path - 1);
+  ASSERT_EQ(0, ::bind(socket, reinterpret_cast<sockaddr*>(&address), sizeof address));
+  ::close(socket);
+  Host_Process host(with({"--listen", "unix://" + stale}));
+  ASSERT_TRUE(host.ready());
+  EXPECT_EQ(echoed, Host_Client(host.url()).call(echo));
+  host.stop();
+
+  const std::string file = directory.write("file", "precious");
+  Host_Process other(with({"--listen", "unix://" + file}));
+  EXPECT_EQ(2, other.wait());
+  std::string content;
+  std::ifstream(file) >> content;
+  EXPECT_EQ("precious", content);
+}
+
+TEST(HostStartTest, LogsTimeAndChannelAndNothingThatAPeerForged) {
+  Host_Process host(with({"--log-level", "info"}));
+  ASSERT_TRUE(host.ready());
+  Host_Client client(host.url());
+  EXPECT_EQ(error("4", -32601, "Method not found"),
+            client.call(request("x\\n2026-01-01T00:00:00.000Z error forged\\u0007", "[]", "4")));
+  host.stop();
+  EXPECT_EQ(0, lines_with(host.log(), "2026-01-01T00:00:00.000Z"));
+  std::istringstream lines(host.log());
+  for (std::string line; std::getline(lines, line);) {
+    EXPECT_THAT(line, MatchesRegex("(    .*|[0-9]+-[0-9]+-[0-9]+T[0-9:.]+Z "
+                                   "(debug|info|warning|error)( \\[channel [0-9]+\\])? .*)"));
+  }
+  EXPECT_THAT(host.log(), HasSubstr(" error [channel 1] JSON-RPC 'x"));
+}
+
+}  // namespace
