@@ -9,6 +9,7 @@
 #include <chrono>
 #include <iostream>
 #include <string>
+#include <thread>
 
 #include "host/log_output.h"
 #include "host/options.h"
@@ -58,6 +59,18 @@ void wait_for_stop(const sigset_t& signals) {
   pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
 }
 
+/// Whether no handler runs on the pool or on a thread of its own; those that have just answered get a
+/// moment to return.
+bool handlers_end() {
+  for (int i = 0; i < 100; ++i) {
+    if (JSON_RPC_Thread_Pool_Handler::busy() == 0 && JSON_RPC_Thread_Handler::running() == 0) {
+      return true;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  return false;
+}
+
 int check(Services& services, const Options& options, const Log_Output& log) {
   const bool good = services.load(options.svc) == 0 && Services::ready() &&
                     Services::failures() == 0 && log.errors() == 0;
@@ -84,7 +97,7 @@ int serve(Services& services, const Options& options, const sigset_t& signals) {
   server.stop(options.drain);
 
   // A handler that does not end would hold the stop of its service for ever.
-  if (JSON_RPC_Thread_Pool_Handler::busy() != 0 || JSON_RPC_Thread_Handler::running() != 0) {
+  if (!handlers_end()) {
     VEXA_WARNING("Handlers still run: the process leaves without finishing its services.\n");
     ::_exit(0);
   }

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+/// The reference host in a process of its own, with the sample configuration, for as long as the
+/// object lives. Failures end the benchmark with a message.
+class Host_Under_Test {
+ public:
+  explicit Host_Under_Test(const std::vector<std::string>& options);
+  ~Host_Under_Test();
+  Host_Under_Test(const Host_Under_Test&) = delete;
+  Host_Under_Test& operator=(const Host_Under_Test&) = delete;
+
+  /// A new connection, blocking.
+  int connect() const;
+
+  std::size_t resident_bytes() const;
+  std::size_t descriptors() const;
+
+ private:
+  pid_t pid_ = -1;
+  unsigned short port_ = 0;
+};
+
+/// Sends all of `text`; reads up to the next line feed.
+void send_all(int socket, const std::string& text);
+std::string read_line(int socket);
