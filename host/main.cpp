@@ -94,10 +94,10 @@ int serve(Services& services, const Options& options, const sigset_t& signals) {
   server.start();
   std::cout << "ready" << std::endl;
   wait_for_stop(signals);
-  server.stop(options.drain);
+  const bool stopped = server.stop(options.drain) == 0;
 
-  // A handler that does not end would hold the stop of its service for ever.
-  if (!handlers_end()) {
+  // A handler that does not end would hold the stop of its service, or its loop, for ever.
+  if (!stopped || !handlers_end()) {
     VEXA_WARNING("Handlers still run: the process leaves without finishing its services.\n");
     ::_exit(0);
   }

@@ -26,30 +26,38 @@ std::chrono::milliseconds tick_period(const Limits& limits) {
   return std::clamp(shortest, std::chrono::milliseconds(20), std::chrono::milliseconds(1000));
 }
 
-/// Runs `operation` on a loop's thread and waits for its result.
+/// Has `operation` run on a loop's thread. It may run after its asker has given up waiting, so it
+/// owns what it needs.
 template <typename Operation>
-auto on_loop(Loop& loop, Operation operation) {
-  std::packaged_task<decltype(operation())()> task(std::move(operation));
-  auto result = task.get_future();
-  asio::post(loop.context(), [&task] { task(); });
-  return result.get();
+auto ask(Loop& loop, Operation operation) {
+  auto task = std::make_shared<std::packaged_task<decltype(operation())()>>(std::move(operation));
+  auto result = task->get_future();
+  asio::post(loop.context(), [task] { (*task)(); });
+  return result;
+}
+
+typedef std::chrono::steady_clock Clock;
+
+template <typename Result>
+bool answered(std::future<Result>& result, Clock::time_point deadline) {
+  return result.wait_until(deadline) == std::future_status::ready;
 }
 
 }  // namespace
 
 struct Server::Impl {
-  Impl(const Limits& limits, unsigned int threads) : state(std::make_shared<Server_State>(limits)) {
+  Impl(const Limits& limits, unsigned int threads)
+      : state(std::make_shared<Server_State>(limits)),
+        accept_loop(std::make_shared<Loop>(tick_period(limits))) {
     for (unsigned int i = 0; i < std::max(threads, 1u); ++i) {
       loops.push_back(std::make_shared<Loop>(tick_period(limits)));
     }
     state->connection_closed = [this] {
       if (!state->stopping && state->connections + 1 >= state->limits.max_connections) {
-        asio::post(accept_loop()->context(), [this] { resume_listeners(); });
+        asio::post(accept_loop->context(), [this] { resume_listeners(); });
       }
     };
   }
-
-  const std::shared_ptr<Loop>& accept_loop() const { return loops.front(); }
 
   std::shared_ptr<Loop> next_loop() { return loops[next++ % loops.size()]; }
 
@@ -57,56 +65,68 @@ struct Server::Impl {
     for (const auto& listener : listeners) listener->resume();
   }
 
-  std::size_t owed() const {
-    std::size_t sum = 0;
+  /// The requests that await an answer; false when a loop does not say in time.
+  bool owed(Clock::time_point deadline, std::size_t& sum) const {
+    sum = 0;
     for (const auto& loop : loops) {
-      sum += on_loop(*loop, [&] {
-        std::size_t count = 0;
+      std::future<std::size_t> count = ask(*loop, [loop] {
+        std::size_t owed = 0;
         for (const auto& member : loop->members()) {
-          count += static_cast<const Connection&>(*member).owed();
+          owed += static_cast<const Connection&>(*member).owed();
         }
-        return count;
+        return owed;
       });
-    }
-    return sum;
-  }
-
-  template <typename Operation>
-  void for_each_connection(Operation operation) {
-    for (const auto& loop : loops) {
-      on_loop(*loop, [&] {
-        for (const auto& member : loop->members()) operation(static_cast<Connection&>(*member));
-      });
-    }
-  }
-
-  static bool wait_until(std::chrono::milliseconds limit, const std::function<bool()>& done) {
-    const auto deadline = std::chrono::steady_clock::now() + limit;
-    while (!done()) {
-      if (std::chrono::steady_clock::now() >= deadline) return false;
-      std::this_thread::sleep_for(poll_period);
+      if (!answered(count, deadline)) return false;
+      sum += count.get();
     }
     return true;
   }
 
+  /// Has every loop do something with its connections; false when one did not get to it in time.
+  bool for_each_connection(Clock::time_point deadline, void (*operation)(Connection&)) {
+    std::vector<std::future<void>> done;
+    for (const auto& loop : loops) {
+      done.push_back(ask(*loop, [loop, operation] {
+        for (const auto& member : loop->members()) operation(static_cast<Connection&>(*member));
+      }));
+    }
+    return std::all_of(done.begin(), done.end(),
+                       [&](std::future<void>& future) { return answered(future, deadline); });
+  }
+
+  /// Asks again and again; whether it came true in time.
+  static void wait_until(Clock::time_point deadline, const std::function<bool()>& done) {
+    while (!done() && Clock::now() < deadline) std::this_thread::sleep_for(poll_period);
+  }
+
+  void stop_loops() {
+    accept_loop->stop();
+    for (const auto& loop : loops) loop->stop();
+  }
+
   const std::shared_ptr<Server_State> state;
-  std::vector<std::shared_ptr<Loop>> loops;  // the first accepts
-  std::vector<std::unique_ptr<Listener>> listeners;  // until start() this thread's, then the first
-                                                     // loop's, after stop() this thread's
-  std::size_t next = 0;                              // of the first loop
+  // Listeners have a loop of their own: a handler that holds one of the others keeps nobody out.
+  const std::shared_ptr<Loop> accept_loop;
+  std::vector<std::shared_ptr<Loop>> loops;
+  // Until start() and after stop() the owner's, in between the accepting loop's.
+  std::vector<std::unique_ptr<Listener>> listeners;
+  std::size_t next = 0;  // the accepting loop's
   bool running = false;
 };
 
 Server::Server(const Limits& limits, unsigned int threads)
     : impl_(std::make_unique<Impl>(limits, threads)) {}
 
-Server::~Server() { stop(std::chrono::milliseconds(0)); }
+Server::~Server() {
+  stop(std::chrono::milliseconds(0));
+  impl_->stop_loops();
+}
 
 int Server::listen(const std::string& url, std::string& bound, std::string& error) {
   Endpoint endpoint;
   if (!Endpoint::parse(url, endpoint, error)) return -1;
   std::unique_ptr<Listener> listener =
-      open_listener(endpoint, impl_->accept_loop(), impl_->state,
+      open_listener(endpoint, impl_->accept_loop, impl_->state,
                     [impl = impl_.get()] { return impl->next_loop(); }, error);
   if (listener == nullptr) return -1;
   bound = listener->endpoint().url();
@@ -116,25 +136,44 @@ int Server::listen(const std::string& url, std::string& bound, std::string& erro
 
 void Server::start() {
   for (const auto& listener : impl_->listeners) listener->start();
+  impl_->accept_loop->start();
   for (const auto& loop : impl_->loops) loop->start();
   impl_->running = true;
 }
 
-void Server::stop(std::chrono::milliseconds drain) {
+int Server::stop(std::chrono::milliseconds drain) {
   Impl& impl = *impl_;
-  if (!impl.running) return;
+  if (!impl.running) return 0;
   impl.running = false;
-  on_loop(*impl.accept_loop(), [&] {
+  const Clock::time_point drained = Clock::now() + drain;
+  const Clock::time_point end = drained + last_words;
+  auto closed = ask(*impl.accept_loop, [&impl] {
     for (const auto& listener : impl.listeners) listener->close();
   });
+  answered(closed, end);
   impl.state->stopping = true;
-  Impl::wait_until(drain, [&] { return impl.owed() == 0; });
-  impl.for_each_connection([](Connection& connection) { connection.drain(); });
-  Impl::wait_until(last_words, [&] { return impl.state->connections == 0; });
-  impl.for_each_connection([](Connection& connection) { connection.close("the server stops"); });
-  for (const auto& loop : impl.loops) loop->stop();
+  Impl::wait_until(drained, [&] {
+    std::size_t owed = 0;
+    return impl.owed(drained, owed) && owed == 0;
+  });
+  const bool told =
+      impl.for_each_connection(end, [](Connection& connection) { connection.drain(); });
+  if (told) {
+    Impl::wait_until(end, [&] { return impl.state->connections == 0; });
+  }
+  if (!impl.for_each_connection(end + last_words, [](Connection& connection) {
+        connection.close("the server stops");
+      })) {
+    return -1;
+  }
+  impl.stop_loops();
+  return 0;
 }
 
 std::size_t Server::connections() const { return impl_->state->connections; }
 
-std::size_t Server::owed() const { return impl_->owed(); }
+std::size_t Server::owed() const {
+  std::size_t owed = 0;
+  impl_->owed(Clock::time_point::max(), owed);
+  return owed;
+}

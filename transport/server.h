@@ -21,8 +21,9 @@
 /// One thread, which is no loop's, calls everything here.
 class TRANSPORT_EXPORT Server {
  public:
-  /// `threads` loops, at least one.
+  /// `threads` loops for connections, at least one, and one that accepts.
   Server(const Limits& limits, unsigned int threads);
+  /// Stops. Waits for handlers that hold a loop.
   ~Server();
   Server(const Server&) = delete;
   Server& operator=(const Server&) = delete;
@@ -34,8 +35,9 @@ class TRANSPORT_EXPORT Server {
   void start();
 
   /// Stops in order: no more connections; new requests are refused with -32001; those in work get up
-  /// to `drain`; what is still owed is answered -32001; all is sent and closed; the loops end.
-  void stop(std::chrono::milliseconds drain);
+  /// to `drain`; what is still owed is answered -32001; all is sent and closed; the loops end. 0, or
+  /// -1 when a handler holds a loop: that loop and its connections are left as they are.
+  int stop(std::chrono::milliseconds drain);
 
   std::size_t connections() const;
   /// Requests that await an answer, over all channels. While it runs.
