@@ -58,6 +58,7 @@ Host_Under_Test::Host_Under_Test(const std::vector<std::string>& options) {
 }
 
 Host_Under_Test::~Host_Under_Test() {
+  if (pid_ <= 0) return;  // -1 would be everybody
   ::kill(pid_, SIGTERM);
   ::waitpid(pid_, nullptr, 0);
 }

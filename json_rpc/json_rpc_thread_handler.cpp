@@ -84,7 +84,7 @@ int JSON_RPC_Thread_Handler::handle_object(JSON_RPC_Channel_ptr channel, JSON_RP
     errno = error;
     return -1;
   }
-  params.release();  // the thread's own now
+  static_cast<void>(params.release());  // the thread's own now
   return 0;
 }
 

@@ -119,12 +119,12 @@ class Listener_Of final : public Listener {
         paused_ = true;
         return;
       }
-      const std::shared_ptr<Loop> loop = next_loop_();
+      if (target_ == nullptr) target_ = next_loop_();
       error_code error;
-      typename Protocol::socket socket = acceptor_.accept(loop->context(), error);
+      typename Protocol::socket socket = acceptor_.accept(target_->context(), error);
       if (error == asio::error::would_block || error == asio::error::try_again) break;
       if (!error) {
-        hand_over(loop, std::move(socket));
+        hand_over(std::exchange(target_, nullptr), std::move(socket));
       } else if (exhausted(error)) {
         return retry_later(error);
       }
@@ -147,7 +147,7 @@ class Listener_Of final : public Listener {
     });
   }
 
-  void hand_over(const std::shared_ptr<Loop>& loop, typename Protocol::socket socket) {
+  void hand_over(std::shared_ptr<Loop> loop, typename Protocol::socket socket) {
     const Stream_Channel::Addresses addresses = addresses_of(socket);
     prepare(socket);
     error_code error;
@@ -168,6 +168,7 @@ class Listener_Of final : public Listener {
   const std::shared_ptr<Server_State> state_;
   const Next_Loop next_loop_;
   typename Protocol::acceptor acceptor_;
+  std::shared_ptr<Loop> target_;  // of the next connection, from when it is expected
   asio::steady_timer timer_;
   bool paused_ = false;
   bool bound_ = false;

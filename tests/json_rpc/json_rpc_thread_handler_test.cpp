@@ -68,7 +68,8 @@ TEST_F(ThreadHandlerTest, ACallOutlivesItsCallerAndKeepsTheChannel) {
 }
 
 TEST_F(ThreadHandlerTest, ACallThatCannotBeStartedLeavesNothing) {
-  EXPECT_EQ(-1, handler.handle_object(JSON_RPC_Channel_ptr(make_fake_channel()), request));
+  const JSON_RPC_Channel_ptr gone(make_fake_channel());
+  EXPECT_EQ(-1, handler.handle_object(gone, request));
   EXPECT_EQ(EPIPE, errno);
   {
     const JSON_RPC_Channel_var channel = make_fake_channel();

@@ -162,7 +162,8 @@ TEST_F(ThreadPoolHandlerTest, TheTypeOfAMessageSelectsTheOperation) {
   }
   Typed_Handler handler;
   handler.channel = channel.get();
-  EXPECT_EQ(11, handler.handle_object_i(JSON_RPC_Channel_ptr(make_fake_channel()), request));
+  const JSON_RPC_Channel_ptr gone(make_fake_channel());
+  EXPECT_EQ(11, handler.handle_object_i(gone, request));
   EXPECT_EQ(nullptr, handler.channel) << "of a channel that is gone";
 }
 

@@ -104,7 +104,9 @@ public:
   }
 
   /// Whether nothing comes for that long.
-  bool silent(std::chrono::milliseconds time) { return buffer_.empty() && !receive(time) && !ended_; }
+  bool silent(std::chrono::milliseconds time) {
+    return buffer_.empty() && !receive(time) && !ended_;
+  }
 
   std::string call(const std::string& text) { return send(text) ? line() : "not sent"; }
 

@@ -74,11 +74,10 @@ Host_Process::Host_Process(const Host_Setup& setup) {
       directory_.write("methods.json", setup.methods.empty() ? all_methods() : setup.methods);
   const std::string filters = directory_.write("filters.json", all_filters());
   const std::string svc = directory_.write(
-      "svc.conf", !setup.svc.empty()
-                      ? setup.svc
-                      : "dynamic JSON_RPC_Service Service_Object * " JSON_RPC_LIBRARY
-                        ":_make_JSON_RPC_Service() \"-j " +
-                            methods + " -f " + filters + " " + setup.pool + "\"\n");
+      "svc.conf", !setup.svc.empty() ? setup.svc
+                                     : "dynamic JSON_RPC_Service Service_Object * " JSON_RPC_LIBRARY
+                                       ":_make_JSON_RPC_Service() \"-j " +
+                                           methods + " -f " + filters + " " + setup.pool + "\"\n");
   std::vector<std::string> words{HOST_PROGRAM, "--svc", svc};
   words.insert(words.end(), setup.options.begin(), setup.options.end());
   if (std::find(words.begin(), words.end(), "--listen") == words.end()) {
@@ -107,10 +106,19 @@ Host_Process::~Host_Process() {
   ::waitpid(pid_, nullptr, 0);
 }
 
+/// Whether it has ended. From then on there is no pid any more, and nobody else gets its signals.
+bool Host_Process::ended() {
+  int status = 0;
+  if (pid_ > 0 && ::waitpid(pid_, &status, WNOHANG) == pid_) {
+    pid_ = -1;
+    status_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  }
+  return pid_ <= 0;
+}
+
 bool Host_Process::ready() {
-  const bool in_time = wait_until([this] {
-    return output().find("ready\n") != std::string::npos || ::waitpid(pid_, nullptr, WNOHANG) != 0;
-  });
+  const bool in_time =
+      wait_until([this] { return output().find("ready\n") != std::string::npos || ended(); });
   std::istringstream lines(output());
   bool ready = false;
   for (std::string line; std::getline(lines, line);) {
@@ -121,16 +129,15 @@ bool Host_Process::ready() {
   return in_time && ready && !urls_.empty();
 }
 
-void Host_Process::signal(int number) const { ::kill(pid_, number); }
+// Never with a pid of -1, which stands for every process there is.
+void Host_Process::signal(int number) const {
+  if (pid_ > 0) ::kill(pid_, number);
+}
 
 int Host_Process::wait(std::chrono::milliseconds limit) {
-  int status = 0;
-  if (!wait_until([&] { return ::waitpid(pid_, &status, WNOHANG) == pid_; }, limit)) {
-    ADD_FAILURE() << "the host still runs";
-    return -1;
-  }
-  pid_ = -1;
-  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  if (wait_until([this] { return ended(); }, limit)) return status_;
+  ADD_FAILURE() << "the host still runs";
+  return -1;
 }
 
 void Host_Process::stop() {

@@ -48,10 +48,10 @@ private:
 /// What the host is started with. The sample methods and those of the misbehaving plug-in are
 /// configured unless `methods` or `svc` say otherwise.
 struct Host_Setup {
-  std::vector<std::string> options;      ///< beside --svc; without --listen: port 0 on 127.0.0.1
-  std::string pool = "-n 4";             ///< options of the service that concern its pool
-  std::string methods;                   ///< the text of the methods' file
-  std::string svc;                       ///< the text of svc.conf
+  std::vector<std::string> options;  ///< beside --svc; without --listen: port 0 on 127.0.0.1
+  std::string pool = "-n 4";         ///< options of the service that concern its pool
+  std::string methods;               ///< the text of the methods' file
+  std::string svc;                   ///< the text of svc.conf
 };
 
 /// A running json_rpc_host; killed when it is still there at the end.
@@ -62,8 +62,8 @@ public:
   Host_Process(const Host_Process&) = delete;
   Host_Process& operator=(const Host_Process&) = delete;
 
-  /// Until it is ready; false, and the test has failed, when it is not in time. The constructor does
-  /// not wait.
+  /// Until it is ready; false, and the test has failed, when it is not in time. The constructor
+  /// does not wait.
   bool ready();
   /// The URLs that it listens on, in order, once it is ready.
   const std::vector<std::string>& urls() const { return urls_; }
@@ -71,8 +71,8 @@ public:
 
   pid_t pid() const { return pid_; }
   void signal(int number) const;
-  /// Waits until it ends: its exit status, or 128 and the signal that ended it; -1 and a failed test
-  /// when it goes on.
+  /// Waits until it ends: its exit status, or 128 and the signal that ended it; -1 and a failed
+  /// test when it goes on.
   int wait(std::chrono::milliseconds limit = host_patience);
   /// SIGTERM, and a status of 0.
   void stop();
@@ -92,7 +92,10 @@ public:
   bool wait_for_descriptors(std::size_t count) const;
 
 private:
+  bool ended();
+
   Temporary_Directory directory_;
-  pid_t pid_ = -1;
+  pid_t pid_ = -1;   // while it runs
+  int status_ = -1;  // once it has ended
   std::vector<std::string> urls_;
 };

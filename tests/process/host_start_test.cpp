@@ -37,11 +37,17 @@ const std::string echo = request("echo", "[1]", "5");
 const std::string echoed = result("5", "[1]");
 
 TEST(HostStartTest, ABadOptionIsOneLineAndStatus2) {
-  const std::vector<std::vector<std::string>> cases = {
-      {"--unknown"},         {"word"},           {"--threads", "0"},
-      {"--threads", "x"},    {"--max-queue", "-1"}, {"--max-connections", "0"},
-      {"--drain", "-1"},     {"--stall-timeout", "0"}, {"--log-level", "loud"},
-      {"--max-message"},     {"--max-pending", "99999999999999999999"}};
+  const std::vector<std::vector<std::string>> cases = {{"--unknown"},
+                                                       {"word"},
+                                                       {"--threads", "0"},
+                                                       {"--threads", "x"},
+                                                       {"--max-queue", "-1"},
+                                                       {"--max-connections", "0"},
+                                                       {"--drain", "-1"},
+                                                       {"--stall-timeout", "0"},
+                                                       {"--log-level", "loud"},
+                                                       {"--max-message"},
+                                                       {"--max-pending", "99999999999999999999"}};
   for (const auto& options : cases) {
     SCOPED_TRACE(options.back());
     Host_Process host(with(options));
@@ -66,8 +72,8 @@ TEST(HostStartTest, TellsItsVersionAndItsOptions) {
 }
 
 TEST(HostStartTest, CheckLoadsEverythingAndTellsWhatIsBad) {
-  const std::string service = "dynamic JSON_RPC_Service Service_Object * " JSON_RPC_LIBRARY
-                              ":_make_JSON_RPC_Service() ";
+  const std::string service =
+      "dynamic JSON_RPC_Service Service_Object * " JSON_RPC_LIBRARY ":_make_JSON_RPC_Service() ";
   const std::string echo_record =
       R"({"method":"echo","dll":")" SAMPLE_PLUGIN_DIR R"(/libecho.so","init":"make_echo"})";
   struct Case {
@@ -106,9 +112,9 @@ TEST(HostStartTest, CheckLoadsEverythingAndTellsWhatIsBad) {
 
 TEST(HostStartTest, ABadRecordCostsOnlyItself) {
   Host_Setup setup;
-  setup.methods = R"([{"method":"x","dll":"/nowhere/libx.so","init":"make"},)"
-                  R"({"method":"echo","dll":")" SAMPLE_PLUGIN_DIR
-                  R"(/libecho.so","init":"make_echo"}])";
+  setup.methods =
+      R"([{"method":"x","dll":"/nowhere/libx.so","init":"make"},)"
+      R"({"method":"echo","dll":")" SAMPLE_PLUGIN_DIR R"(/libecho.so","init":"make_echo"}])";
   Host_Process host(setup);
   ASSERT_TRUE(host.ready());
   EXPECT_EQ(echoed, Host_Client(host.url()).call(echo));
@@ -185,9 +191,9 @@ TEST(HostStartTest, ReplacesAStaleSocketAndNothingElse) {
 TEST(HostStartTest, LogsTimeAndChannelAndNothingThatAPeerForged) {
   Host_Process host(with({"--log-level", "info"}));
   ASSERT_TRUE(host.ready());
-  Host_Client client(host.url());
   EXPECT_EQ(error("4", -32601, "Method not found"),
-            client.call(request("x\\n2026-01-01T00:00:00.000Z error forged\\u0007", "[]", "4")));
+            Host_Client(host.url())
+                .call(request("x\\n2026-01-01T00:00:00.000Z error forged\\u0007", "[]", "4")));
   host.stop();
   EXPECT_EQ(0, lines_with(host.log(), "2026-01-01T00:00:00.000Z"));
   std::istringstream lines(host.log());

@@ -33,8 +33,8 @@ protected:
   }
   /// Sends a request that takes that long, and returns when it is in work.
   void begin(const std::string& method, int ms) {
-    EXPECT_EQ(echoed, client_->call(
-                          request(method, "{\"ms\":" + std::to_string(ms) + "}", "5") + echo));
+    EXPECT_EQ(echoed,
+              client_->call(request(method, "{\"ms\":" + std::to_string(ms) + "}", "5") + echo));
   }
 
   std::unique_ptr<Host_Process> host_;
@@ -80,8 +80,9 @@ TEST_F(HostStopTest, WhatTakesTooLongIsAnsweredThatTheServerIsStopping) {
 
 TEST_F(HostStopTest, AHandlerThatHoldsItsLoopDoesNotHoldTheStop) {
   start({"--drain", "1", "--threads", "2"});
+  Host_Client other(host_->url());  // on the other loop
+  EXPECT_EQ(echoed, other.call(echo));
   client_->send(request("hold", "[600000]", "5"));
-  Host_Client other(host_->url());
   EXPECT_EQ(echoed, other.call(echo));
   host_->signal(SIGTERM);
   EXPECT_EQ(0, host_->wait(milliseconds(15000)));

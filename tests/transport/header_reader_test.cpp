@@ -51,14 +51,4 @@ TEST(HeaderReaderTest, ReadsTheLengthOrRefusesWhateverThePieces) {
   }
 }
 
-TEST(HeaderReaderTest, EachHeaderHasItsOwnLength) {
-  Header_Reader reader;
-  std::size_t used;
-  for (const char* text : {"Content-Length: 5\n\n", "Content-Length: 6\n\n"}) {
-    reader.begin();
-    EXPECT_EQ(Header_Reader::COMPLETE, reader.feed(text, 19, used));
-  }
-  EXPECT_EQ(6u, reader.content_length());
-}
-
 }  // namespace

@@ -24,8 +24,8 @@ std::string framed(const std::string& body) {
 class Fake_Sink final : public Inbound::Sink {
 public:
   void message(const JSON_RPC_Object_var& object) override {
-    const bool call =
-        object->type == JSON_RPC_Object::TYPE_REQUEST || object->type == JSON_RPC_Object::TYPE_NOTIFY;
+    const bool call = object->type == JSON_RPC_Object::TYPE_REQUEST ||
+                      object->type == JSON_RPC_Object::TYPE_NOTIFY;
     if (object->type != JSON_RPC_Object::TYPE_NOTIFY) {
       seen += std::string(call ? "" : "=") + JSON_RPC_Id(object->id).c_str() + (call ? ":" : "");
     }
@@ -58,8 +58,8 @@ private:
 
 struct Case {
   std::string input;
-  std::string seen;     // by the sink
-  std::string output;   // to the peer
+  std::string seen;    // by the sink
+  std::string output;  // to the peer
   bool stopped = false;
 };
 
@@ -104,10 +104,9 @@ const std::string no_message = error_line("null", -32600);
 
 TEST_F(InboundTest, TextThatIsNoJsonIsAnsweredOnceAndSkippedToTheLineFeed) {
   std::vector<Case> cases;
-  for (const char* broken :
-       {"{\"jsonrpc\" x {} \"", "nul", "hello {\"id\":1} world", "}", ",", ": [",
-        R"({"id":4,"method":"m",,"x":{}})", "{\"id\":4,\"method\":\"\xff\"}", "{'id':1}", "-",
-        "\xef\xbb\xbf{}"}) {
+  for (const char* broken : {"{\"jsonrpc\" x {} \"", "nul", "hello {\"id\":1} world", "}", ",",
+                             ": [", R"({"id":4,"method":"m",,"x":{}})",
+                             "{\"id\":4,\"method\":\"\xff\"}", "{'id':1}", "-", "\xef\xbb\xbf{}"}) {
     cases.push_back({std::string(broken) + "\n" + good, "1:m ", no_json});
     cases.push_back({good + " " + broken + "\r\n  \n" + good + good, "1:m 1:m 1:m ", no_json});
   }
@@ -219,8 +218,9 @@ TEST_F(InboundTest, HeadersTellWhereMessagesEnd) {
       {framed(good).substr(0, 40), "", answer(no_json)},
       {"Content-Length: 3\r\n", "", refused},
   };
-  for (const char* header : {"Content-Length: 0\r\n\r\n", "Content-Length: x\r\n\r\n", "Content\r\n",
-                             "Content-Type: x\r\n\r\n", "Content-Length: 99999999999\r\n\r\n"}) {
+  for (const char* header :
+       {"Content-Length: 0\r\n\r\n", "Content-Length: x\r\n\r\n", "Content\r\n",
+        "Content-Type: x\r\n\r\n", "Content-Length: 99999999999\r\n\r\n"}) {
     cases.push_back({header + good, "", refused, true});
     cases.push_back({framed(good) + header + good, "1:m ", refused, true});
   }
@@ -295,9 +295,14 @@ TEST_F(InboundTest, KnowsWhetherMoreIsToCome) {
   const struct {
     std::string input;
     bool in_message;
-  } cases[] = {{good, false},          {good + " \n ", false},       {"{", true},
-               {"[1,", true},          {"nul \"rest of it", false},  {"Content-Le", true},
-               {"Content-Length: 9\n\nxx", true}, {framed(good), false}};
+  } cases[] = {{good, false},
+               {good + " \n ", false},
+               {"{", true},
+               {"[1,", true},
+               {"nul \"rest of it", false},
+               {"Content-Le", true},
+               {"Content-Length: 9\n\nxx", true},
+               {framed(good), false}};
   for (const auto& c : cases) {
     Wired_Channel wired(limits_);
     Fake_Sink sink;

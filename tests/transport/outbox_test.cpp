@@ -128,20 +128,6 @@ TEST(OutboxTest, NothingOvertakesAnOpenMessage) {
   EXPECT_FALSE(outbox.owes());
 }
 
-TEST(OutboxTest, LargeSharedTextIsNotCopied) {
-  Outbox outbox(100000);
-  bool wake;
-  const Shared_Text text = std::make_shared<const std::string>(10000, 'x');
-  outbox.put(Outbox::NOTICE, Value(), "head", {}, text, wake);
-  put(outbox, Outbox::NOTICE, "y");
-  std::vector<Output_Piece> batch;
-  outbox.take(batch);
-  ASSERT_EQ(3u, batch.size());
-  EXPECT_EQ("head", batch[0].text());
-  EXPECT_EQ(text, batch[1].shared);
-  EXPECT_EQ("y", batch[2].text());
-}
-
 TEST(OutboxTest, WaitersGoOnWhenBytesLeaveAndGiveUpWhenNoneDo) {
   Outbox outbox(1000);
   EXPECT_TRUE(outbox.wait_for_room(0, milliseconds(0)));

@@ -39,7 +39,8 @@ void text(yajl_gen_t* gen, const std::string& value) {
   yajl_gen_string(gen, reinterpret_cast<const unsigned char*>(value.data()), value.size());
 }
 
-/// Begins {"jsonrpc":"2.0","id":`id`,"result":[ ; a negative id: {"jsonrpc":"2.0","method":"n","params":[
+/// Begins {"jsonrpc":"2.0","id":`id`,"result":[ ; a negative id:
+/// {"jsonrpc":"2.0","method":"n","params":[
 void open_message(yajl_gen_t* gen, int id) {
   yajl_gen_map_open(gen);
   text(gen, "jsonrpc");
@@ -93,8 +94,8 @@ TEST_F(StreamChannelTest, ARequestIsAnsweredOnce) {
   EXPECT_EQ(EINVAL, send(wired, make_response(3, false)));
   EXPECT_FALSE(wired.stream->answer_error(3, JSON_RPC_INTERNAL_ERROR, nullptr));
   EXPECT_EQ(answer_line("3", "true"), wired.output());
-  EXPECT_TRUE(log_.contains(
-      LM_WARNING, "Dropped an answer to id 3 of channel 9, which awaits none.\n"));
+  EXPECT_TRUE(
+      log_.contains(LM_WARNING, "Dropped an answer to id 3 of channel 9, which awaits none.\n"));
   EXPECT_EQ(3u, log_.count("Dropped an answer"));
   EXPECT_EQ(1, wired.wire->wakes);
   EXPECT_EQ(0, wired.wire->closes);
@@ -103,8 +104,9 @@ TEST_F(StreamChannelTest, ARequestIsAnsweredOnce) {
 TEST_F(StreamChannelTest, AValueThatCannotBeWrittenIsRefusedBeforeTheFirstByte) {
   Value deep;
   for (int i = 0; i < 125; ++i) deep = Value(json_spirit::Array{deep});
-  for (const Value& bad : {Value(std::numeric_limits<double>::quiet_NaN()),
-                           Value(json_spirit::Array{std::numeric_limits<double>::infinity()}), deep}) {
+  for (const Value& bad :
+       {Value(std::numeric_limits<double>::quiet_NaN()),
+        Value(json_spirit::Array{std::numeric_limits<double>::infinity()}), deep}) {
     Wired_Channel wired(limits_);
     wired.stream->await("a");
     EXPECT_EQ(EINVAL, send(wired, make_response("a", bad)));
@@ -305,15 +307,6 @@ TEST_F(StreamChannelTest, StreamsAreHeldWholeWithHeaderFraming) {
   const std::size_t body = output.find("\r\n\r\n") + 4;
   EXPECT_EQ("Content-Length: " + std::to_string(output.size() - body), output.substr(0, body - 4));
   EXPECT_EQ('}', output.back());
-}
-
-TEST_F(StreamChannelTest, ComplaintsNeedNoRequestAndGoOutInKind) {
-  Wired_Channel wired(limits_);
-  wired.stream->complain(Value(), JSON_RPC_PARSE_ERROR);
-  wired.stream->complain(5, -32001, "Server is stopping");
-  EXPECT_EQ(error_line("null", -32700) + R"({"jsonrpc":"2.0","id":5,"error":{"code":-32001,)" +
-                "\"message\":\"Server is stopping\"}}\n",
-            wired.output());
 }
 
 }  // namespace

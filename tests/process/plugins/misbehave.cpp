@@ -61,7 +61,8 @@ class Stream_Handler final : public JSON_RPC_Thread_Pool_Handler_Impl {
     yajl_gen_t* const gen = channel->send_begin();
     if (gen == nullptr) return -1;
     const auto name = [gen](const char* text) {
-      yajl_gen_string(gen, reinterpret_cast<const unsigned char*>(text), std::char_traits<char>::length(text));
+      yajl_gen_string(gen, reinterpret_cast<const unsigned char*>(text),
+                      std::char_traits<char>::length(text));
     };
     yajl_gen_map_open(gen);
     name("id");
@@ -76,13 +77,13 @@ class Stream_Handler final : public JSON_RPC_Thread_Pool_Handler_Impl {
   }
 };
 
-/// Throws at null params when it is made, otherwise at the first event.
 class Throwing_Filter final : public YAJL_Handler {
   bool handle_number_i(const char*, std::size_t) override {
     throw std::runtime_error("thrown by a filter");
   }
 };
 
+/// Throws for the id 0; the filters for other ids do, at their first number.
 class Throwing_Filter_Creator final : public JSON_RPC_Params_Handler_Creator {
 public:
   YAJL_Handler* create(JSON_RPC_Channel_ptr, JSON_RPC_Object_var request) override {
@@ -93,9 +94,9 @@ public:
 
 }  // namespace
 
-#define FACTORY(NAME, BASE, CLASS)                                                   \
-  extern "C" JSON_RPC_PLUGIN_EXPORT BASE* make_##NAME(void (**gobbler)(void*)) {     \
-    return plugin::make<BASE, CLASS>(gobbler);                                       \
+#define FACTORY(NAME, BASE, CLASS)                                               \
+  extern "C" JSON_RPC_PLUGIN_EXPORT BASE* make_##NAME(void (**gobbler)(void*)) { \
+    return plugin::make<BASE, CLASS>(gobbler);                                   \
   }
 FACTORY(throw, JSON_RPC_Handler, Throw_Handler)
 FACTORY(pool_throw, JSON_RPC_Handler, Pool_Throw_Handler)
