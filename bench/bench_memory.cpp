@@ -1,5 +1,5 @@
-// What the host's memory does: an idle connection, a closed one, and an array of 1 GB that is counted.
-// The figures are the counters; the times are of no interest.
+// What the host's memory does: an idle connection, a closed one, and an array of 1 GB that is
+// counted. The figures are the counters; the times are of no interest.
 
 #include <benchmark/benchmark.h>
 #include <unistd.h>
@@ -47,8 +47,7 @@ void idle_connection(benchmark::State& state) {
       sockets.push_back(host.connect());
       call_once(sockets.back());
     }
-    state.counters["KiB_each"] =
-        difference(host.resident_bytes(), before) / connections / 1024;
+    state.counters["KiB_each"] = difference(host.resident_bytes(), before) / connections / 1024;
     for (const int socket : sockets) ::close(socket);
   }
 }
@@ -89,7 +88,8 @@ void count_a_gigabyte(benchmark::State& state) {
       most = std::max(most, host.resident_bytes());
     }
     send_all(socket, "0],\"id\":1}\n");
-    if (read_line(socket).find("\"result\":") == std::string::npos) state.SkipWithError("no result");
+    if (read_line(socket).find("\"result\":") == std::string::npos)
+      state.SkipWithError("no result");
     ::close(socket);
     state.SetBytesProcessed(static_cast<int64_t>(sent));
     state.counters["MiB_over_idle"] = difference(most, idle) / (1 << 20);

@@ -23,8 +23,8 @@ int main(int argc, char** argv) {
     const std::string& request = requests[i];
     benchmark::RegisterBenchmark((std::string("floor/") + names[i]).c_str(), run,
                                  request_path::floor, request);
-    benchmark::RegisterBenchmark((std::string("ours/") + names[i]).c_str(), run,
-                                 request_path::ours, request);
+    benchmark::RegisterBenchmark((std::string("ours/") + names[i]).c_str(), run, request_path::ours,
+                                 request);
   }
   benchmark::Initialize(&argc, argv);
   benchmark::RunSpecifiedBenchmarks();

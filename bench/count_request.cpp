@@ -1,5 +1,5 @@
-// The request path for callgrind and for counting allocations: `count_request floor|ours 68|1k|1m N`
-// runs it N times and prints the allocations that one run makes.
+// The request path for callgrind and for counting allocations: `count_request floor|ours 68|1k|1m
+// N` runs it N times and prints the allocations that one run makes.
 
 #include <cstdio>
 #include <cstdlib>
@@ -28,9 +28,10 @@ int main(int argc, char** argv) {
   }
   request_path::set_up();
   const auto path = std::strcmp(argv[1], "floor") == 0 ? request_path::floor : request_path::ours;
-  const std::string request = std::strcmp(argv[2], "68") == 0   ? request_path::small_request()
-                              : std::strcmp(argv[2], "1k") == 0 ? request_path::middle_request()
-                                                                : request_path::large_request(10'000);
+  const std::string request = std::strcmp(argv[2], "68") == 0 ? request_path::small_request()
+                              : std::strcmp(argv[2], "1k") == 0
+                                  ? request_path::middle_request()
+                                  : request_path::large_request(10'000);
   path(request);  // what is made once
   const unsigned long before = allocations;
   path(request);

@@ -9,7 +9,7 @@
 /// The reference host in a process of its own, with the sample configuration, for as long as the
 /// object lives. Failures end the benchmark with a message.
 class Host_Under_Test {
- public:
+public:
   explicit Host_Under_Test(const std::vector<std::string>& options);
   ~Host_Under_Test();
   Host_Under_Test(const Host_Under_Test&) = delete;
@@ -21,7 +21,7 @@ class Host_Under_Test {
   std::size_t resident_bytes() const;
   std::size_t descriptors() const;
 
- private:
+private:
   pid_t pid_ = -1;
   unsigned short port_ = 0;
 };

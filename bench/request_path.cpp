@@ -21,7 +21,7 @@ namespace {
 
 /// Adds numbers; of objects it answers how many there are.
 class Sum_Handler final : public JSON_RPC_Handler {
- public:
+public:
   Sum_Handler() { silent_ = true; }
 
   int handle_object(JSON_RPC_Channel_ptr channel, JSON_RPC_Object_var object) override {
@@ -35,7 +35,7 @@ class Sum_Handler final : public JSON_RPC_Handler {
     return requester->send(handle);
   }
 
- private:
+private:
   static std::int64_t result(const json_spirit::Value& params) {
     if (params.type() == json_spirit::obj_type) return params.get_obj().size();
     const json_spirit::Array& terms = params.get_array();
@@ -48,7 +48,7 @@ class Sum_Handler final : public JSON_RPC_Handler {
 
 /// Writes what is sent into a buffer.
 class Buffer_Channel final : public JSON_RPC_Channel {
- public:
+public:
   int send(JSON_RPC_Object_var object) override {
     YAJL_String_Printer printer(sent);
     JSON_RPC_Writer writer;
@@ -72,9 +72,9 @@ int ignore(void*) { return 1; }
 int ignore_boolean(void*, int) { return 1; }
 int ignore_number(void*, const char*, size_t) { return 1; }
 int ignore_text(void*, const unsigned char*, size_t) { return 1; }
-const yajl_callbacks nothing = {ignore,      ignore_boolean, nullptr,     nullptr,
-                                ignore_number, ignore_text,  ignore,      ignore_text,
-                                ignore,      ignore,         ignore};
+const yajl_callbacks nothing = {ignore,        ignore_boolean, nullptr, nullptr,
+                                ignore_number, ignore_text,    ignore,  ignore_text,
+                                ignore,        ignore,         ignore};
 
 void append(void* sink, const char* text, size_t length) {
   static_cast<std::string*>(sink)->append(text, length);
@@ -115,8 +115,8 @@ std::string large_request(unsigned int objects) {
     std::snprintf(object, sizeof object,
                   "%s{\"id\":%u,\"name\":\"item %u\",\"price\":%u.25,\"active\":%s,"
                   "\"group\":\"tools\",\"stock\":%u,\"place\":[%u,%u]}",
-                  i == 0 ? "" : ",", 100'000 + i, i, i % 1000, i % 2 == 0 ? "true" : "false", i % 77,
-                  i % 13, i % 11);
+                  i == 0 ? "" : ",", 100'000 + i, i, i % 1000, i % 2 == 0 ? "true" : "false",
+                  i % 77, i % 13, i % 11);
     request += object;
   }
   return request + R"(],"id":12345})";

@@ -3,8 +3,8 @@
 #include <string>
 
 /// The path that every request takes, in process and on one thread: bytes in, bytes out. Ours goes
-/// through reader, dispatcher, handler and writer; the floor parses with callbacks that do nothing and
-/// writes a fixed answer with yajl's generator, each message with new handles.
+/// through reader, dispatcher, handler and writer; the floor parses with callbacks that do nothing
+/// and writes a fixed answer with yajl's generator, each message with new handles.
 namespace request_path {
 
 /// 68 bytes: an array of numbers to add.

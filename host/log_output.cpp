@@ -18,6 +18,8 @@ const char* name_of(unsigned long priority) {
       return "debug";
     case LM_INFO:
     case LM_NOTICE:
+    case LM_STARTUP:
+    case LM_SHUTDOWN:
       return "info";
     case LM_WARNING:
       return "warning";
@@ -41,7 +43,8 @@ std::string time_text(const ACE_Time_Value& stamp) {
   gmtime_r(&seconds, &parts);
   char text[48];
   const std::size_t length = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &parts);
-  std::snprintf(text + length, sizeof text - length, ".%03dZ", static_cast<int>(stamp.usec() / 1000));
+  std::snprintf(text + length, sizeof text - length, ".%03dZ",
+                static_cast<int>(stamp.usec() / 1000));
   return text;
 }
 

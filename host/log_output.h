@@ -5,11 +5,11 @@
 #include <atomic>
 #include <string>
 
-/// Writes ACE's log records to standard error, one event a line: time, priority, channel, text. What
-/// a peer could have put into a text cannot forge a line: control bytes are escaped, and the further
-/// lines of a text are indented. ACE serialises the calls.
+/// Writes ACE's log records to standard error, one event a line: time, priority, channel, text.
+/// What a peer could have put into a text cannot forge a line: control bytes are escaped, and the
+/// further lines of a text are indented. ACE serialises the calls.
 class Log_Output final : public ACE_Log_Msg_Backend {
- public:
+public:
   /// Installs itself for the whole process while it lives; records below `level` are dropped before
   /// they are composed. `level` is one of debug, info, warning, error.
   explicit Log_Output(const std::string& level);
@@ -23,6 +23,6 @@ class Log_Output final : public ACE_Log_Msg_Backend {
   int close() override { return 0; }
   ssize_t log(ACE_Log_Record& record) override;
 
- private:
+private:
   std::atomic<std::size_t> errors_{0};
 };

@@ -25,8 +25,8 @@ constexpr int bad_configuration = 1;
 constexpr int bad_start = 2;
 constexpr rlim_t other_descriptors = 64;  // beside the connections
 
-/// Makes room for the connections among the process's descriptors; where the system has not as many,
-/// fewer connections are allowed.
+/// Makes room for the connections among the process's descriptors; where the system has not as
+/// many, fewer connections are allowed.
 void fit_descriptors(Limits& limits) {
   rlimit limit;
   if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
@@ -36,7 +36,8 @@ void fit_descriptors(Limits& limits) {
     if (::setrlimit(RLIMIT_NOFILE, &limit) != 0) ::getrlimit(RLIMIT_NOFILE, &limit);
   }
   if (limit.rlim_cur >= wanted) return;
-  limits.max_connections = std::max<rlim_t>(limit.rlim_cur, other_descriptors + 1) - other_descriptors;
+  limits.max_connections =
+      std::max<rlim_t>(limit.rlim_cur, other_descriptors + 1) - other_descriptors;
   VEXA_WARNING("The system allows %B descriptors: at most %B connections.\n",
                static_cast<size_t>(limit.rlim_cur), limits.max_connections);
 }
@@ -59,8 +60,8 @@ void wait_for_stop(const sigset_t& signals) {
   pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
 }
 
-/// Whether no handler runs on the pool or on a thread of its own; those that have just answered get a
-/// moment to return.
+/// Whether no handler runs on the pool or on a thread of its own; those that have just answered get
+/// a moment to return.
 bool handlers_end() {
   for (int i = 0; i < 100; ++i) {
     if (JSON_RPC_Thread_Pool_Handler::busy() == 0 && JSON_RPC_Thread_Handler::running() == 0) {

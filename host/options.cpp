@@ -8,18 +8,20 @@
 #include <limits>
 #include <thread>
 
+#include "transport/endpoint.h"
+
 namespace {
 
 constexpr int usage_error = 2;
 constexpr std::size_t max_seconds = 365u * 24 * 3600;
 
-/// The sample beside this program: etc/svc.conf next to its bin.
+/// The configuration that was built, or installed, with this program.
 std::string default_svc() {
   char path[4096];
   const ssize_t length = ::readlink("/proc/self/exe", path, sizeof path);
   if (length <= 0) return "svc.conf";
   const std::string program(path, length);
-  return program.substr(0, program.rfind('/')) + "/../etc/svc.conf";
+  return program.substr(0, program.rfind('/')) + "/../etc/json_rpc/svc.conf";
 }
 
 }  // namespace
@@ -44,6 +46,7 @@ bool Options::parse(int argc, char** argv, int& status) {
       ->capture_default_str();
   app.add_option("--max-message", limits.max_message,
                  "Bytes of one message, 0 for no limit: over it -32600, then closed")
+      ->check(CLI::Range(std::size_t{0}, std::numeric_limits<std::size_t>::max() / 2))
       ->capture_default_str();
   app.add_option("--max-queue", limits.max_queue,
                  "Unsent bytes of a channel: over it a notification closes the channel, over a "
@@ -89,5 +92,13 @@ bool Options::parse(int argc, char** argv, int& status) {
   limits.idle_timeout = std::chrono::seconds(idle);
   drain = std::chrono::seconds(drain_seconds);
   if (listen.empty()) listen.push_back("tcp://127.0.0.1:7070");
+  for (const std::string& url : listen) {
+    Endpoint ignored;
+    std::string reason;
+    if (Endpoint::parse(url, ignored, reason)) continue;
+    std::cerr << "json_rpc_host: --listen " << url << ": " << reason << '\n';
+    status = usage_error;
+    return false;
+  }
   return true;
 }

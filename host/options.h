@@ -16,7 +16,7 @@ struct Options {
   std::string log_level = "info";
   bool check = false;
 
-  /// Reads the command line. False when the process is to end now with `status`: help or version was
-  /// asked for (0), or an option is bad (2, one line on standard error).
+  /// Reads the command line. False when the process is to end now with `status`: help or version
+  /// was asked for (0), or an option is bad (2, one line on standard error).
   bool parse(int argc, char** argv, int& status);
 };

@@ -4,7 +4,10 @@
 #include <ace/Service_Config.h>
 #include <ace/Service_Object.h>
 #include <ace/Thread_Manager.h>
+#include <fcntl.h>
 #include <unistd.h>
+
+#include <cerrno>
 
 #include "json_rpc/json_rpc_service.h"
 #include "vexa/log.h"
@@ -13,10 +16,23 @@ namespace {
 
 const char* const service_name = "JSON_RPC_Service";
 
+/// Whether a file's text can be read; errno says why not. The configurator ends the process where
+/// it finds out by itself.
+bool readable(const std::string& file) {
+  const int descriptor = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
+  if (descriptor == -1) return false;
+  char byte;
+  const bool good = ::read(descriptor, &byte, 1) != -1;
+  const int error = errno;
+  ::close(descriptor);
+  errno = error;
+  return good;
+}
+
 }  // namespace
 
 int Services::load(const std::string& file) {
-  if (::access(file.c_str(), R_OK) != 0) {
+  if (!readable(file)) {
     VEXA_ERROR("Cannot read '%C': %m\n", file.c_str());
     return 1;
   }

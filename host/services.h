@@ -4,9 +4,9 @@
 
 /// The process's services, as ACE's service configurator loads them from a file.
 class Services {
- public:
-  /// Loads what `file` names: 0, or the number of directives that failed (a file that cannot be read
-  /// counts as one). What went wrong is logged.
+public:
+  /// Loads what `file` names: 0, or the number of directives that failed (a file that cannot be
+  /// read counts as one). What went wrong is logged.
   int load(const std::string& file);
 
   /// Finishes every service and closes the configurator: before main returns.
@@ -18,6 +18,6 @@ class Services {
   /// Records and options of the library's service that were bad.
   static std::size_t failures();
 
- private:
+private:
   bool open_ = false;
 };

@@ -16,8 +16,12 @@ public:
   JSON_RESTful_Handler& operator=(const JSON_RESTful_Handler&) = delete;
   virtual ~JSON_RESTful_Handler();
 
+  /// Called by whoever creates the handler, with the words of its record's params, and before it
+  /// goes. As they stand, they do nothing and give 0.
   virtual int init(int argc, char** argv);
   virtual int fini();
+
+  /// INHERITED, as it stands: run as the host runs what asks for nothing.
   virtual CONCURRENCY concurrency() const;
 
   /// Answers, over `channel` (borrowed), a request whose body is `body`, which the handler may take

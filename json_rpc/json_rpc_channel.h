@@ -27,8 +27,8 @@ typedef ACE_Strong_Bound_Ptr<JSON_RPC_Channel, ACE_Thread_Mutex> JSON_RPC_Channe
 ///
 /// send() is called by other threads than the channel's own, with read locks of the registries
 /// held, and with the channel map's write lock when a channel is unregistered: on its own thread it
-/// never registers, unregisters, subscribes or unsubscribes. The last reference to a channel may go
-/// while a registry's lock is held, so no destructor of a derived class calls a registry either.
+/// never registers, unregisters, subscribes or unsubscribes. The last reference to a channel may be
+/// one that a registry made for a call; it goes on that thread, when no registry's lock is held.
 class JSON_RPC_EXPORT JSON_RPC_Channel {
 public:
   typedef ACE_Thread_Mutex Lock;
@@ -75,8 +75,11 @@ public:
   /// The same of the peer's end.
   virtual int get_remote_addr(ACE_Addr& addr) = 0;
 
+  /// Whether the transport is TLS.
   virtual bool is_ssl() = 0;
 
+  /// How far the exchange has come when HTTP carries it: what came in, and what goes out. A relayed
+  /// answer whose send_end() fails counts as sent in HTTP_SOCK_STATE_CONTENT_SENT.
   virtual HTTP_SOCK_State request_state() = 0;
   virtual HTTP_SOCK_State response_state() = 0;
 

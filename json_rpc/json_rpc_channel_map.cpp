@@ -16,7 +16,8 @@
 #include "vexa/singleton_t.h"
 
 // The lock can neither be upgraded nor taken twice, so channel_infos() removes what is gone after
-// it has released the read lock, one entry at a time.
+// it has released the read lock, one entry at a time. A fan-out stands before each guard under
+// which channels are made strong, here or by the notify manager: it outlives the guard.
 
 namespace {
 
@@ -91,6 +92,7 @@ int JSON_RPC_Channel_Map::insert(const JSON_RPC_Channel_var& channel) {
 
 int JSON_RPC_Channel_Map::remove(Channel_Type type, const Channel_ID& id) {
   return allocating([&] {
+    const JSON_RPC_Fan_Out told;
     ACE_WRITE_GUARD_RETURN(Lock, guard, lock_, -1);
     map_[type].erase(id);
     unregistered(type, id);
@@ -101,6 +103,7 @@ int JSON_RPC_Channel_Map::remove(Channel_Type type, const Channel_ID& id) {
 int JSON_RPC_Channel_Map::remove(const JSON_RPC_Channel_var& channel) {
   if (channel.null()) return 0;
   return allocating([&] {
+    const JSON_RPC_Fan_Out told;
     ACE_WRITE_GUARD_RETURN(Lock, guard, lock_, -1);
     const Channel_Type type = channel->type();
     const Channel_ID id = channel->id();
@@ -118,6 +121,7 @@ int JSON_RPC_Channel_Map::remove(const Channel_Info& info) { return remove(info.
 int JSON_RPC_Channel_Map::channel_infos(Channel_Infos& infos, Channel_Type type) {
   Channel_Infos closed;
   const int listed = allocating([&] {
+    JSON_RPC_Fan_Out asked;
     ACE_READ_GUARD_RETURN(Lock, guard, lock_, -1);
     Channel_Info info;  // Kept: one for all, so an address that cannot be had repeats the last one
     for (const Type_ID_Map::value_type& of_type : map_) {
@@ -125,8 +129,8 @@ int JSON_RPC_Channel_Map::channel_infos(Channel_Infos& infos, Channel_Type type)
       info.type = of_type.first;
       for (const ID_Channel_Map::value_type& entry : of_type.second) {
         info.id = entry.first;
-        const JSON_RPC_Channel_var channel(JSON_RPC_Channel::strong(entry.second));
-        if (channel.null()) {
+        JSON_RPC_Channel* const channel = asked.reach(entry.second);
+        if (channel == nullptr) {
           VEXA_WARNING("JSON-RPC channel %s is gone.\n", info.id.c_str());
           closed.push_back(info);
         } else {
@@ -153,13 +157,14 @@ int JSON_RPC_Channel_Map::notify(const JSON_RPC_Object_var& evt) {
 
 int JSON_RPC_Channel_Map::notify(Channel_Type type, const Channel_ID& id,
                                  const JSON_RPC_Object_var& evt) {
+  JSON_RPC_Fan_Out told;  // without the message: there is no other channel to share its text with
   ACE_READ_GUARD_RETURN(Lock, guard, lock_, -1);
   const Type_ID_Map::const_iterator of_type = map_.find(type);
   if (of_type == map_.end()) return 0;
   const ID_Channel_Map::const_iterator it = of_type->second.find(id);
   if (it == of_type->second.end()) return 0;
-  const JSON_RPC_Channel_var channel(JSON_RPC_Channel::strong(it->second));
-  if (!channel.null()) channel->send(evt);
+  JSON_RPC_Channel* const channel = told.reach(it->second);
+  if (channel != nullptr) channel->send(evt);
   return 0;
 }
 
@@ -198,6 +203,7 @@ void JSON_RPC_Channel_Map::unregistered(Channel_Type type, const Channel_ID& id)
 }
 
 int JSON_RPC_Channel_Map::remove_closed(const Channel_Info& info) {
+  const JSON_RPC_Fan_Out told;
   ACE_WRITE_GUARD_RETURN(Lock, guard, lock_, -1);
   const Type_ID_Map::iterator of_type = map_.find(info.type);
   if (of_type == map_.end()) return 0;

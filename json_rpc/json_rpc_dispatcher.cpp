@@ -1,6 +1,7 @@
 #include "json_rpc/json_rpc_dispatcher.h"
 
 #include <cerrno>
+#include <new>
 #include <string>
 
 #include "json_rpc/json_rpc_channel.h"
@@ -113,7 +114,11 @@ int JSON_RPC_Dispatcher::dispatch_request(const JSON_RPC_Channel_ptr& channel,
   JSON_RPC_Handler* const handler = JSON_RPC_Request_Map::instance()->find(req->method);
   if (handler != nullptr) return call_method(*handler, channel, object, req->method);
   if (req->type != JSON_RPC_Object::TYPE_NOTIFY) return answer_not_found(channel, *req);
-  JSON_RPC_Notify_Manager::instance()->notify(req->method, object);
+  try {
+    JSON_RPC_Notify_Manager::instance()->notify(req->method, object);
+  } catch (const std::bad_alloc&) {
+    errno = ENOMEM;  // the copy of the name
+  }
   return -1;
 }
 

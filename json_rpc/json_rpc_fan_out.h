@@ -1,5 +1,6 @@
 #pragma once
 
+#include <list>
 #include <memory>
 
 #include "json_rpc/json_rpc_channel.h"
@@ -16,10 +17,16 @@
 ///
 /// The comparison is needed: a send() may send another message on its way. Fan-outs nest; the inner
 /// one is current while it lives. For one thread alone.
+///
+/// It is declared before the lock of a registry, and the channels that it reached are let go when
+/// the outermost fan-out of the thread ends: the last reference to one may go with it, but no
+/// channel is destroyed while the lock is held.
 class JSON_RPC_EXPORT JSON_RPC_Fan_Out {
 public:
   /// `obj` is borrowed: it outlives this, and is not changed meanwhile.
   explicit JSON_RPC_Fan_Out(const JSON_RPC_Object_var& obj);
+  /// Without a message: only holds what it, and fan-outs within it, reach.
+  JSON_RPC_Fan_Out();
   ~JSON_RPC_Fan_Out();
   JSON_RPC_Fan_Out(const JSON_RPC_Fan_Out&) = delete;
   JSON_RPC_Fan_Out& operator=(const JSON_RPC_Fan_Out&) = delete;
@@ -28,10 +35,13 @@ public:
   static JSON_RPC_Fan_Out* current();
 
   /// The message; null when the handle is empty.
-  const JSON_RPC_Object* object() const { return obj_.get(); }
+  const JSON_RPC_Object* object() const { return obj_ != nullptr ? obj_->get() : nullptr; }
 
-  /// Sends the message over `channel`, or does nothing when it is gone. What send() gives is
-  /// ignored: fanning out is fire and forget.
+  /// The channel, alive at least as long as this; null when it is gone or memory is.
+  JSON_RPC_Channel* reach(const JSON_RPC_Channel_ptr& channel) noexcept;
+
+  /// Sends the message, which there is, over `channel`, if that can be reached. What send() gives
+  /// is ignored: fanning out is fire and forget.
   void send(const JSON_RPC_Channel_ptr& channel);
 
   /// What the first channel prepared. A channel of another kind can have left it: `prepared_by`
@@ -40,6 +50,7 @@ public:
   const void* prepared_by = nullptr;
 
 private:
-  const JSON_RPC_Object_var& obj_;
+  const JSON_RPC_Object_var* const obj_;
+  std::list<JSON_RPC_Channel_var> reached_;
   JSON_RPC_Fan_Out* const outer_;
 };

@@ -12,8 +12,12 @@ namespace {
 void fail_back(int forward_id, const JSON_RPC_Forward_Map::data_type& entry) {
   const JSON_RPC_Channel_var requester(JSON_RPC_Channel::strong(entry.second));
   if (requester.null()) {
-    VEXA_ERROR("Abort sending JSON-RPC error, requester (id=%s, forward_id=%d) is gone\n",
-               JSON_RPC_Id(entry.first).c_str(), forward_id);
+    try {
+      VEXA_ERROR("Abort sending JSON-RPC error, requester (id=%s, forward_id=%d) is gone\n",
+                 JSON_RPC_Id(entry.first).c_str(), forward_id);
+    } catch (const std::bad_alloc&) {
+      errno = ENOMEM;  // the id's text was too long for what is left; the others are answered still
+    }
     return;
   }
   requester->send_error(JSON_RPC_INTERNAL_ERROR, entry.first,

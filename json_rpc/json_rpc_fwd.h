@@ -3,8 +3,9 @@
 #include <ace/Bound_Ptr.h>
 #include <ace/Thread_Mutex.h>
 
-/// Class names and the weak channel handle, for headers that only pass them on. A strong handle lives
-/// in its class's header: dropping one of a class that is only declared would skip the destructor.
+/// Class names and the weak channel handle, for headers that only pass them on. A strong handle
+/// lives in its class's header: dropping one of a class that is only declared would skip the
+/// destructor.
 class JSON_RPC_Object;
 class JSON_RPC_Request;
 class JSON_RPC_Response;

@@ -10,7 +10,7 @@
 /// Serves a method, or waits for a response. One object serves all calls of its method, on several
 /// reading threads at once, so it must be reentrant.
 class JSON_RPC_EXPORT JSON_RPC_Handler {
- public:
+public:
   JSON_RPC_Handler() = default;
   JSON_RPC_Handler(const JSON_RPC_Handler&) = delete;
   JSON_RPC_Handler& operator=(const JSON_RPC_Handler&) = delete;
@@ -23,15 +23,16 @@ class JSON_RPC_EXPORT JSON_RPC_Handler {
   /// Not called by the registries: destruction goes straight to the gobbler.
   virtual int fini();
 
-  /// Handles a message that `channel` read, on its reading thread. A request is answered through the
-  /// channel, now or later; a handler that answers later keeps `obj` until it has. A notification is
-  /// never answered. 0 when the message was taken, -1 otherwise (errno EWOULDBLOCK: try again later).
+  /// Handles a message that `channel` read, on its reading thread. A request is answered through
+  /// the channel, now or later; a handler that answers later keeps `obj` until it has. A
+  /// notification is never answered. 0 when the message was taken, -1 otherwise (errno EWOULDBLOCK:
+  /// try again later).
   virtual int handle_object(JSON_RPC_Channel_ptr channel, JSON_RPC_Object_var obj) = 0;
 
   /// Whether the dispatcher leaves calls of this handler out of the debug log.
   bool silent() const { return silent_; }
 
- protected:
+protected:
   bool silent_ = false;
 };
 

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -39,7 +40,8 @@ public:
   int subscribe(const JSON_RPC_Channel_ptr& subscriber, const subjects_type& subjects);
 
   /// Ends all subscriptions of a channel, or those to `subjects`. A channel that is gone cannot be
-  /// told from others that are: then all subscriptions of all channels that are gone end.
+  /// told from others that are: then all subscriptions of all channels that are gone end, which
+  /// takes a walk over everybody's.
   int unsubscribe(const JSON_RPC_Channel_ptr& subscriber);
   int unsubscribe(const JSON_RPC_Channel_ptr& subscriber, const subjects_type& subjects);
 
@@ -47,8 +49,7 @@ public:
   int unsubscribe(const subject_type& subject);
   int unsubscribe(const subjects_type& subjects);
 
-  /// Whether that channel, which is not gone, has a subscription. Takes time with the number of all
-  /// subscriptions. False when the lock fails.
+  /// Whether that channel, which is not gone, has a subscription. False when the lock fails.
   bool subscribed(const JSON_RPC_Channel_ptr& subscriber) const;
 
   /// How many subscriptions there are, those of channels that are gone and not yet swept included.
@@ -65,12 +66,30 @@ public:
 private:
   typedef map_type::iterator iterator;
 
+  /// A channel's subscriptions to one subject, or, when that is null, to all.
+  struct Wanted {
+    const JSON_RPC_Channel* channel;
+    const subject_type* subject;
+  };
+  /// By the channel's address, which several had one after the other, then by subject.
+  struct By_Channel {
+    typedef void is_transparent;
+    bool operator()(const iterator& left, const iterator& right) const;
+    bool operator()(const iterator& left, const Wanted& right) const;
+    bool operator()(const Wanted& left, const iterator& right) const;
+  };
+  typedef std::set<iterator, By_Channel> index_type;
+
   // These require lock_ (write).
   int unsubscribe_subject(const subject_type& subject);
   void unsubscribe_closed_channels();
-  /// `subscriber` is not empty.
-  void unsubscribe_channel(iterator first, iterator last, const JSON_RPC_Channel_var& subscriber);
+  /// `subscriber` is not empty; a null `subject` stands for all.
+  void unsubscribe_channel(const JSON_RPC_Channel_var& subscriber, const subject_type* subject);
+  iterator erase(iterator entry);
 
   map_type map_;  // guarded by lock_
   mutable lock_type lock_;
+  // Every entry of map_; guarded by lock_. Without it thousands of channels that close one after
+  // the other would each walk over the subscriptions of all.
+  index_type by_channel_;
 };

@@ -9,10 +9,10 @@
 #include "json_rpc/json_rpc_export.h"
 #include "json_spirit/json_spirit_value.h"
 
-/// A message of the JSON-RPC 2.0 standard, of the kind that `type` names. Plain fields, no lock: built
-/// by one thread, then handed on through JSON_RPC_Object_var and not changed any more.
+/// A message of the JSON-RPC 2.0 standard, of the kind that `type` names. Plain fields, no lock:
+/// built by one thread, then handed on through JSON_RPC_Object_var and not changed any more.
 class JSON_RPC_EXPORT JSON_RPC_Object {
- public:
+public:
   enum Type {
     TYPE_NONE = 0,
     TYPE_NOTIFY = 1,   ///< a JSON_RPC_Request without an id to answer
@@ -26,13 +26,13 @@ class JSON_RPC_EXPORT JSON_RPC_Object {
   virtual ~JSON_RPC_Object();
 
   Type type;
-  std::string version;    ///< the "jsonrpc" member; "2.0" unless read otherwise
+  std::string version;    ///< the "jsonrpc" member: "2.0", or what was read, "" where none was
   json_spirit::Value id;  ///< the id to echo, or the id answered; null until set
 };
 
 /// A request, or, once `type` is TYPE_NOTIFY, a notification.
 class JSON_RPC_EXPORT JSON_RPC_Request : public JSON_RPC_Object {
- public:
+public:
   JSON_RPC_Request();
   JSON_RPC_Request(const JSON_RPC_Request&) = default;
   ~JSON_RPC_Request() override;
@@ -42,7 +42,7 @@ class JSON_RPC_EXPORT JSON_RPC_Request : public JSON_RPC_Object {
 };
 
 class JSON_RPC_EXPORT JSON_RPC_Response : public JSON_RPC_Object {
- public:
+public:
   /// Answers `request`: takes over its version and id. Null leaves "2.0" and a null id.
   explicit JSON_RPC_Response(const JSON_RPC_Request* request);
   JSON_RPC_Response(const JSON_RPC_Response&) = default;
@@ -52,7 +52,7 @@ class JSON_RPC_EXPORT JSON_RPC_Response : public JSON_RPC_Object {
 };
 
 class JSON_RPC_EXPORT JSON_RPC_Response_Error : public JSON_RPC_Object {
- public:
+public:
   JSON_RPC_Response_Error();
   JSON_RPC_Response_Error(const JSON_RPC_Response_Error&) = default;
   ~JSON_RPC_Response_Error() override;
@@ -68,27 +68,27 @@ typedef ACE_Refcounted_Auto_Ptr<JSON_RPC_Object, ACE_Recursive_Thread_Mutex> JSO
 /// The printable form of an id for log lines. Kept: a signed integer prints as its low 32 bits, an
 /// unsigned one as a signed 64-bit number.
 class JSON_RPC_EXPORT JSON_RPC_Id {
- public:
+public:
   explicit JSON_RPC_Id(const json_spirit::Value& id);
   const char* c_str() const { return val_.c_str(); }
 
- private:
+private:
   std::string val_;
 };
 
 /// A request in one line for log lines: version, method and id.
 class JSON_RPC_EXPORT JSON_RPC_Request_Dump {
- public:
+public:
   explicit JSON_RPC_Request_Dump(const JSON_RPC_Request& request);
   const char* c_str() const { return val_.c_str(); }
 
- private:
+private:
   std::string val_;
 };
 
 /// Makes the ids of this process's own requests: UUID texts (RFC 9562, version 4). Any thread.
 class JSON_RPC_EXPORT JSON_RPC_Id_Generator {
- public:
+public:
   static std::string get();
   /// Replaces the object's id by a fresh one.
   static void gen(JSON_RPC_Object& object);

@@ -18,6 +18,7 @@ public:
   virtual int fini();
 
   /// A new handler, owned by the caller, for the parse events of the "params" value of `request`,
-  /// whose method is known by now; null to have the params built as a value.
+  /// whose method is known by now. `channel` may be empty or gone. Null declines the call: the
+  /// message is not read any further, and fails like one that is no valid request.
   virtual YAJL_Handler* create(JSON_RPC_Channel_ptr channel, JSON_RPC_Object_var request) = 0;
 };

@@ -31,20 +31,19 @@ const Key2_Value_T<unsigned int> key_table_2[] = {{"code", 4, JSON_RPC_Parser::C
 template <typename V>
 const Key2_Value_T<V>& get_key_value_entry(const Key2_Value_T<V>* table, const char* text,
                                            std::size_t length) {
-  while (table->key != nullptr && (table->len != length || text == nullptr ||
-                                   std::strncmp(table->key, text, length) != 0)) {
+  while (table->key != nullptr &&
+         (table->len != length || text == nullptr || std::strncmp(table->key, text, length) != 0)) {
     ++table;
   }
   return *table;
 }
 
 // The members that may have a value of each type, at the top level and inside "error".
-constexpr unsigned int captured =
-    JSON_RPC_Parser::PARAMS_BIT | JSON_RPC_Parser::RESULT_BIT;
+constexpr unsigned int captured = JSON_RPC_Parser::PARAMS_BIT | JSON_RPC_Parser::RESULT_BIT;
 constexpr unsigned int null_top = JSON_RPC_Parser::ID_BIT | captured;
 constexpr unsigned int number_top = JSON_RPC_Parser::ID_BIT | captured;
-constexpr unsigned int string_top = JSON_RPC_Parser::VERSION_BIT | JSON_RPC_Parser::ID_BIT |
-                                    JSON_RPC_Parser::METHOD_BIT | captured;
+constexpr unsigned int string_top =
+    JSON_RPC_Parser::VERSION_BIT | JSON_RPC_Parser::ID_BIT | JSON_RPC_Parser::METHOD_BIT | captured;
 constexpr unsigned int map_top = captured | JSON_RPC_Parser::ERROR_BIT;
 constexpr unsigned int number_in_error = JSON_RPC_Parser::CODE_BIT | JSON_RPC_Parser::DATA_BIT;
 constexpr unsigned int string_in_error = JSON_RPC_Parser::MESSAGE_BIT | JSON_RPC_Parser::DATA_BIT;
@@ -126,7 +125,8 @@ bool JSON_RPC_Parser::handle_boolean_i(bool value) {
   return handle_scalar(captured, DATA_BIT, nullptr, value ? 1 : 0);
 }
 
-// Kept: a number or string that is a whole text is taken and ignored, where null or a boolean fails.
+// Kept: a number or string that is a whole text is taken and ignored, where null or a boolean
+// fails.
 bool JSON_RPC_Parser::handle_number_i(const char* text, std::size_t length) {
   if (handler_ != nullptr) return handler_->handle_number_i(text, length);
   return handle_scalar(number_top, number_in_error, text, length);
@@ -156,7 +156,8 @@ bool JSON_RPC_Parser::too_deep() const {
   return states_.size() == vexa::max_value_depth + around;
 }
 
-/// An object or array opens where no handler is nested; `top` are the members that it may belong to.
+/// An object or array opens where no handler is nested; `top` are the members that it may belong
+/// to.
 bool JSON_RPC_Parser::start(unsigned int top, bool map) {
   switch (states_.size()) {
     case 0:

@@ -19,12 +19,12 @@ struct JSON_State {
 };
 
 /// Turns a byte stream, fed in pieces of any size, into the member events of one JSON-RPC message,
-/// without building the document: checks member names and the JSON types of their values, reports each
-/// accepted member to handle_key_i, and hands what lies deeper to a nested handler where one is set.
-/// A container is reported twice, when it opens and when it has closed; callback_type() tells.
-/// One parse handle takes one JSON text: open() again before the next. One thread.
+/// without building the document: checks member names and the JSON types of their values, reports
+/// each accepted member to handle_key_i, and hands what lies deeper to a nested handler where one
+/// is set. A container is reported twice, when it opens and when it has closed; callback_type()
+/// tells. One parse handle takes one JSON text: open() again before the next. One thread.
 class JSON_RPC_EXPORT JSON_RPC_Parser : public YAJL_Handler {
- public:
+public:
   enum {
     VERSION_BIT = 1,
     ID_BIT = 2,
@@ -40,13 +40,13 @@ class JSON_RPC_EXPORT JSON_RPC_Parser : public YAJL_Handler {
   /// What error() gives, and failure lines print as err=.
   enum Error {
     ERROR_NONE = 0,
-    ERROR_NO_HANDLE = 1,    ///< the parse handle could not be allocated
-    ERROR_NO_MEMORY = 2,    ///< a message object could not be allocated
-    ERROR_STRUCTURE = 3,    ///< not an object, or an end without its start
-    ERROR_CODE = 4,         ///< the error code is not an integer
-    ERROR_MEMBER = 5,       ///< an unknown member, or a value of a type that the member cannot have
-    ERROR_DEPTH = 6,        ///< a value deeper than vexa::max_value_depth
-    ERROR_EVENT = 9         ///< a value that the member cannot take
+    ERROR_NO_HANDLE = 1,  ///< the parse handle could not be allocated
+    ERROR_NO_MEMORY = 2,  ///< a message object could not be allocated
+    ERROR_STRUCTURE = 3,  ///< not an object, or an end without its start
+    ERROR_CODE = 4,       ///< the error code is not an integer
+    ERROR_MEMBER = 5,     ///< an unknown member, or a value of a type that the member cannot have
+    ERROR_DEPTH = 6,      ///< a value deeper than vexa::max_value_depth
+    ERROR_EVENT = 9       ///< a value that the member cannot take
   };
 
   JSON_RPC_Parser();
@@ -58,12 +58,12 @@ class JSON_RPC_EXPORT JSON_RPC_Parser : public YAJL_Handler {
   void close();
 
   /// Feeds input; null data or length 0 says that it has ended, so that an incomplete text fails.
-  /// False when no handle is open, and when the text or a handler refuses it: then one line is logged
-  /// and the levels stay as they were; the owner closes the parser.
+  /// False when no handle is open, and when the text or a handler refuses it: then one line is
+  /// logged and the levels stay as they were; the owner closes the parser.
   bool read(const char* data, std::size_t length);
 
-  /// The Error of the last failure; ERROR_NONE after a failure means that the text is no JSON, or that
-  /// a nested handler refused it.
+  /// The Error of the last failure; ERROR_NONE after a failure means that the text is no JSON, or
+  /// that a nested handler refused it.
   int error() const { return err_; }
 
   /// Whether the last read() failed because a handler refused the text, not because it is no JSON.
@@ -93,7 +93,7 @@ class JSON_RPC_EXPORT JSON_RPC_Parser : public YAJL_Handler {
   /// strings come as text; of a boolean `length` is the value; null and containers have neither.
   virtual bool handle_key_i(unsigned int key, const char* text, std::size_t length) = 0;
 
- protected:
+protected:
   struct Free_Handle {
     void operator()(yajl_handle handle) const { yajl_free(handle); }
   };
@@ -112,7 +112,7 @@ class JSON_RPC_EXPORT JSON_RPC_Parser : public YAJL_Handler {
   int err_;
   std::vector<JSON_State> states_;  ///< the open levels, outermost first
 
- private:
+private:
   bool in_error() const { return states_.front().key == ERROR_BIT; }
   bool handle_scalar(unsigned int top, unsigned int in_error, const char* text, std::size_t length);
   bool start(unsigned int top, bool map);

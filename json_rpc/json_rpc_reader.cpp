@@ -99,7 +99,8 @@ bool JSON_RPC_Reader::handle_id_i(const char* text, std::size_t length) {
   }
   if (message() != nullptr) {
     message()->id = id_;
-    if (message()->type == JSON_RPC_Object::TYPE_NOTIFY) message()->type = JSON_RPC_Object::TYPE_REQUEST;
+    if (message()->type == JSON_RPC_Object::TYPE_NOTIFY)
+      message()->type = JSON_RPC_Object::TYPE_REQUEST;
   }
   return true;
 }
@@ -256,14 +257,15 @@ int JSON_RPC_Reader::forward_request(const char*, std::size_t) { return 0; }
 int JSON_RPC_Reader::filter_request(const char* text, std::size_t length) {
   if ((reported() & METHOD_BIT) == 0) return 0;
   if (message() == nullptr || (message()->type != JSON_RPC_Object::TYPE_NOTIFY &&
-                                   message()->type != JSON_RPC_Object::TYPE_REQUEST)) {
+                               message()->type != JSON_RPC_Object::TYPE_REQUEST)) {
     return -1;
   }
   JSON_RPC_Params_Handler_Creator* const creator =
       JSON_RPC_Params_Handler_Map::instance()->find(object_as<JSON_RPC_Request>().method);
   if (creator == nullptr) return 0;
   owned_handler_.reset(creator->create(
-      request_channel_ ? JSON_RPC_Channel_ptr(*request_channel_) : JSON_RPC_Channel_ptr(), *object_));
+      request_channel_ ? JSON_RPC_Channel_ptr(*request_channel_) : JSON_RPC_Channel_ptr(),
+      *object_));
   if (owned_handler_ == nullptr) return -1;
   handler_ = owned_handler_.get();
   handled_indirectly_ = true;
@@ -280,7 +282,7 @@ int JSON_RPC_Reader::replay_into_owned_handler(const char* text, std::size_t len
 int JSON_RPC_Reader::filter_response(const char* text, std::size_t length) {
   if ((reported() & ID_BIT) == 0 || id_.type() != json_spirit::int_type) return 0;
   if (message() == nullptr || (message()->type != JSON_RPC_Object::TYPE_RESPONSE &&
-                                   message()->type != JSON_RPC_Object::TYPE_RESPONSE_ERROR)) {
+                               message()->type != JSON_RPC_Object::TYPE_RESPONSE_ERROR)) {
     return -1;
   }
   owned_handler_.reset(handler_);
@@ -293,7 +295,8 @@ int JSON_RPC_Reader::forward_response(const char* text, std::size_t length) {
   if (message() != nullptr && (mode_ & FILTER_RESPONSE_MODE) == 0) return 0;
   const unsigned int masks = reported();
   if ((masks & ID_BIT) == 0 || id_.type() != json_spirit::int_type) return 0;
-  // Ids that this process handed out are positive ints; a larger number must not be cut down to one.
+  // Ids that this process handed out are positive ints; a larger number must not be cut down to
+  // one.
   if (id_.is_uint64() || id_.get_int64() > std::numeric_limits<int>::max() ||
       id_.get_int64() < std::numeric_limits<int>::min()) {
     return 0;
@@ -365,11 +368,10 @@ bool JSON_RPC_Reader::handle_indirectly(const char* text, std::size_t length) {
   }
 }
 
-/// The message has ended: a response that was really forwarded is finished and its requester let go.
-/// A request channel that the owner set for params handlers is none of this.
+/// The message has ended: a response that was really forwarded is finished and its requester let
+/// go. A request channel that the owner set for params handlers is none of this.
 bool JSON_RPC_Reader::finish_forwarding() {
-  if (state_ != STATE_FORWARDING || (mode_ & FORWARD_RESPONSE_MODE) == 0 ||
-      !request_channel_) {
+  if (state_ != STATE_FORWARDING || (mode_ & FORWARD_RESPONSE_MODE) == 0 || !request_channel_) {
     return true;
   }
   // A peer that was answered completely, whatever else failed, counts as served.

@@ -21,22 +21,23 @@
 ///   while (bytes come) if (!reader.read(data, length)) ...;
 ///   dispatcher->dispatch(weak, reader.object()); reader.close();
 ///
-/// The first member that needs an object decides its kind: "method" or "params" a request (without an
-/// id so far: a notification), "result" a response, a member of "error" an error response. Kept: an id
-/// that comes after "method" makes a request even when it is null; one that came before it leaves a
-/// notification. A member of another kind than the object's is refused (ERROR_EVENT).
+/// The first member that needs an object decides its kind: "method" or "params" a request (without
+/// an id so far: a notification), "result" a response, a member of "error" an error response. Kept:
+/// an id that comes after "method" makes a request even when it is null; one that came before it
+/// leaves a notification. A member of another kind than the object's is refused (ERROR_EVENT).
 ///
 /// With FORWARD_RESPONSE_MODE a response whose id stands among the channel's forwarded requests is
-/// copied, event by event, to the requester under the requester's own id; with FILTER_REQUEST_MODE the
-/// params of a method with a params handler go to that handler. Either way no tree of it is built.
+/// copied, event by event, to the requester under the requester's own id; with FILTER_REQUEST_MODE
+/// the params of a method with a params handler go to that handler. Either way no tree of it is
+/// built.
 ///
 /// One reader belongs to one channel and one thread. While a response is forwarded the reader holds
-/// the requester's io_mutex(), where it has one: whoever abandons a message closes, clears, reopens or
-/// destroys the reader, on the thread that read.
+/// the requester's io_mutex(), where it has one: whoever abandons a message closes, clears, reopens
+/// or destroys the reader, on the thread that read.
 class JSON_RPC_EXPORT JSON_RPC_Reader : public JSON_RPC_Parser {
- public:
+public:
   enum {
-    OBJECT_MODE = 1,  ///< the default; objects are built whatever the mode says
+    OBJECT_MODE = 1,           ///< the default; objects are built whatever the mode says
     FORWARD_REQUEST_MODE = 2,  ///< a hook that always declines
     FORWARD_RESPONSE_MODE = 4,
     FILTER_REQUEST_MODE = 8,
@@ -67,7 +68,8 @@ class JSON_RPC_EXPORT JSON_RPC_Reader : public JSON_RPC_Parser {
 
   /// The channel that is read: its forward entries are looked up.
   void channel(const JSON_RPC_Channel_ptr& channel) { channel_.emplace(channel); }
-  /// The channel that a params handler's creator gets; while a response is forwarded, the requester.
+  /// The channel that a params handler's creator gets; while a response is forwarded, the
+  /// requester.
   void request_channel(const JSON_RPC_Channel_var& channel) { request_channel_.emplace(channel); }
   JSON_RPC_Channel_var request_channel() const {
     return request_channel_ ? *request_channel_ : JSON_RPC_Channel_var();
@@ -78,15 +80,15 @@ class JSON_RPC_EXPORT JSON_RPC_Reader : public JSON_RPC_Parser {
 
   bool handle_key_i(unsigned int key, const char* text, std::size_t length) override;
 
- protected:
+protected:
   /// A new request object, or null with errno ENOMEM: where an owner wants a class of its own.
   virtual JSON_RPC_Request* make_request();
 
-  /// Makes `object`, which is owned, the message, with the version and id as read so far. False with
-  /// errno ENOMEM, ERROR_NO_MEMORY, when it is null or there is no memory.
+  /// Makes `object`, which is owned, the message, with the version and id as read so far. False
+  /// with errno ENOMEM, ERROR_NO_MEMORY, when it is null or there is no memory.
   bool take(JSON_RPC_Object* object);
 
- private:
+private:
   bool handle_version_i(const char* text, std::size_t length);
   bool handle_id_i(const char* text, std::size_t length);
   bool handle_method_i(const char* text, std::size_t length);

@@ -15,6 +15,7 @@ class JSON_RPC_EXPORT JSON_RPC_Response_Map {
 public:
   /// The one of this process; created by the first call, which must come before other threads do.
   static JSON_RPC_Response_Map* instance();
+  /// Destroys it and lets go of all its handlers; a later instance() is a new, empty one.
   static void close_instance();
 
   JSON_RPC_Response_Map();
@@ -31,6 +32,7 @@ public:
   /// 0, or -1 when there is no such id or the lock fails.
   int remove(const json_spirit::Value& id);
 
+  /// Removes all; nothing when the lock fails.
   void clear();
 
 private:

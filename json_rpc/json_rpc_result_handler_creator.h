@@ -14,6 +14,6 @@ public:
   virtual ~JSON_RPC_Result_Handler_Creator();
 
   /// A new handler, owned by the caller, for the parse events of the "result" value of the response
-  /// to `id`; null to have it built as a value.
+  /// to `id`; null when there is none. What the caller does then is its own to say.
   virtual YAJL_Handler* create(const json_spirit::Value& id) = 0;
 };

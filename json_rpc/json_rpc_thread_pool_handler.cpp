@@ -63,6 +63,7 @@ int JSON_RPC_Thread_Pool_Handler::activate(const char* name, std::size_t threads
 
   std::unique_ptr<Thread_Pool_Helper> pool = make_pool(threads, name);
   if (pool == nullptr) return -1;
+  deactivate();
   thread_pool_ = std::move(pool);
   thread_pool_->msg_queue()->high_water_mark(to_bytes(high_water_mark));
   thread_pool_->msg_queue()->low_water_mark(to_bytes(low_water_mark));
@@ -76,7 +77,10 @@ int JSON_RPC_Thread_Pool_Handler::activate(const char* name, std::size_t threads
 }
 
 int JSON_RPC_Thread_Pool_Handler::deactivate() {
-  thread_pool_.reset();
+  // The pointer stays until the workers are gone, since the calls that they still run may use it:
+  // such a call finds a closed queue.
+  delete thread_pool_.get();
+  static_cast<void>(thread_pool_.release());
   return 0;
 }
 

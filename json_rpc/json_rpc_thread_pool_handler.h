@@ -11,18 +11,20 @@ class Thread_Pool_Helper;
 
 /// Moves every call onto the pool that all handlers of this kind share. handle_object_i() runs on
 /// several workers at once, so it must be reentrant. The service starts and stops the pool; no lock
-/// guards it, so activate() and deactivate() are not called while handlers are.
+/// guards it, so no other thread but the pool's own uses it during activate() and deactivate().
 class JSON_RPC_EXPORT JSON_RPC_Thread_Pool_Handler : public JSON_RPC_Handler {
 public:
   /// Starts the pool, in place of an earlier one, whose running calls end first.
   /// @param name of the workers
   /// @param high_water_mark most calls that wait at once, at least `low_water_mark`
   /// @param low_water_mark above 0
-  /// 0, or -1 with errno, and then there is no pool; a bad argument leaves an earlier one running.
+  /// 0, or -1: a bad argument is logged as a broken contract and, like ENOMEM, leaves an earlier
+  /// pool running; when a thread cannot be started (EAGAIN) there is no pool.
   static int activate(const char* name, std::size_t threads, std::size_t high_water_mark,
                       std::size_t low_water_mark);
 
-  /// Stops the pool: running calls end first, waiting ones are dropped. Always 0.
+  /// Stops the pool: running calls end first, waiting ones are dropped, and what a running call
+  /// queues meanwhile is refused (ESHUTDOWN). Never from within a call. Always 0.
   static int deactivate();
 
   /// Calls that the pool has accepted and not finished; 0 means that no handler runs on it.

@@ -8,6 +8,7 @@
 /// call. Nothing is answered here: a handler that wants the peer to see an error sends it.
 class JSON_RPC_EXPORT JSON_RPC_Thread_Pool_Handler_Impl : public JSON_RPC_Thread_Pool_Handler {
 public:
+  /// The work, by the kind of message; as they stand, they do nothing and give 0.
   virtual int handle_request(JSON_RPC_Channel* channel, JSON_RPC_Request& req);
   virtual int handle_notify(JSON_RPC_Channel* channel, JSON_RPC_Request& req);
   virtual int handle_response(JSON_RPC_Channel* channel, JSON_RPC_Response& resp);

@@ -93,7 +93,7 @@ bool JSON_RPC_Writer::write(const JSON_RPC_Object& object, YAJL_Printer& printer
     YAJL_Gen gen(gen_, false);
     gen.map_open();
     gen.literal("jsonrpc");
-  gen << object.version;
+    gen << object.version;
     if (object.type != JSON_RPC_Object::TYPE_NOTIFY) {
       gen.literal("id");
       gen << object.id;

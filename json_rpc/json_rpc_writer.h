@@ -15,11 +15,11 @@ JSON_RPC_EXPORT int yajl_gen_json_rpc_response_error(yajl_gen_t* gen,
                                                      const JSON_RPC_Response_Error& error);
 
 /// Writes one message at a time as JSON text, straight into a printer. Member order is fixed:
-/// "jsonrpc", "id" (not in a notification), then "method" and "params", or "result", or "error" with
-/// "code", "message", "data". Null params and null data are left out; a null result is written.
-/// Nothing is logged. One thread at a time.
+/// "jsonrpc", "id" (not in a notification), then "method" and "params", or "result", or "error"
+/// with "code", "message", "data". Null params and null data are left out; a null result is
+/// written. Nothing is logged. One thread at a time.
 class JSON_RPC_EXPORT JSON_RPC_Writer {
- public:
+public:
   JSON_RPC_Writer() : gen_(nullptr) {}
   ~JSON_RPC_Writer() { close(); }
   JSON_RPC_Writer(const JSON_RPC_Writer&) = delete;
@@ -29,14 +29,15 @@ class JSON_RPC_EXPORT JSON_RPC_Writer {
   yajl_gen_t* open(YAJL_Printer& printer);
   void close();
 
-  /// One whole message. False when there is no memory for a generator (nothing is written), when the
-  /// object is of none of the four kinds, or when a value cannot be written (deeper than
-  /// vexa::max_value_depth, a real that is not finite): the text so far is then the caller's to abandon.
+  /// One whole message. False when there is no memory for a generator (nothing is written), when
+  /// the object is of none of the four kinds, or when a value cannot be written (deeper than
+  /// vexa::max_value_depth, a real that is not finite): the text so far is then the caller's to
+  /// abandon.
   bool write(const JSON_RPC_Object& object, YAJL_Printer& printer);
 
   /// What `generator` generates, and its result. False without calling it when out of memory.
   bool write(JSON_Generator& generator, YAJL_Printer& printer);
 
- private:
+private:
   yajl_gen_t* gen_;
 };

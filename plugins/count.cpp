@@ -1,5 +1,5 @@
-// "count": how many elements an array has, of any size: a params filter counts them as they are read
-// and leaves the number in the request's params, which the handler answers.
+// "count": how many elements an array has, of any size: a params filter counts them as they are
+// read and leaves the number in the request's params, which the handler answers.
 
 #include <cstdint>
 
@@ -11,7 +11,7 @@ namespace {
 
 /// Counts the elements of the array that the params are. Anything else leaves the params null.
 class Count_Filter final : public YAJL_Handler {
- public:
+public:
   explicit Count_Filter(const JSON_RPC_Object_var& request) : request_(request) {}
 
   bool handle_null_i() override { return element(); }
@@ -36,7 +36,7 @@ class Count_Filter final : public YAJL_Handler {
     return true;
   }
 
- private:
+private:
   bool element() {
     if (array_ && depth_ == 1) ++count_;
     return true;
@@ -49,7 +49,7 @@ class Count_Filter final : public YAJL_Handler {
 };
 
 class Count_Filter_Creator final : public JSON_RPC_Params_Handler_Creator {
- public:
+public:
   YAJL_Handler* create(JSON_RPC_Channel_ptr, JSON_RPC_Object_var request) override {
     return new (std::nothrow) Count_Filter(request);
   }

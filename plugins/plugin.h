@@ -35,7 +35,7 @@ inline int refuse(JSON_RPC_Channel& channel, const JSON_RPC_Request& request,
 
 /// A handler that answers at once, on the reading thread. Notifications are taken and ignored.
 class Answering_Handler : public JSON_RPC_Handler {
- public:
+public:
   int handle_object(JSON_RPC_Channel_ptr channel, JSON_RPC_Object_var object) override {
     if (object->type != JSON_RPC_Object::TYPE_REQUEST) return 0;
     const JSON_RPC_Channel_var requester(channel);
@@ -43,7 +43,7 @@ class Answering_Handler : public JSON_RPC_Handler {
     return handle_request(*requester, static_cast<const JSON_RPC_Request&>(*object));
   }
 
- private:
+private:
   virtual int handle_request(JSON_RPC_Channel& channel, const JSON_RPC_Request& request) = 0;
 };
 

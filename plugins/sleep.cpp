@@ -6,7 +6,7 @@
 namespace {
 
 class Sleep_Handler final : public JSON_RPC_Thread_Pool_Handler_Impl {
- public:
+public:
   int handle_request(JSON_RPC_Channel* channel, JSON_RPC_Request& request) override {
     return channel == nullptr ? -1 : plugin::pause_and_answer(*channel, request);
   }

@@ -6,7 +6,7 @@
 namespace {
 
 class Solo_Handler final : public JSON_RPC_Thread_Handler {
- public:
+public:
   int handle_object_i(JSON_RPC_Channel_var channel, JSON_RPC_Object_var object) override {
     if (object->type != JSON_RPC_Object::TYPE_REQUEST) return 0;
     return plugin::pause_and_answer(*channel, static_cast<const JSON_RPC_Request&>(*object));

@@ -1,6 +1,8 @@
-// "subscribe" and "unsubscribe": {"subjects": [...]} names the notifications that the calling channel
-// is to get, or no longer. A channel gets a subject once, however often it asks. The result is true.
+// "subscribe" and "unsubscribe": {"subjects": [...]} names the notifications that the calling
+// channel is to get, or no longer. A channel gets a subject once, however often it asks. The result
+// is true.
 
+#include <algorithm>
 #include <utility>
 
 #include "json_rpc/json_rpc_notify_manager.h"
@@ -20,12 +22,14 @@ bool read_subjects(const json_spirit::Value& params, Subjects& subjects) {
     if (subject.type() != json_spirit::str_type) return false;
     subjects.push_back(subject.get_str());
   }
+  std::sort(subjects.begin(), subjects.end());
+  subjects.erase(std::unique(subjects.begin(), subjects.end()), subjects.end());
   return true;
 }
 
 /// Both methods: they differ in what becomes of the subjects.
 class Subjects_Handler : public JSON_RPC_Handler {
- public:
+public:
   int handle_object(JSON_RPC_Channel_ptr channel, JSON_RPC_Object_var object) override {
     if (object->type != JSON_RPC_Object::TYPE_REQUEST) return 0;
     const JSON_RPC_Channel_var requester(channel);
@@ -39,7 +43,7 @@ class Subjects_Handler : public JSON_RPC_Handler {
     return plugin::answer(*requester, request, true);
   }
 
- private:
+private:
   virtual int change(JSON_RPC_Notify_Manager& manager, const JSON_RPC_Channel_ptr& channel,
                      const Subjects& subjects) = 0;
 };

@@ -1,6 +1,7 @@
 // "sum": adds an array of numbers. Integers stay an integer while the sum fits one.
 
 #include <cstdint>
+#include <limits>
 
 #include "plugins/plugin.h"
 
@@ -8,44 +9,38 @@ using json_spirit::Value;
 
 namespace {
 
-/// The sum so far: an integer until a real comes, or it no longer fits.
+__extension__ typedef __int128 Wide;  // no array in memory has enough integers to overflow it
+
+/// The sum so far: exact until a real comes.
 class Sum {
- public:
+public:
   bool add(const Value& number) {
-    if (number.type() == json_spirit::int_type && !number.is_uint64()) {
-      add_integer(number.get_int64());
+    if (number.type() == json_spirit::int_type) {
+      integer_ += number.is_uint64() ? Wide(number.get_uint64()) : Wide(number.get_int64());
       return true;
     }
-    if (number.type() != json_spirit::int_type && number.type() != json_spirit::real_type) {
-      return false;
-    }
-    add_real(number.get_real());
+    if (number.type() != json_spirit::real_type) return false;
+    exact_ = false;
+    real_ += number.get_real();
     return true;
   }
 
-  Value value() const { return exact_ ? Value(integer_) : Value(real_); }
-
- private:
-  void add_integer(std::int64_t number) {
-    if (exact_ && !__builtin_add_overflow(integer_, number, &integer_)) return;
-    // On overflow the integer has wrapped: the real is made from what it was.
-    if (exact_) {
-      real_ = static_cast<double>(static_cast<std::int64_t>(
-                  static_cast<std::uint64_t>(integer_) - static_cast<std::uint64_t>(number))) +
-              static_cast<double>(number);
-      exact_ = false;
-    } else {
-      real_ += static_cast<double>(number);
+  /// An integer where all terms were and one of 64 bits holds the sum.
+  Value value() const {
+    if (exact_ && integer_ >= std::numeric_limits<std::int64_t>::min()) {
+      if (integer_ <= std::numeric_limits<std::int64_t>::max()) {
+        return static_cast<std::int64_t>(integer_);
+      }
+      if (integer_ <= std::numeric_limits<std::uint64_t>::max()) {
+        return static_cast<std::uint64_t>(integer_);
+      }
     }
-  }
-  void add_real(double number) {
-    if (exact_) real_ = static_cast<double>(integer_);
-    exact_ = false;
-    real_ += number;
+    return real_ + static_cast<double>(integer_);
   }
 
+private:
   bool exact_ = true;
-  std::int64_t integer_ = 0;
+  Wide integer_ = 0;
   double real_ = 0;
 };
 

@@ -6,11 +6,11 @@
 
 #include "json_spirit/json_spirit_value.h"
 
-/// The ids of the requests of one channel that await an answer, and how many requests of each id still
-/// exist. A peer that uses an id for several requests at once is owed as many answers; which of them
-/// an answer belongs to cannot be told, so they are counted. No lock: the outbox guards it.
+/// The ids of the requests of one channel that await an answer, and how many requests of each id
+/// still exist. A peer that uses an id for several requests at once is owed as many answers; which
+/// of them an answer belongs to cannot be told, so they are counted. No lock: the outbox guards it.
 class Awaited_Ids {
- public:
+public:
   /// A request with this id has come.
   void add(const json_spirit::Value& id) {
     Counts& counts = ids_[id];
@@ -54,7 +54,7 @@ class Awaited_Ids {
     awaited_ = 0;
   }
 
- private:
+private:
   struct Counts {
     std::size_t awaited = 0;
     std::size_t alive = 0;

@@ -1,11 +1,14 @@
 #include "transport/connection.h"
 
+#include <poll.h>
+
 #include <algorithm>
 #include <atomic>
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/error.hpp>
 #include <boost/asio/post.hpp>
 #include <cerrno>
+#include <exception>
 #include <new>
 #include <utility>
 
@@ -25,6 +28,7 @@ namespace {
 
 constexpr std::size_t bytes_a_turn = 256u << 10;  // then the loop's other connections have theirs
 constexpr std::size_t pieces_a_write = 64;
+constexpr std::size_t kept_pieces = 16;  // room that an idle connection may keep
 constexpr std::chrono::seconds linger_time{2};
 constexpr std::chrono::seconds slow_handler{1};
 
@@ -71,9 +75,8 @@ Connection::~Connection() {
 void Connection::start(const Stream_Channel::Addresses& addresses) {
   std::unique_ptr<Stream_Channel> stream =
       std::make_unique<Stream_Channel>(state_->limits, addresses, weak_from_this());
-  stream_ = stream.get();
   channel_ = JSON_RPC_Channel_var(stream.get());
-  static_cast<void>(stream.release());
+  stream_ = stream.release();
   weak_ = JSON_RPC_Channel_ptr(channel_);
   stream_->self(weak_);
   stream_->type(Stream_Channel::STREAM);
@@ -82,9 +85,10 @@ void Connection::start(const Stream_Channel::Addresses& addresses) {
   inbound_.reset(new Inbound(*stream_, *this));
   last_read_ = last_write_ = Loop::now();
   loop_->add(shared_from_this());
-  const Log_Context context(label_.c_str());
-  JSON_RPC_Channel_Map::instance()->insert(channel_);
-  read();
+  guarded([this] {
+    JSON_RPC_Channel_Map::instance()->insert(channel_);
+    read();
+  });
 }
 
 void Connection::read() {
@@ -94,7 +98,8 @@ void Connection::read() {
                           });
 }
 
-/// Runs what takes input. Without memory a connection cannot go on.
+/// Runs a part of the connection's work. Without memory, or after any other exception, a connection
+/// cannot go on.
 template <typename Operation>
 void Connection::guarded(Operation operation) {
   if (closed_) return;
@@ -103,6 +108,9 @@ void Connection::guarded(Operation operation) {
     operation();
   } catch (const std::bad_alloc&) {
     close("there is no memory for it");
+  } catch (const std::exception& error) {
+    VEXA_ERROR("A connection failed: %C\n", error.what());
+    close("it failed");
   }
 }
 
@@ -119,8 +127,7 @@ void Connection::take_input(const error_code& error, std::size_t length) {
   if (lingering_) return read();
   // What this wake-up answers leaves in one write at its end.
   stream_->outbox().attend();
-  const bool go_on = consume(input_.data(), length) &&
-                     (length < input_.size() || read_more());
+  const bool go_on = consume(input_.data(), length) && (length < input_.size() || read_more());
   flush();
   if (go_on && !closed_) read();
 }
@@ -240,16 +247,15 @@ void Connection::request_gone(const json_spirit::Value& id) noexcept {
   if (stream.outbox().gone(id)) stream.answer_error(id, JSON_RPC_INTERNAL_ERROR, nullptr);
 }
 
-/// Later, on the loop, if the connection is still there: what waits in a loop's queue keeps none alive.
+/// Later, on the loop, if the connection is still there: what waits in a loop's queue keeps none
+/// alive.
 void Connection::post(void (Connection::*operation)()) {
   asio::post(loop_->context(), [weak = weak_from_this(), operation] {
     if (const std::shared_ptr<Connection> self = weak.lock()) ((*self).*operation)();
   });
 }
 
-void Connection::wake() {
-  post(&Connection::flush);
-}
+void Connection::wake() { post(&Connection::flush); }
 
 void Connection::close_soon(const char* reason) {
   asio::post(loop_->context(), [weak = weak_from_this(), reason] {
@@ -260,8 +266,12 @@ void Connection::close_soon(const char* reason) {
 /// Writes what there is until the socket takes no more. Then the outbox wakes nobody: on_writable()
 /// goes on.
 void Connection::flush() {
-  if (closed_ || write_waits_) return;
-  const Log_Context context(label_.c_str());
+  guarded([this] {
+    if (!write_waits_) write_out();
+  });
+}
+
+void Connection::write_out() {
   while (fetch()) {
     if (!write()) break;
   }
@@ -275,6 +285,7 @@ void Connection::flush() {
 bool Connection::fetch() {
   if (batch_piece_ < batch_.size()) return true;
   batch_.clear();
+  if (batch_.capacity() > kept_pieces) std::vector<Output_Piece>().swap(batch_);
   batch_piece_ = batch_byte_ = 0;
   return stream_->outbox().take(batch_);
 }
@@ -289,14 +300,13 @@ bool Connection::write() {
     buffers[count++] = asio::const_buffer(text.data(), text.size());
   }
   error_code error;
-  std::size_t written = socket_.write_some(
-      Buffer_Range{buffers.data(), buffers.data() + count}, error);
+  std::size_t written =
+      socket_.write_some(Buffer_Range{buffers.data(), buffers.data() + count}, error);
   last_write_ = Loop::now();
   if (would_block(error)) {
     write_waits_ = true;
-    socket_.async_wait(Socket::wait_write, [self = shared_from_this()](const error_code& e) {
-      self->on_writable(e);
-    });
+    socket_.async_wait(Socket::wait_write,
+                       [self = shared_from_this()](const error_code& e) { self->on_writable(e); });
     return false;
   }
   if (error) {
@@ -321,8 +331,8 @@ void Connection::on_writable(const error_code& error) {
   flush();
 }
 
-/// The peer is owed nothing. What it still sends is read and thrown away for a while: closing at once
-/// would reset the connection and could cost it our last words.
+/// The peer is owed nothing. What it still sends is read and thrown away for a while: closing at
+/// once would reset the connection and could cost it our last words.
 void Connection::linger() {
   if (input_ended_) return close(nullptr);
   error_code ignored;
@@ -346,23 +356,32 @@ bool Connection::idle_allowed() {
          JSON_RPC_Notify_Manager::instance()->subscribed(stream_->self());
 }
 
+/// Whether the socket has what we wait for, although we have not been told: a handler may have held
+/// the loop meanwhile.
+bool Connection::socket_ready(short events) {
+  pollfd poll_set = {socket_.native_handle(), events, 0};
+  return ::poll(&poll_set, 1, 0) > 0;
+}
+
 void Connection::tick(Loop_Time now) {
-  if (closed_) return;
+  guarded([&] { check_time(now); });
+}
+
+void Connection::check_time(Loop_Time now) {
   const Limits& limits = state_->limits;
-  const Log_Context context(label_.c_str());
   if (lingering_) {
     if (now > linger_until_) close(nullptr);
     return;
   }
-  if (write_waits_ && now - last_write_ > limits.stall_timeout) {
+  if (write_waits_ && now - last_write_ > limits.stall_timeout && !socket_ready(POLLOUT)) {
     return close("it takes no output");
   }
   const bool expects = !paused_ && !input_ended_ && !stopped_reading_ && inbound_->in_message();
-  if (expects && now - last_read_ > limits.stall_timeout) {
+  if (expects && now - last_read_ > limits.stall_timeout && !socket_ready(POLLIN)) {
     return close("it stopped in a message");
   }
   if (now - std::max(last_read_, last_write_) <= limits.idle_timeout) return;
-  if (idle_allowed()) {
+  if (idle_allowed() || socket_ready(POLLIN)) {
     last_read_ = now;  // asked again after another idle time
   } else {
     close("it is idle");

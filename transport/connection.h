@@ -18,14 +18,14 @@
 /// A connected socket on its loop: reads bytes into messages and dispatches them, writes what the
 /// channel's outbox holds, closes by the limits. Owns the channel.
 ///
-/// Everything happens on the loop's thread, except wake(), close_soon() and request_gone(). Lives while
-/// the loop lists it or one of its handlers is pending.
+/// Everything happens on the loop's thread, except wake(), close_soon() and request_gone(). Lives
+/// while the loop lists it or one of its handlers is pending.
 class Connection final : public Wire,
                          public Answer_Debt,
                          public Loop_Member,
                          private Inbound::Sink,
                          public std::enable_shared_from_this<Connection> {
- public:
+public:
   typedef boost::asio::generic::stream_protocol::socket Socket;
 
   /// `socket` belongs to the loop's context, is connected and does not block.
@@ -44,8 +44,9 @@ class Connection final : public Wire,
   void close_soon(const char* reason) override;
   void request_gone(const json_spirit::Value& id) noexcept override;
   void tick(Loop_Time now) override;
+  void loop_ended() override { close(nullptr); }
 
- private:
+private:
   void message(const JSON_RPC_Object_var& object) override;
   bool overloaded() override;
 
@@ -64,11 +65,14 @@ class Connection final : public Wire,
   void dispatch(const JSON_RPC_Object_var& object);
 
   void flush();
+  void write_out();
   bool fetch();
   bool write();
   void on_writable(const boost::system::error_code& error);
   void linger();
+  void check_time(Loop_Time now);
   bool idle_allowed();
+  bool socket_ready(short events);
 
   const std::shared_ptr<Loop> loop_;
   const std::shared_ptr<Server_State> state_;
@@ -79,11 +83,11 @@ class Connection final : public Wire,
   std::string label_;                 // for log lines
   std::unique_ptr<Inbound> inbound_;
 
-  bool paused_ = false;         // not read: the channel owes too much
-  bool input_ended_ = false;    // the peer sends no more
+  bool paused_ = false;           // not read: the channel owes too much
+  bool input_ended_ = false;      // the peer sends no more
   bool stopped_reading_ = false;  // what the peer sends is not wanted any more
-  bool lingering_ = false;      // all is sent; what still comes is thrown away until the peer closes
-  bool write_waits_ = false;    // for the socket to become writable
+  bool lingering_ = false;    // all is sent; what still comes is thrown away until the peer closes
+  bool write_waits_ = false;  // for the socket to become writable
   bool closed_ = false;
   Loop_Time last_read_;
   Loop_Time last_write_;

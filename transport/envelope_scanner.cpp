@@ -4,7 +4,8 @@
 
 namespace {
 
-// Longer names are none of ours, and longer ids nobody's that we read: they are cut, and match nothing.
+// Longer names are none of ours, and longer ids nobody's that we read: they are cut, and match
+// nothing.
 constexpr std::size_t max_token = 64u << 10;
 
 }  // namespace

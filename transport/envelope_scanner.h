@@ -6,10 +6,10 @@
 #include "json_spirit/json_spirit_value.h"
 
 /// Tells what kind of message an outgoing text is while it is being produced, and whom a response
-/// answers, from its members at the top level. Looks no further once it knows. The text comes from a
-/// generator, so it is well-formed as far as it goes.
+/// answers, from its members at the top level. Looks no further once it knows. The text comes from
+/// a generator, so it is well-formed as far as it goes.
 class Envelope_Scanner {
- public:
+public:
   enum Kind { UNKNOWN, NOT_A_RESPONSE, RESPONSE };
 
   /// Reads on in the text.
@@ -21,7 +21,7 @@ class Envelope_Scanner {
   /// Of a response: the id that it answers.
   const json_spirit::Value& id() const { return id_; }
 
- private:
+private:
   void step(char c);
   void end_token();
 

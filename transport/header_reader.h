@@ -6,7 +6,7 @@
 /// Reads the header in front of a message: lines `Name: value` up to an empty one, of which only
 /// Content-Length matters, as language servers use them.
 class Header_Reader {
- public:
+public:
   enum Outcome { MORE, COMPLETE, BAD };
 
   void begin();
@@ -15,7 +15,7 @@ class Header_Reader {
   /// The length of the body, once complete.
   std::size_t content_length() const { return content_length_; }
 
- private:
+private:
   Outcome line();
 
   std::string line_;

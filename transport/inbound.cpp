@@ -21,7 +21,7 @@ bool is_space(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; 
 
 /// Requests are of a class that sees to their answer.
 class Inbound::Reader final : public JSON_RPC_Reader {
- protected:
+protected:
   JSON_RPC_Request* make_request() override {
     JSON_RPC_Request* const request = new (std::nothrow) Owed_Request;
     if (request == nullptr) errno = ENOMEM;
@@ -69,6 +69,8 @@ std::size_t Inbound::step(const char* data, std::size_t length) {
 std::size_t Inbound::within_limit(const char* data, std::size_t length) {
   const std::size_t limit = channel_.limits().max_message;
   if (limit != 0 && size_ == limit) {
+    VEXA_WARNING("Channel %C sent a message of more than %B bytes.\n", channel_.id().c_str(),
+                 limit);
     if (state_ == TEXT) bad(JSON_RPC_INVALID_REQUEST);  // what is skipped has been answered
     stopped_ = true;
     return length;
@@ -127,6 +129,8 @@ std::size_t Inbound::header(const char* data, std::size_t length) {
       body_left_ = header_.content_length();
       const std::size_t limit = channel_.limits().max_message;
       if (body_left_ == 0 || (limit != 0 && body_left_ > limit)) {
+        VEXA_WARNING("Channel %C announced a message of %B bytes.\n", channel_.id().c_str(),
+                     body_left_);
         stop(JSON_RPC_INVALID_REQUEST);
       } else if (begin_text()) {
         state_ = TEXT;
@@ -196,8 +200,8 @@ void Inbound::deliver() {
     if (reader_->state() != JSON_RPC_Reader::STATE_FORWARDING) bad(JSON_RPC_INVALID_REQUEST);
     return;
   }
-  const bool call = object->type == JSON_RPC_Object::TYPE_REQUEST ||
-                    object->type == JSON_RPC_Object::TYPE_NOTIFY;
+  const bool call =
+      object->type == JSON_RPC_Object::TYPE_REQUEST || object->type == JSON_RPC_Object::TYPE_NOTIFY;
   if (call && static_cast<const JSON_RPC_Request&>(*object).method.empty()) {
     bad(JSON_RPC_INVALID_REQUEST);
     return;

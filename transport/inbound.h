@@ -12,12 +12,13 @@
 
 /// What the bytes of one channel come to: messages for the dispatcher, errors for what is none.
 ///
-/// Text that is no JSON is answered -32700 and skipped to the next line feed; JSON that is no message
-/// is answered -32600 and skipped by its braces; with header framing either is skipped by its length.
-/// A broken answer is never answered: whatever waits for its id gets -32603. Three bad ones in a row,
-/// a message over the limit and a bad header end the channel. On the channel's loop alone.
+/// Text that is no JSON is answered -32700 and skipped to the next line feed; JSON that is no
+/// message is answered -32600 and skipped by its braces; with header framing either is skipped by
+/// its length. A broken answer is never answered: whatever waits for its id gets -32603. Three bad
+/// ones in a row, a message over the limit and a bad header end the channel. On the channel's loop
+/// alone.
 class Inbound {
- public:
+public:
   enum Verdict {
     GO_ON,
     PAUSE,  ///< the channel owes too much: the bytes that were not used come again later
@@ -26,7 +27,7 @@ class Inbound {
 
   /// Gets each whole message that is not refused.
   class Sink {
-   public:
+  public:
     virtual ~Sink() = default;
     virtual void message(const JSON_RPC_Object_var& object) = 0;
     /// Whether the channel owes so much that it is not read further now.
@@ -44,10 +45,11 @@ class Inbound {
   /// The peer sends no more: an unfinished message is a bad one.
   void end();
 
-  /// Whether more of a message that was begun is to come. The rest of a line that was no JSON need not.
+  /// Whether more of a message that was begun is to come. The rest of a line that was no JSON need
+  /// not.
   bool in_message() const { return state_ != BETWEEN && state_ != SKIP_BY_LINE; }
 
- private:
+private:
   class Reader;
   enum State {
     BETWEEN,        // before a message
@@ -78,9 +80,9 @@ class Inbound {
   Text_Feeder feeder_;
   Header_Reader header_;
   State state_ = BETWEEN;
-  bool framed_ = false;         // the first byte has told the framing
+  bool framed_ = false;  // the first byte has told the framing
   bool stopped_ = false;
   unsigned int bad_in_a_row_ = 0;
-  std::size_t size_ = 0;        // of the message, so far
-  std::size_t body_left_ = 0;   // with header framing
+  std::size_t size_ = 0;       // of the message, so far
+  std::size_t body_left_ = 0;  // with header framing
 };

@@ -5,7 +5,8 @@
 
 /// What a server's channels may cost, and what happens at each limit.
 struct Limits {
-  /// Bytes of one incoming message, 0 for none. A longer one is answered -32600 and its channel closed.
+  /// Bytes of one incoming message, 0 for none. A longer one is answered -32600 and its channel
+  /// closed.
   std::size_t max_message = 10u << 20;
 
   /// Unsent bytes of a channel. A notification that would exceed it closes the channel, a call is
@@ -19,11 +20,12 @@ struct Limits {
   /// Connections of a server: at it, accepting pauses.
   std::size_t max_connections = 1000;
 
-  /// A channel is closed when for so long no byte of a message came that was begun, or the peer took
-  /// no byte of waiting output.
+  /// A channel is closed when for so long no byte of a message came that was begun, or the peer
+  /// took no byte of waiting output.
   std::chrono::milliseconds stall_timeout{10'000};
 
-  /// A channel without traffic for so long is closed, unless it is subscribed or owed an answer.
+  /// A channel without traffic for so long is closed, unless it is subscribed, an agent, or owed an
+  /// answer.
   std::chrono::milliseconds idle_timeout{600'000};
 
   std::size_t queue_mark() const { return max_queue / 4; }

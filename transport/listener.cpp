@@ -11,13 +11,14 @@
 #include <boost/asio/steady_timer.hpp>
 #include <cerrno>
 #include <chrono>
+#include <new>
 #include <utility>
 
 #include "vexa/log.h"
 
 namespace asio = boost::asio;
-using boost::system::error_code;
 using asio::ip::tcp;
+using boost::system::error_code;
 typedef asio::local::stream_protocol unix_stream;
 
 namespace {
@@ -51,7 +52,7 @@ void prepare(unix_stream::socket&) {}
 
 template <typename Protocol>
 class Listener_Of final : public Listener {
- public:
+public:
   Listener_Of(const Endpoint& endpoint, std::shared_ptr<Loop> loop,
               std::shared_ptr<Server_State> state, Next_Loop next_loop)
       : loop_(std::move(loop)),
@@ -103,19 +104,27 @@ class Listener_Of final : public Listener {
     remove_file();
   }
 
- private:
+private:
   void wait() {
     acceptor_.async_wait(asio::socket_base::wait_read, [this](const error_code& error) {
-      if (!error) accept();
+      if (!error) try_accept();
     });
+  }
+
+  void try_accept() {
+    try {
+      accept();
+    } catch (const std::bad_alloc&) {
+      retry_later(asio::error::no_memory);
+    }
   }
 
   /// Takes every connection that has come, unless too many are open.
   void accept() {
     for (;;) {
       if (state_->connections >= state_->limits.max_connections) {
-        VEXA_WARNING("Accepting pauses at %C: %B connections are open.\n",
-                     endpoint_.url().c_str(), state_->limits.max_connections);
+        VEXA_WARNING("Accepting pauses at %C: %B connections are open.\n", endpoint_.url().c_str(),
+                     state_->limits.max_connections);
         paused_ = true;
         return;
       }
@@ -139,11 +148,10 @@ class Listener_Of final : public Listener {
   }
 
   void retry_later(const error_code& error) {
-    VEXA_WARNING("Accepting pauses at %C: %C.\n", endpoint_.url().c_str(),
-                 error.message().c_str());
+    VEXA_WARNING("Accepting pauses at %C: %C.\n", endpoint_.url().c_str(), error.message().c_str());
     timer_.expires_after(retry_after);
     timer_.async_wait([this](const error_code& e) {
-      if (!e && acceptor_.is_open()) accept();
+      if (!e && acceptor_.is_open()) try_accept();
     });
   }
 

@@ -10,9 +10,10 @@
 #include "transport/server_state.h"
 
 /// A listening socket on a loop. While too many connections are open, or descriptors have run out,
-/// accepting pauses. Opened and destroyed while its loop does not run, otherwise touched on it alone.
+/// accepting pauses. Opened and destroyed while its loop does not run, otherwise touched on it
+/// alone.
 class Listener {
- public:
+public:
   /// Picks the loop that the next connection is pinned to.
   typedef std::function<std::shared_ptr<Loop>()> Next_Loop;
 
@@ -28,7 +29,7 @@ class Listener {
   /// The endpoint as bound: with the port that was picked.
   const Endpoint& endpoint() const { return endpoint_; }
 
- protected:
+protected:
   Endpoint endpoint_;
 };
 

@@ -7,12 +7,12 @@ TRANSPORT_EXPORT const char* current_channel_label();
 
 /// Names the channel of the calling thread's log lines while it lives; the text outlives it.
 class Log_Context {
- public:
+public:
   explicit Log_Context(const char* label);
   ~Log_Context();
   Log_Context(const Log_Context&) = delete;
   Log_Context& operator=(const Log_Context&) = delete;
 
- private:
+private:
   const char* const outer_;
 };

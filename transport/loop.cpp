@@ -37,7 +37,9 @@ void Loop::stop() {
   if (!thread_.joinable()) return;
   context_.stop();
   thread_.join();
-  // Operations that were cancelled hold their connections, which hold this loop: they end here.
+  // This thread is the only one left. Operations that are cancelled hold their members, which hold
+  // this loop: they end here.
+  for (const std::shared_ptr<Loop_Member>& member : members()) member->loop_ended();
   timer_.cancel();
   context_.restart();
   context_.poll();
@@ -47,13 +49,15 @@ void Loop::arm() {
   timer_.expires_after(period_);
   timer_.async_wait([this](const boost::system::error_code& error) {
     if (error) return;
+    arm();  // first: what follows may run out of memory
     const Loop_Time time = now();
     for (const std::shared_ptr<Loop_Member>& member : members()) member->tick(time);
-    arm();
   });
 }
 
-void Loop::add(const std::shared_ptr<Loop_Member>& member) { members_.emplace(member.get(), member); }
+void Loop::add(const std::shared_ptr<Loop_Member>& member) {
+  members_.emplace(member.get(), member);
+}
 
 void Loop::remove(Loop_Member* member) { members_.erase(member); }
 

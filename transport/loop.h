@@ -11,17 +11,19 @@
 
 typedef std::chrono::steady_clock::time_point Loop_Time;
 
-/// Something that lives on a loop and is told when time has passed.
+/// Something that lives on a loop. Neither operation throws.
 class Loop_Member {
- public:
+public:
   virtual ~Loop_Member() = default;
   virtual void tick(Loop_Time now) = 0;
+  /// The loop has ended: give up what is pending, and remove() yourself.
+  virtual void loop_ended() = 0;
 };
 
-/// One thread and its io_context. What is pinned to a loop is touched by its thread alone, except for
-/// post() on its context, which any thread may call.
+/// One thread and its io_context. What is pinned to a loop is touched by its thread alone, except
+/// for post() on its context, which any thread may call.
 class Loop {
- public:
+public:
   /// Members are ticked every `period`.
   explicit Loop(std::chrono::milliseconds period);
   ~Loop();
@@ -31,7 +33,8 @@ class Loop {
   boost::asio::io_context& context() { return context_; }
 
   void start();
-  /// Ends the thread, after the handler that runs. From another thread.
+  /// Ends the thread, after the handler that runs, and then what its members had pending. From
+  /// another thread.
   void stop();
 
   /// The loop's thread, or none runs: keeps a member alive until remove().
@@ -46,7 +49,7 @@ class Loop {
   static constexpr std::size_t buffer_size = 64u << 10;
   char* buffer() { return buffer_.get(); }
 
- private:
+private:
   void arm();
 
   boost::asio::io_context context_;

@@ -17,7 +17,8 @@ constexpr std::array<Class, 256> make_classes() {
 }
 constexpr std::array<Class, 256> classes = make_classes();
 
-/// The bytes inside a string that are more than text: quotes, escapes, and controls, which are none.
+/// The bytes inside a string that are more than text: quotes, escapes, and controls, which are
+/// none.
 constexpr std::array<bool, 256> make_special() {
   std::array<bool, 256> special{};
   for (unsigned int c = 0; c < 0x20; ++c) special[c] = true;
@@ -47,7 +48,8 @@ std::size_t Message_Scanner::scan(const char* data, std::size_t length) {
       if (c == '\\') {
         escaped_ = true;
       } else {
-        // A raw control byte breaks the text: the parser is to see it now, not at the closing quote.
+        // A raw control byte breaks the text: the parser is to see it now, not at the closing
+        // quote.
         whole_ = i;
         if (c == '"') {
           in_string_ = false;

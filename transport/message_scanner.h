@@ -2,14 +2,14 @@
 
 #include <cstddef>
 
-/// Finds where a JSON text ends, from quotes, escapes and depth alone, in front of the parser and in
-/// pieces of any size: linear in the bytes. Also finds where the last whole token ends, so that the
-/// parser is never given half of one (it would scan it again from its start each time).
+/// Finds where a JSON text ends, from quotes, escapes and depth alone, in front of the parser and
+/// in pieces of any size: linear in the bytes. Also finds where the last whole token ends, so that
+/// the parser is never given half of one (it would scan it again from its start each time).
 ///
 /// Text that is no JSON has an end too: a closing brace that nothing opened, or the first byte that
 /// cannot belong to a lone number or word.
 class Message_Scanner {
- public:
+public:
   static constexpr std::size_t npos = static_cast<std::size_t>(-1);
 
   /// The next byte begins a text: one that is not white space.
@@ -24,7 +24,7 @@ class Message_Scanner {
   /// Whether the text is an object or an array, whose end its braces tell.
   bool container() const { return container_; }
 
- private:
+private:
   std::size_t depth_ = 0;
   std::size_t whole_ = 0;
   bool in_string_ = false;

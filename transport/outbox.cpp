@@ -10,6 +10,7 @@ namespace {
 constexpr std::size_t joined_piece = 64u << 10;
 // Shared text below this is copied: cheaper than an entry of its own.
 constexpr std::size_t copied_text = 4u << 10;
+constexpr std::size_t kept_pieces = 16;  // room that an empty line may keep
 
 }  // namespace
 
@@ -85,34 +86,49 @@ Output_Piece* Outbox::find(std::uint64_t stream) {
 }
 
 Outbox::Result Outbox::append(std::uint64_t stream, std::string_view text, bool& wake) {
-  wake = false;
-  const std::lock_guard<std::mutex> guard(mutex_);
-  Output_Piece* const piece = find(stream);
-  if (closed_ || piece == nullptr) return CLOSED;
-  piece->own.append(text);
-  unsent_ += text.size();
-  wake = must_wake();
-  return SENT;
+  return grow(stream, text, false, wake);
 }
 
 Outbox::Result Outbox::end(std::uint64_t stream, std::string_view text, bool& wake) {
+  return grow(stream, text, true, wake);
+}
+
+Outbox::Result Outbox::grow(std::uint64_t stream, std::string_view text, bool complete,
+                            bool& wake) {
   wake = false;
-  const std::lock_guard<std::mutex> guard(mutex_);
-  Output_Piece* const piece = find(stream);
-  if (closed_ || piece == nullptr) return CLOSED;
-  piece->own.append(text);
-  piece->stream = 0;
-  unsent_ += text.size();
-  wake = must_wake();
+  {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    Output_Piece* const piece = find(stream);
+    if (closed_ || piece == nullptr) return CLOSED;
+    piece->own.append(text);
+    if (complete) piece->stream = 0;
+    unsent_ += text.size();
+    ++progress_;
+    wake = must_wake();
+  }
+  room_.notify_all();
   return SENT;
 }
 
-bool Outbox::wait_for_room(std::size_t mark, std::chrono::milliseconds patience) {
+/// What has to leave before an open message has: all that stands in front of it, and itself.
+/// Requires mutex_.
+std::size_t Outbox::unsent_up_to(std::uint64_t stream) const {
+  if (stream == 0) return unsent_;
+  std::size_t bytes = in_flight_;
+  for (const Output_Piece& piece : line_) {
+    bytes += piece.text().size();
+    if (piece.stream == stream) break;
+  }
+  return bytes;
+}
+
+bool Outbox::wait_for_room(std::uint64_t stream, std::size_t mark,
+                           std::chrono::milliseconds patience) {
   std::unique_lock<std::mutex> guard(mutex_);
-  while (!closed_ && unsent_ > mark) {
-    const std::uint64_t before = sent_total_;
+  while (!closed_ && unsent_up_to(stream) > mark) {
+    const std::uint64_t before = progress_;
     const bool moved =
-        room_.wait_for(guard, patience, [&] { return closed_ || sent_total_ != before; });
+        room_.wait_for(guard, patience, [&] { return closed_ || progress_ != before; });
     if (!moved) return false;
   }
   return !closed_;
@@ -157,23 +173,25 @@ bool Outbox::take(std::vector<Output_Piece>& batch) {
   const std::lock_guard<std::mutex> guard(mutex_);
   const auto open = std::find_if(line_.begin(), line_.end(),
                                  [](const Output_Piece& piece) { return piece.stream != 0; });
-  bool taken = open != line_.begin();
+  const std::size_t before = batch.size();
   std::move(line_.begin(), open, std::back_inserter(batch));
   if (open != line_.end() && !open->own.empty()) {
     batch.push_back({std::move(open->own), Shared_Text(), 0});
     open->own.clear();
-    taken = true;
   }
   line_.erase(line_.begin(), open);
-  attended_ = taken;
-  return taken;
+  if (line_.empty() && line_.capacity() > kept_pieces) std::vector<Output_Piece>().swap(line_);
+  for (std::size_t i = before; i < batch.size(); ++i) in_flight_ += batch[i].text().size();
+  attended_ = batch.size() > before;
+  return attended_;
 }
 
 void Outbox::sent(std::size_t bytes) {
   {
     const std::lock_guard<std::mutex> guard(mutex_);
     unsent_ -= bytes;
-    sent_total_ += bytes;
+    in_flight_ -= bytes;
+    ++progress_;
   }
   room_.notify_all();
 }
@@ -184,7 +202,7 @@ void Outbox::close() {
     const std::lock_guard<std::mutex> guard(mutex_);
     closed_ = true;
     dropped.swap(line_);
-    unsent_ = 0;
+    unsent_ = in_flight_ = 0;
     awaited_.clear();
   }
   room_.notify_all();

@@ -22,17 +22,19 @@ struct Output_Piece {
   std::string own;
   Shared_Text shared;
   std::uint64_t stream = 0;  ///< the open message, or 0
-  std::string_view text() const { return shared ? std::string_view(*shared) : std::string_view(own); }
+  std::string_view text() const {
+    return shared ? std::string_view(*shared) : std::string_view(own);
+  }
 };
 
 /// What a channel owes its peer and what waits to be written: the ids that await an answer, and a
 /// first-in-first-out line of messages. Any thread puts messages in; the channel's loop takes them
 /// out. One short leaf mutex, held across no call-out and no wake-up.
 ///
-/// Whoever puts in is told whether the loop must be woken (`wake`): only the first one since the loop
-/// last found the line empty.
+/// Whoever puts in is told whether the loop must be woken (`wake`): only the first one since the
+/// loop last found the line empty.
 class Outbox {
- public:
+public:
   enum Result {
     SENT,
     NOT_AWAITED,  ///< an answer to an id that awaits none: dropped
@@ -47,8 +49,8 @@ class Outbox {
   /// A request with this id was read and is owed an answer. Gives the number of those.
   std::size_t await(const json_spirit::Value& id);
 
-  /// A request with this id that was awaited exists no longer. Whether an answer is missing, which is
-  /// then the caller's to put in.
+  /// A request with this id that was awaited exists no longer. Whether an answer is missing, which
+  /// is then the caller's to put in.
   bool gone(const json_spirit::Value& id);
 
   /// Puts a whole message in: `head` and then `body`, or `shared` where it is not null. An answer
@@ -56,16 +58,18 @@ class Outbox {
   Result put(Kind kind, const json_spirit::Value& id, std::string_view head, std::string_view body,
              const Shared_Text& shared, bool& wake);
 
-  /// Begins an open message at the end of the line: `stream` names it for the calls below. A response
-  /// settles its `answered` id (else null).
+  /// Begins an open message at the end of the line: `stream` names it for the calls below. A
+  /// response settles its `answered` id (else null).
   Result begin(std::string_view text, const json_spirit::Value* answered, std::uint64_t& stream,
                bool& wake);
   Result append(std::uint64_t stream, std::string_view text, bool& wake);
   Result end(std::uint64_t stream, std::string_view text, bool& wake);
 
-  /// Waits until no more than `mark` bytes are unsent. False when the outbox was closed, or when no
-  /// byte left for `patience`. Ended by sent() and close().
-  bool wait_for_room(std::size_t mark, std::chrono::milliseconds patience);
+  /// Waits until no more than `mark` bytes are unsent: of an open message (`stream`) those in front
+  /// of it and its own, for what stands behind it waits for it; with 0 all. False when the outbox
+  /// was closed, or when for `patience` no byte left and no open message grew. Ended by sent(),
+  /// append(), end() and close().
+  bool wait_for_room(std::uint64_t stream, std::size_t mark, std::chrono::milliseconds patience);
 
   std::size_t unsent() const;
   std::size_t pending() const;
@@ -80,7 +84,8 @@ class Outbox {
 
   // For the loop.
 
-  /// From now on the loop looks into the line by itself: nobody wakes it until take() found nothing.
+  /// From now on the loop looks into the line by itself: nobody wakes it until take() found
+  /// nothing.
   void attend();
   /// Moves what may be written behind `batch`. False when there is nothing: the next message wakes.
   bool take(std::vector<Output_Piece>& batch);
@@ -89,19 +94,22 @@ class Outbox {
   /// Drops everything; every later call gives CLOSED.
   void close();
 
- private:
+private:
   Result admit(Kind kind, std::size_t bytes);
   void add(std::string_view text);
   bool must_wake();
   Output_Piece* find(std::uint64_t stream);
+  std::size_t unsent_up_to(std::uint64_t stream) const;
+  Result grow(std::uint64_t stream, std::string_view text, bool complete, bool& wake);
 
   const std::size_t max_queue_;
-  mutable std::mutex mutex_;                 // a leaf
-  std::condition_variable room_;             // of wait_for_room, with mutex_
-  Awaited_Ids awaited_;                      // guarded by mutex_, like all that follows
+  mutable std::mutex mutex_;      // a leaf
+  std::condition_variable room_;  // of wait_for_room, with mutex_
+  Awaited_Ids awaited_;           // guarded by mutex_, like all that follows
   std::vector<Output_Piece> line_;
-  std::size_t unsent_ = 0;                   // of the line and of what the loop has taken
-  std::uint64_t sent_total_ = 0;             // shows waiters that bytes leave
+  std::size_t unsent_ = 0;      // of the line and of what the loop has taken
+  std::size_t in_flight_ = 0;   // of what the loop has taken
+  std::uint64_t progress_ = 0;  // shows waiters that something moves
   std::uint64_t last_stream_ = 0;
   bool attended_ = false;
   bool closed_ = false;

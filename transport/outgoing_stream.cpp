@@ -30,7 +30,7 @@ bool Outgoing_Stream::may_produce() {
     fail(ENOBUFS);
     return false;
   }
-  if (channel_.outbox().wait_for_room(mark, channel_.limits().stall_timeout)) return true;
+  if (channel_.outbox().wait_for_room(stream_, mark, channel_.limits().stall_timeout)) return true;
   fail(channel_.outbox().is_closed() ? ENOTCONN : ETIMEDOUT);
   return false;
 }
@@ -54,8 +54,8 @@ void Outgoing_Stream::print(const char* text, std::size_t length) {
   if (wake) channel_.wake();
 }
 
-/// The message is too large to be held: from now on it stands in the line. Only once it is known whom
-/// it answers.
+/// The message is too large to be held: from now on it stands in the line. Only once it is known
+/// whom it answers.
 void Outgoing_Stream::enter_line() {
   if (envelope_.kind() == Envelope_Scanner::UNKNOWN) return;
   const bool answer = envelope_.kind() == Envelope_Scanner::RESPONSE;
@@ -73,7 +73,8 @@ void Outgoing_Stream::enter_line() {
 }
 
 int Outgoing_Stream::finish() {
-  if (error_ == 0) may_produce();
+  // What stands in the line already is complete with this: its last bytes need no room.
+  if (error_ == 0 && state_ == HELD) may_produce();
   if (error_ != 0) {
     errno = error_;
     return -1;

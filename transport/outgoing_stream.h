@@ -9,14 +9,15 @@
 
 class Stream_Channel;
 
-/// One outgoing message that is produced piece by piece. It is held here until it is complete or has
-/// grown over 64 KiB, so that small ones block nobody; then it stands in the channel's line as an open
-/// message, and its producer waits while too much is unsent. With header framing, whose length comes
-/// first, it is held until it is complete. An answer to an id that awaits none is swallowed.
+/// One outgoing message that is produced piece by piece. It is held here until it is complete or
+/// has grown over 64 KiB, so that small ones block nobody; then it stands in the channel's line as
+/// an open message, and its producer waits while too much is unsent. With header framing, whose
+/// length comes first, it is held until it is complete. An answer to an id that awaits none is
+/// swallowed.
 ///
 /// Belongs to the thread that produces the message.
 class Outgoing_Stream final : public YAJL_Printer {
- public:
+public:
   explicit Outgoing_Stream(Stream_Channel& channel);
   /// A message that was not finished is abandoned: what is already in the line breaks the peer's
   /// stream, so the channel is then closed.
@@ -32,7 +33,7 @@ class Outgoing_Stream final : public YAJL_Printer {
   bool failed() const { return error_ != 0; }
   int error() const { return error_; }
 
- private:
+private:
   enum State { HELD, IN_LINE, DONE };
   bool may_produce();
   void enter_line();

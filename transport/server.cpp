@@ -17,12 +17,13 @@ namespace asio = boost::asio;
 
 namespace {
 
-constexpr std::chrono::milliseconds poll_period{10};         // of what is owed, at the stop
+constexpr std::chrono::milliseconds poll_period{10};   // of what is owed, at the stop
 constexpr std::chrono::milliseconds last_words{3000};  // for sending it
 
 /// Often enough for the time-outs to be kept to about a quarter.
 std::chrono::milliseconds tick_period(const Limits& limits) {
-  const std::chrono::milliseconds shortest = std::min(limits.stall_timeout, limits.idle_timeout) / 4;
+  const std::chrono::milliseconds shortest =
+      std::min(limits.stall_timeout, limits.idle_timeout) / 4;
   return std::clamp(shortest, std::chrono::milliseconds(20), std::chrono::milliseconds(1000));
 }
 
@@ -45,18 +46,29 @@ bool answered(std::future<Result>& result, Clock::time_point deadline) {
 
 }  // namespace
 
-struct Server::Impl {
+struct Server::Impl : std::enable_shared_from_this<Server::Impl> {
   Impl(const Limits& limits, unsigned int threads)
       : state(std::make_shared<Server_State>(limits)),
         accept_loop(std::make_shared<Loop>(tick_period(limits))) {
     for (unsigned int i = 0; i < std::max(threads, 1u); ++i) {
       loops.push_back(std::make_shared<Loop>(tick_period(limits)));
     }
-    state->connection_closed = [this] {
-      if (!state->stopping && state->connections + 1 >= state->limits.max_connections) {
-        asio::post(accept_loop->context(), [this] { resume_listeners(); });
-      }
+  }
+
+  /// Has accepting go on when a connection goes. The last of those may outlive the server.
+  void watch_connections() {
+    state->connection_closed = [weak = weak_from_this()] {
+      const std::shared_ptr<Impl> impl = weak.lock();
+      if (impl != nullptr) impl->connection_closed();
     };
+  }
+
+  void connection_closed() {
+    if (state->stopping || state->connections + 1 < state->limits.max_connections) return;
+    asio::post(accept_loop->context(), [weak = weak_from_this()] {
+      const std::shared_ptr<Impl> impl = weak.lock();
+      if (impl != nullptr) impl->resume_listeners();
+    });
   }
 
   std::shared_ptr<Loop> next_loop() { return loops[next++ % loops.size()]; }
@@ -115,7 +127,9 @@ struct Server::Impl {
 };
 
 Server::Server(const Limits& limits, unsigned int threads)
-    : impl_(std::make_unique<Impl>(limits, threads)) {}
+    : impl_(std::make_shared<Impl>(limits, threads)) {
+  impl_->watch_connections();
+}
 
 Server::~Server() {
   stop(std::chrono::milliseconds(0));
@@ -125,9 +139,9 @@ Server::~Server() {
 int Server::listen(const std::string& url, std::string& bound, std::string& error) {
   Endpoint endpoint;
   if (!Endpoint::parse(url, endpoint, error)) return -1;
-  std::unique_ptr<Listener> listener =
-      open_listener(endpoint, impl_->accept_loop, impl_->state,
-                    [impl = impl_.get()] { return impl->next_loop(); }, error);
+  std::unique_ptr<Listener> listener = open_listener(
+      endpoint, impl_->accept_loop, impl_->state,
+      [impl = impl_.get()] { return impl->next_loop(); }, error);
   if (listener == nullptr) return -1;
   bound = listener->endpoint().url();
   impl_->listeners.push_back(std::move(listener));
@@ -161,9 +175,8 @@ int Server::stop(std::chrono::milliseconds drain) {
   if (told) {
     Impl::wait_until(end, [&] { return impl.state->connections == 0; });
   }
-  if (!impl.for_each_connection(end + last_words, [](Connection& connection) {
-        connection.close("the server stops");
-      })) {
+  if (!impl.for_each_connection(
+          end + last_words, [](Connection& connection) { connection.close("the server stops"); })) {
     return -1;
   }
   impl.stop_loops();

@@ -20,7 +20,7 @@
 ///
 /// One thread, which is no loop's, calls everything here.
 class TRANSPORT_EXPORT Server {
- public:
+public:
   /// `threads` loops for connections, at least one, and one that accepts.
   Server(const Limits& limits, unsigned int threads);
   /// Stops. Waits for handlers that hold a loop.
@@ -28,22 +28,22 @@ class TRANSPORT_EXPORT Server {
   Server(const Server&) = delete;
   Server& operator=(const Server&) = delete;
 
-  /// Opens a listener, which accepts from start() on: 0 and its URL, with the port that was picked, in
-  /// `bound`; or -1 and a reason in `error`. A stale Unix socket's file is replaced.
+  /// Opens a listener, which accepts from start() on: 0 and its URL, with the port that was picked,
+  /// in `bound`; or -1 and a reason in `error`. A stale Unix socket's file is replaced.
   int listen(const std::string& url, std::string& bound, std::string& error);
 
   void start();
 
-  /// Stops in order: no more connections; new requests are refused with -32001; those in work get up
-  /// to `drain`; what is still owed is answered -32001; all is sent and closed; the loops end. 0, or
-  /// -1 when a handler holds a loop: that loop and its connections are left as they are.
+  /// Stops in order: no more connections; new requests are refused with -32001; those in work get
+  /// up to `drain`; what is still owed is answered -32001; all is sent and closed; the loops end.
+  /// 0, or -1 when a handler holds a loop: that loop and its connections are left as they are.
   int stop(std::chrono::milliseconds drain);
 
   std::size_t connections() const;
   /// Requests that await an answer, over all channels. While it runs.
   std::size_t owed() const;
 
- private:
+private:
   struct Impl;
-  const std::unique_ptr<Impl> impl_;
+  const std::shared_ptr<Impl> impl_;
 };

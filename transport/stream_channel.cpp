@@ -106,8 +106,9 @@ int Stream_Channel::send_object(const JSON_RPC_Object& obj) {
   if (serialise(obj, text)) {
     return put(kind_of(obj), obj.id, text);
   }
-  VEXA_ERROR("Refused to send a message with a value that cannot be written: too deep, or a number "
-             "that is not finite.\n");
+  VEXA_ERROR(
+      "Refused to send a message with a value that cannot be written: too deep, or a number "
+      "that is not finite.\n");
   if (is_response(obj)) answer_error(obj.id, JSON_RPC_INTERNAL_ERROR, nullptr);
   return fail(EINVAL);
 }
@@ -146,8 +147,8 @@ int Stream_Channel::put(Outbox::Kind kind, const json_spirit::Value& id, std::st
   return conclude(kind, id, result, wake_loop);
 }
 
-int Stream_Channel::conclude(Outbox::Kind kind, const json_spirit::Value& id,
-                             Outbox::Result result, bool wake_loop) {
+int Stream_Channel::conclude(Outbox::Kind kind, const json_spirit::Value& id, Outbox::Result result,
+                             bool wake_loop) {
   if (result == Outbox::SENT) {
     if (wake_loop) wake();
     return 0;
@@ -252,9 +253,7 @@ int copy_address(const ACE_INET_Addr& from, ACE_Addr& to) {
 
 }  // namespace
 
-int Stream_Channel::get_local_addr(ACE_Addr& addr) {
-  return copy_address(addresses_.local, addr);
-}
+int Stream_Channel::get_local_addr(ACE_Addr& addr) { return copy_address(addresses_.local, addr); }
 
 int Stream_Channel::get_remote_addr(ACE_Addr& addr) {
   return copy_address(addresses_.remote, addr);

@@ -26,14 +26,14 @@ enum class Framing {
   HEADERS  ///< `Content-Length: N`, a blank line, N bytes of JSON
 };
 
-/// A JSON-RPC channel over a stream socket. Its connection, on one loop, owns it; everyone else holds
-/// it weakly, or strong for the length of a call. Any thread may send.
+/// A JSON-RPC channel over a stream socket. Its connection, on one loop, owns it; everyone else
+/// holds it weakly, or strong for the length of a call. Any thread may send.
 ///
-/// A request is answered exactly once: the channel keeps the ids that await an answer, and a response
-/// to any other id is dropped with a log line. io_mutex() is null: messages are queued whole, so no
-/// writer has to keep others out.
+/// A request is answered exactly once: the channel keeps the ids that await an answer, and a
+/// response to any other id is dropped with a log line. io_mutex() is null: messages are queued
+/// whole, so no writer has to keep others out.
 class TRANSPORT_EXPORT Stream_Channel : public JSON_RPC_Channel {
- public:
+public:
   /// Channel types; `type()` of every channel of this transport is one of them.
   enum Type { AGENT = 1, STREAM = 2, HTTP = 3, WEBSOCKET = 4 };
 
@@ -50,19 +50,19 @@ class TRANSPORT_EXPORT Stream_Channel : public JSON_RPC_Channel {
   const JSON_RPC_Channel_ptr& self() const { return self_; }
   void self(const JSON_RPC_Channel_ptr& self) { self_ = self; }
 
-  /// Serialises `obj` before it returns, and never waits. 0, or -1 with errno: ENOTCONN closed; EINVAL
-  /// a value that cannot be written (a response is then replaced by -32603 under its id), or a
-  /// response to an id that awaits none; ENOBUFS too much is unsent: a call is refused, a
+  /// Serialises `obj` before it returns, and never waits. 0, or -1 with errno: ENOTCONN closed;
+  /// EINVAL a value that cannot be written (a response is then replaced by -32603 under its id), or
+  /// a response to an id that awaits none; ENOBUFS too much is unsent: a call is refused, a
   /// notification closes the channel.
   int send(JSON_RPC_Object_var obj) override;
 
-  /// Sends what `gen` generates. On a thread that is no loop's it waits while too much is unsent, for
-  /// at most the stall time without progress (ETIMEDOUT); on a loop thread it fails (ENOBUFS). A
-  /// message that fails half-way on the wire closes the channel.
+  /// Sends what `gen` generates. On a thread that is no loop's it waits while too much is unsent,
+  /// for at most the stall time without progress (ETIMEDOUT); on a loop thread it fails (ENOBUFS).
+  /// A message that fails half-way on the wire closes the channel.
   int send(JSON_Generator& gen) override;
 
-  /// The same by hand: the generator is the calling thread's until its send_end(). One open message a
-  /// thread (EBUSY).
+  /// The same by hand: the generator is the calling thread's until its send_end(). One open message
+  /// a thread (EBUSY).
   yajl_gen_t* send_begin() override;
   int send_end() override;
 
@@ -90,7 +90,7 @@ class TRANSPORT_EXPORT Stream_Channel : public JSON_RPC_Channel {
   /// The connection has gone: nothing can be sent any more, and whoever waits to send gives up.
   void closed();
 
- private:
+private:
   friend class Outgoing_Stream;
   struct Open_Message;
 
@@ -111,6 +111,6 @@ class TRANSPORT_EXPORT Stream_Channel : public JSON_RPC_Channel {
   std::atomic<Framing> framing_{Framing::LINES};
   std::atomic<bool> closing_{false};  // the loop has been asked to close
   Outbox outbox_;
-  std::mutex open_mutex_;  // a leaf
+  std::mutex open_mutex_;                            // a leaf
   std::vector<std::unique_ptr<Open_Message>> open_;  // guarded by open_mutex_; one a thread at most
 };

@@ -5,7 +5,7 @@
 /// What a channel asks of the connection that owns it. Any thread; nothing happens before the call
 /// returns except that the connection's loop is told.
 class Wire {
- public:
+public:
   virtual ~Wire() = default;
   /// There is output in the outbox.
   virtual void wake() = 0;

@@ -5,8 +5,7 @@
 namespace vexa {
 
 /// The entry whose key is the longest prefix of `name` that ends at a boundary: `name` itself, or a
-/// prefix that ends with `separator` or stands right before one. So "/a" is found by "/a", "/a/"
-/// and
+/// prefix that ends with `separator` or stands right before one. So "/a" is found by "/a", "/a/" or
 /// "/a/b" but not by "/ab"; "/" is found by every name that starts with it. end() when there is
 /// none. `Map` is ordered by std::less<>.
 template <typename Map>

@@ -48,11 +48,12 @@ private:
 };
 
 // These lines name their source so, whatever the file that they are compiled from.
-#define VEXA_JSON_CONF_LOG(PRIORITY, ...)                                             \
-  do {                                                                                \
-    ACE_Log_Msg* const vexa_log = ACE_Log_Msg::instance();                            \
-    vexa_log->conditional_set("vexa/json_conf_t", __LINE__, 0, ACE_OS::last_error()); \
-    vexa_log->log(PRIORITY, __VA_ARGS__);                                             \
+#define VEXA_JSON_CONF_LOG(PRIORITY, ...)                                   \
+  do {                                                                      \
+    const int vexa_errno = ACE_OS::last_error();                            \
+    ACE_Log_Msg* const vexa_log = ACE_Log_Msg::instance();                  \
+    vexa_log->conditional_set("vexa/json_conf_t", __LINE__, 0, vexa_errno); \
+    vexa_log->log(PRIORITY, __VA_ARGS__);                                   \
   } while (0)
 
 template <typename Traits>

@@ -7,16 +7,17 @@
 #include "vexa/vexa_export.h"
 #include "vexa/yajl_handler.h"
 
-/// Builds the events that it receives into one value. Of a key that comes twice the last value stays.
+/// Builds the events that it receives into one value. Of a key that comes twice the last value
+/// stays.
 class VEXA_EXPORT JSON_Parser : public YAJL_Handler {
- public:
+public:
   /// Sets the value to build, borrowed until the next call, or with null removes it. A target that
   /// holds an object or array counts as just opened: its members come next; any other target is
   /// replaced by the next value.
   void result(json_spirit::Value* target);
 
-  /// Every event gives false when no value is expected (no target, or it is complete), when the value
-  /// is deeper than vexa::max_value_depth, or for a number that no double can hold.
+  /// Every event gives false when no value is expected (no target, or it is complete), when the
+  /// value is deeper than vexa::max_value_depth, or for a number that no double can hold.
   bool handle_null_i() override;
   bool handle_boolean_i(bool value) override;
   bool handle_number_i(const char* text, std::size_t length) override;
@@ -27,7 +28,7 @@ class VEXA_EXPORT JSON_Parser : public YAJL_Handler {
   bool handle_start_array_i() override;
   bool handle_end_array_i() override;
 
- private:
+private:
   json_spirit::Value* next();
   bool open(json_spirit::Value&& container);
   bool close();

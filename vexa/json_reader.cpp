@@ -5,8 +5,8 @@
 #include "vexa/yajl_error.h"
 
 JSON_Reader::JSON_Reader()
-    : handle_(yajl_alloc(get_yajl_default_callbacks(), nullptr,
-                         static_cast<YAJL_Handler*>(&parser_))) {
+    : handle_(
+          yajl_alloc(get_yajl_default_callbacks(), nullptr, static_cast<YAJL_Handler*>(&parser_))) {
   if (handle_ == nullptr) error_ = "no memory";
   parser_.result(&value_);
 }
@@ -24,8 +24,7 @@ bool JSON_Reader::check(yajl_status status) {
 
 bool JSON_Reader::read(const char* data, std::size_t length) {
   if (handle_ == nullptr) return false;
-  return check(
-      yajl_parse(handle_.get(), reinterpret_cast<const unsigned char*>(data), length));
+  return check(yajl_parse(handle_.get(), reinterpret_cast<const unsigned char*>(data), length));
 }
 
 bool JSON_Reader::end() { return handle_ != nullptr && check(yajl_complete_parse(handle_.get())); }

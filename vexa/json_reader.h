@@ -13,13 +13,14 @@
 /// Reads one JSON text (RFC 8259), whole or in pieces, into a value:
 /// `JSON_Reader reader; reader.read(data, length) && reader.end()`. One thread at a time.
 class VEXA_EXPORT JSON_Reader {
- public:
+public:
   JSON_Reader();
   ~JSON_Reader();
   JSON_Reader(const JSON_Reader&) = delete;
   JSON_Reader& operator=(const JSON_Reader&) = delete;
 
-  /// Feeds input. False when it is no JSON, deeper than vexa::max_value_depth, or there is no memory.
+  /// Feeds input. False when it is no JSON, deeper than vexa::max_value_depth, or there is no
+  /// memory.
   bool read(const char* data, std::size_t length);
   /// The input has ended: whether value() holds a whole value.
   bool end();
@@ -28,7 +29,7 @@ class VEXA_EXPORT JSON_Reader {
   /// What was wrong, in one line; "" when nothing was.
   const std::string& error() const { return error_; }
 
- private:
+private:
   struct Free_Handle {
     void operator()(yajl_handle handle) const { yajl_free(handle); }
   };

@@ -39,8 +39,8 @@ const char* read_digits(const char* text, const char* end, std::uint64_t& number
   return text;
 }
 
-/// Most numbers there are: up to 18 digits, or a real of up to 15 digits without an exponent, which a
-/// division of two exact doubles rounds correctly. Null for all others.
+/// Most numbers there are: up to 18 digits, or a real of up to 15 digits without an exponent, which
+/// a division of two exact doubles rounds correctly. Null for all others.
 json_spirit::Value simple_number(const char* text, const char* end) {
   static const double powers[] = {1,   1e1, 1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
                                   1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15};

@@ -21,6 +21,7 @@ public:
   /// records `argc`. -1 with errno ENOMEM when memory runs out; the copies made so far stay until
   /// the next clear().
   virtual int init(int argc, char** argv);
+  /// Not called by the registries: destruction goes straight to the gobbler.
   virtual int fini() { return 0; }
 
   /// A new object, to be given back to destroy() of this creator; null on failure.

@@ -26,8 +26,7 @@ public:
   /// @param flags, priority as ACE's thread creation takes them
   /// @param io_priority a Linux I/O priority, already encoded; 0 leaves the workers' own
   /// @param timeout absolute limit of every enqueue, borrowed for the pool's life; null blocks, a
-  /// zero
-  ///        time never does
+  ///        zero time never does
   /// Threads start in activate(). A pool whose queue could not be allocated has a null msg_queue().
   Thread_Pool_Helper(size_t threads, const char* name, long flags, long priority, int io_priority,
                      ACE_Time_Value* timeout);

@@ -8,8 +8,8 @@ namespace {
 
 bool continues(unsigned char byte) { return (byte & 0xC0) == 0x80; }
 
-/// The length of the well-formed sequence at `p`; 0 when there is none. `subpart` then tells how many
-/// bytes looked right before the first that did not: they are replaced together.
+/// The length of the well-formed sequence at `p`; 0 when there is none. `subpart` then tells how
+/// many bytes looked right before the first that did not: they are replaced together.
 std::size_t sequence(const unsigned char* p, std::size_t left, std::size_t& subpart) {
   subpart = 1;
   const unsigned char lead = p[0];

@@ -5,10 +5,10 @@
 #include "vexa/vexa_export.h"
 #include "vexa/yajl_handler.h"
 
-/// Re-emits every event into a yajl generator, numbers as they were written; drops them while none is
-/// set. Stops at the generator's first status that is not zero and before its depth is exceeded.
+/// Re-emits every event into a yajl generator, numbers as they were written; drops them while none
+/// is set. Stops at the generator's first status that is not zero and before its depth is exceeded.
 class VEXA_EXPORT YAJL_Forward_Handler : public YAJL_Handler {
- public:
+public:
   /// Sets the generator, borrowed, or with null removes it; what comes starts a new text.
   void generate_handle(yajl_gen_t* gen);
   yajl_gen_t* generate_handle() const { return gen_; }
@@ -23,7 +23,7 @@ class VEXA_EXPORT YAJL_Forward_Handler : public YAJL_Handler {
   bool handle_start_array_i() override;
   bool handle_end_array_i() override;
 
- private:
+private:
   template <typename Operation>
   bool emit(Operation operation);
 

@@ -28,9 +28,7 @@ YAJL_Gen::~YAJL_Gen() {
   if (own_ && gen_ != nullptr) yajl_gen_free(gen_);
 }
 
-bool YAJL_Gen::note(yajl_gen_status status) {
-  return status == yajl_gen_status_ok || fail(status);
-}
+bool YAJL_Gen::note(yajl_gen_status status) { return status == yajl_gen_status_ok || fail(status); }
 
 bool YAJL_Gen::fail(yajl_gen_status status) {
   for (YAJL_Gen* g = this; g != nullptr; g = g->outer_) {

@@ -10,14 +10,14 @@
 #include "vexa/vexa_export.h"
 
 /// Writes to a yajl generator and stops at the first status that is not zero: yajl's generator is
-/// memory-unsafe when it is driven on after one. From then on every operation does nothing and gives
-/// false. Several wrappers of one generator that nest on a thread share that state, so whoever opened
-/// a map learns that something inside it failed.
+/// memory-unsafe when it is driven on after one. From then on every operation does nothing and
+/// gives false. Several wrappers of one generator that nest on a thread share that state, so
+/// whoever opened a map learns that something inside it failed.
 ///
 /// Text that is not valid UTF-8 is written with U+FFFD in place of the bad bytes; reals as the
 /// shortest text that reads back as the same real. One thread at a time.
 class VEXA_EXPORT YAJL_Gen {
- public:
+public:
   /// Wraps `gen`, which may be null (every operation fails); `own` frees it in the end.
   explicit YAJL_Gen(yajl_gen_t* gen, bool own = true);
   ~YAJL_Gen();
@@ -59,7 +59,7 @@ class VEXA_EXPORT YAJL_Gen {
   YAJL_Gen& operator<<(const char* text) { return string(std::string_view(text)), *this; }
   YAJL_Gen& operator<<(const json_spirit::Value& v) { return value(v), *this; }
 
- private:
+private:
   bool note(yajl_gen_status status);
   bool fail(yajl_gen_status status);
   template <typename Integer>
@@ -75,7 +75,7 @@ class VEXA_EXPORT YAJL_Gen {
 /// Opens a map and closes it when the scope ends, also by an exception. A printer that throws then
 /// makes the generator's wrapper fail.
 class VEXA_EXPORT YAJL_Map_Guard {
- public:
+public:
   explicit YAJL_Map_Guard(YAJL_Gen& gen) : gen_(gen), open_(gen.map_open()) {}
   ~YAJL_Map_Guard() {
     if (open_) gen_.close_map_at_end();
@@ -83,7 +83,7 @@ class VEXA_EXPORT YAJL_Map_Guard {
   YAJL_Map_Guard(const YAJL_Map_Guard&) = delete;
   YAJL_Map_Guard& operator=(const YAJL_Map_Guard&) = delete;
 
- private:
+private:
   YAJL_Gen& gen_;
   const bool open_;
 };

@@ -6,8 +6,8 @@
 
 namespace {
 
-/// Runs one event. yajl is C: an exception must not unwind through it, so it ends here and stops the
-/// parse like a refusal.
+/// Runs one event. yajl is C: an exception must not unwind through it, so it ends here and stops
+/// the parse like a refusal.
 template <typename Event>
 int deliver(void* context, YAJL_Handler::Callback_Type type, Event event) {
   YAJL_Handler* const handler = static_cast<YAJL_Handler*>(context);
@@ -64,8 +64,8 @@ int on_end_array(void* context) {
 
 const yajl_callbacks* get_yajl_default_callbacks() {
   // With a callback for the number's text yajl calls neither of the two for its value.
-  static const yajl_callbacks table = {on_null,      on_boolean, nullptr,    nullptr,
-                                       on_number,    on_string,  on_start_map, on_map_key,
-                                       on_end_map,   on_start_array, on_end_array};
+  static const yajl_callbacks table = {on_null,    on_boolean,     nullptr,      nullptr,
+                                       on_number,  on_string,      on_start_map, on_map_key,
+                                       on_end_map, on_start_array, on_end_array};
   return &table;
 }

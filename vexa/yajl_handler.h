@@ -10,7 +10,7 @@
 /// base class accepts and ignores everything. The text of an event is borrowed for the call, is not
 /// terminated and need not be valid UTF-8.
 class VEXA_EXPORT YAJL_Handler {
- public:
+public:
   enum Callback_Type {
     CB_NONE = 0,
     CB_NULL = 1,
@@ -44,7 +44,7 @@ class VEXA_EXPORT YAJL_Handler {
   Callback_Type callback_type() const { return callback_type_; }
   void callback_type(Callback_Type type) { callback_type_ = type; }
 
- private:
+private:
   Callback_Type callback_type_ = CB_NONE;
 };
 

@@ -7,7 +7,7 @@
 
 /// Where a yajl generator's text goes.
 class VEXA_EXPORT YAJL_Printer {
- public:
+public:
   virtual ~YAJL_Printer() = default;
   virtual void print(const char* text, std::size_t length) = 0;
 
@@ -19,10 +19,10 @@ class VEXA_EXPORT YAJL_Printer {
 
 /// Appends to a string that outlives it.
 class VEXA_EXPORT YAJL_String_Printer final : public YAJL_Printer {
- public:
+public:
   explicit YAJL_String_Printer(std::string& sink) : sink_(sink) {}
   void print(const char* text, std::size_t length) override { sink_.append(text, length); }
 
- private:
+private:
   std::string& sink_;
 };

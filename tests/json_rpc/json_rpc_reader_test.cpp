@@ -46,18 +46,15 @@ TEST(JsonRpcReaderTest, BuildsTheMessageThatTheMembersSay) {
       {R"({"jsonrpc":"2.0","method":"sum","params":[1,2],"id":3})",
        R"(2 {"jsonrpc":"2.0","id":3,"method":"sum","params":[1,2]})"},
       {R"({"method":"n"})", R"(1 {"jsonrpc":"","method":"n"})"},
-      {R"({"method":"n","jsonrpc":"2.0"})", R"(1 {"jsonrpc":"2.0","method":"n"})"},
       // Kept: only an id that comes later makes a request of a notification, even a null one.
       {R"({"id":null,"method":"m"})", R"(1 {"jsonrpc":"","method":"m"})"},
       {R"({"method":"m","id":null})", R"(2 {"jsonrpc":"","id":null,"method":"m"})"},
       {R"({"id":"a","params":{}})", R"(2 {"jsonrpc":"","id":"a","method":"","params":{}})"},
       {R"({"params":{"id":[{}],"method":1},"method":"m","id":18446744073709551615})",
        R"(2 {"jsonrpc":"","id":18446744073709551615,"method":"m","params":{"id":[{}],"method":1}})"},
-      {R"({"method":"m","params":null})", R"(1 {"jsonrpc":"","method":"m"})"},
       {R"({"method":"m","params":[1],"params":null})", R"(1 {"jsonrpc":"","method":"m"})"},
       {R"({"method":"m","params":{"a":1},"params":[2],"method":"n"})",
        R"(1 {"jsonrpc":"","method":"n","params":[2]})"},
-      {R"({"method":"m","params":true})", R"(1 {"jsonrpc":"","method":"m","params":true})"},
       {R"({"method":"m","params":-2.50})", R"(1 {"jsonrpc":"","method":"m","params":-2.5})"},
       {R"({"method":"m","params":"a\u0000b"})",
        R"(1 {"jsonrpc":"","method":"m","params":"a\u0000b"})"},
@@ -65,7 +62,6 @@ TEST(JsonRpcReaderTest, BuildsTheMessageThatTheMembersSay) {
        R"(1 {"jsonrpc":"","method":"m","params":)" + deep + "}"},
       {R"({"jsonrpc":"2.0","id":-9223372036854775808,"result":{"a":[1,{"b":null}],"":2}})",
        R"(3 {"jsonrpc":"2.0","id":-9223372036854775808,"result":{"":2,"a":[1,{"b":null}]}})"},
-      {R"({"result":null,"id":"x","jsonrpc":"2.0"})", R"(3 {"jsonrpc":"2.0","id":"x","result":null})"},
       {R"({"result":false})", R"(3 {"jsonrpc":"","id":null,"result":false})"},
       {R"({"jsonrpc":"2.0","id":"a","error":{"code":-32601,"message":"Method not found"}})",
        R"(4 {"jsonrpc":"2.0","id":"a","error":{"code":-32601,"message":"Method not found"}})"},
@@ -78,26 +74,20 @@ TEST(JsonRpcReaderTest, BuildsTheMessageThatTheMembersSay) {
       {R"({"jsonrpc":"2.0","id":1})", "none"},
       {R"({"id":1,"error":{}})", "none"},
       {"{}", "none"},
-      {"12 ", "none"},
       // Errors: an id or a code of the wrong kind, numbers that no double holds, depth.
       {R"({"id":1.5,"result":0})", "refused 9"},
       {R"({"id":123456789012345678901234567890,"result":0})", "refused 9"},
-      {R"({"id":1e400,"result":0})", "refused 9"},
       {R"({"error":{"code":1.5}})", "refused 4"},
-      {R"({"error":{"code":1e400}})", "refused 4"},
       {R"({"method":"m","params":1e400})", "refused 9"},
       {R"({"method":"m","params":[1e400]})", "refused 0"},
       {R"({"method":"m","params":[)" + deep + "]}", "refused 6"},
       {R"({"error":{"data":{"a":)" + deep + "}}}", "refused 6"},
       // Members of two kinds.
       {R"({"result":1,"method":"m"})", "refused 9"},
-      {R"({"result":1,"params":[]})", "refused 9"},
       {R"({"method":"m","result":1})", "refused 9"},
       {R"({"method":"m","error":{"code":1}})", "refused 9"},
       {R"({"error":{"message":""},"result":1})", "refused 9"},
       {R"({"result":[],"error":{"data":1}})", "refused 9"},
-      {R"({"method":"m","params":[1,2)", "no json 0"},
-      {R"({"method":"m"}})", "no json 0"},
   };
   for (const auto& c : cases) EXPECT_EQ(c.second, however_cut(c.first, read_message)) << c.first;
 }
@@ -106,11 +96,9 @@ TEST(JsonRpcReaderTest, OneMessageLeavesNothingToTheNext) {
   Log_Capture log;
   const JSON_RPC_Channel_var channel = make_fake_channel();
   JSON_RPC_Reader reader;
-  EXPECT_EQ(JSON_RPC_Reader::STATE_INIT, reader.state());
-  EXPECT_EQ(unsigned(JSON_RPC_Reader::OBJECT_MODE), reader.mode());
-  EXPECT_FALSE(reader.read("{}", 2));
-  for (const char* broken_off : {R"({"jsonrpc":"2.0","id":5,"params":{"a":[)", R"({"id":1.5)",
-                                 R"({"error":{"data":[[)", R"({"jsonrpc":"2.0","id":5,"result":1})"}) {
+  for (const char* broken_off :
+       {R"({"jsonrpc":"2.0","id":5,"params":{"a":[)", R"({"id":1.5)", R"({"error":{"data":[[)",
+        R"({"jsonrpc":"2.0","id":5,"result":1})"}) {
     reader.open();
     EXPECT_EQ(JSON_RPC_Reader::STATE_PARSING, reader.state());
     reader.channel(channel);
@@ -124,22 +112,14 @@ TEST(JsonRpcReaderTest, OneMessageLeavesNothingToTheNext) {
     EXPECT_TRUE(reader.id().is_null());
     EXPECT_EQ(R"(1 {"jsonrpc":"","method":"m"})",
               read_all(reader, cut_text(R"({"method":"m"})", 3, 3)));
-    reader.close();
-    EXPECT_EQ(JSON_RPC_Reader::STATE_INIT, reader.state());
-    EXPECT_TRUE(reader.object().get() == nullptr);
-    EXPECT_FALSE(reader.read("{}", 2));
+    // Cleared in the middle, it never writes into what is gone.
+    reader.open();
+    reader.read(broken_off, std::strlen(broken_off));
+    reader.clear();
+    EXPECT_TRUE(reader.state() == JSON_RPC_Reader::STATE_INIT && reader.object().get() == nullptr);
+    reader.read("2]}}", 4);
   }
   EXPECT_EQ(0u, fake(channel).count());
-}
-
-TEST(JsonRpcReaderTest, ClearingInTheMiddleNeverWritesIntoWhatIsGone) {
-  Log_Capture log;
-  JSON_RPC_Reader reader;
-  reader.open();
-  const std::string begin = R"({"method":"m","params":{"a":[1)";
-  EXPECT_TRUE(reader.read(begin.data(), begin.size()));
-  reader.clear();
-  EXPECT_FALSE(reader.read(",2]}}", 5));
 }
 
 /// Whoever allocates requests of its own may run out of memory.
@@ -221,7 +201,7 @@ protected:
       message = read_all(reader, pieces);
       message += reader.handled_indirectly() ? " + " : " - ";
       reader.close();
-      EXPECT_FALSE(reader.handled_indirectly());
+      EXPECT_TRUE(!reader.handled_indirectly() && (seen.empty() || seen.back() == '~'));
     }
     return message + seen;
   }
@@ -238,12 +218,14 @@ TEST_F(FilterTest, ParamsGoToTheFilterWhoseLifeEndsWithThem) {
       {R"({"method":"f","params":[],"id":3,"jsonrpc":"2"})",
        R"(2 {"jsonrpc":"2","id":3,"method":"f"} + [ ] ~)"},
       // A scalar is all there is: what comes next is the message's again.
-      {R"({"method":"f","params":null,"id":3})", R"(2 {"jsonrpc":"","id":3,"method":"f"} + null ~)"},
-      {R"({"method":"f","params":false})", R"(1 {"jsonrpc":"","method":"f"} + false ~)"},
-      {R"({"method":"f","params":1e400,"id":3})", R"(2 {"jsonrpc":"","id":3,"method":"f"} + 1e400 ~)"},
+      {R"({"method":"f","params":null,"id":3})",
+       R"(2 {"jsonrpc":"","id":3,"method":"f"} + null ~)"},
+      {R"({"method":"f","params":1e400,"id":3})",
+       R"(2 {"jsonrpc":"","id":3,"method":"f"} + 1e400 ~)"},
       {R"({"method":"f","params":"s","params":[2]})",
        R"(1 {"jsonrpc":"","method":"f"} + 's' ~[ 2 ] ~)"},
-      {R"({"method":"other","params":[1]})", R"(1 {"jsonrpc":"","method":"other","params":[1]} - )"},
+      {R"({"method":"other","params":[1]})",
+       R"(1 {"jsonrpc":"","method":"other","params":[1]} - )"},
       {R"({"params":[1],"method":"f"})", R"(1 {"jsonrpc":"","method":"f","params":[1]} - )"},
       {R"({"method":"f","params":"refuse","id":3})", "refused 0 + 'refuse' ~"},
       {R"({"method":"f","params":["refuse",1]})", "refused 0 + [ 'refuse' ~"},
@@ -322,12 +304,8 @@ TEST_F(FilterTest, ResultsGoToTheFilterThatTheOwnerSet) {
             run(R"({"id":4,"result":{"a":[1]},"jsonrpc":"2.0"})", true, true));
   EXPECT_EQ(R"(3 {"jsonrpc":"2.0","id":4,"result":null} 's' ~)",
             run(R"({"id":4,"result":"s","jsonrpc":"2.0"})", true, true));
-  EXPECT_EQ("no json 0 [ 1 ~", run(R"({"id":4,"result":[1)", true, true));
   EXPECT_EQ("refused 0 ", run(R"({"id":4,"result":[1]})", false, false));
   EXPECT_EQ("refused 9 ", run(R"({"id":4,"result":[1]})", true, false));
-  // Without an integer id before it a result is an ordinary one.
-  EXPECT_EQ(R"(3 {"jsonrpc":"","id":"x","result":[1]} )",
-            run(R"({"id":"x","result":[1]})", false, false));
 }
 
 }  // namespace

@@ -1,32 +1,30 @@
 #include "json_rpc/json_rpc_service.h"
 
 #include <ace/Thread_Manager.h>
+#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <string>
-#include <thread>
-#include <vector>
+#include <cstdlib>
 
 #include "json_rpc/json_restful_handler_creator_map.h"
-#include "json_rpc/json_rpc_request_map.h"
+#include "json_rpc/json_rpc_conf.h"
 #include "json_rpc/json_rpc_thread_handler.h"
-#include "tests/support/fake_channel.h"
-#include "tests/support/gate.h"
-#include "tests/support/log_capture.h"
+#include "tests/support/json_rpc_fixture.h"
 #include "tests/support/temporary_file.h"
-#include "vexa/adopt.h"
 #include "vexa/http_file_uri_map.h"
 
 namespace {
 
 using ::testing::ElementsAre;
+using ::testing::StartsWith;
 
 const std::string plugin = TEST_PLUGIN_DIR "/test_plugin.so";
 
-std::string record(const char* key, const char* name, const char* init, const char* params) {
-  return std::string("[{\"") + key + "\": \"" + name + "\", \"dll\": \"" + plugin +
-         "\", \"init\": \"" + init + "\", \"params\": \"" + params + "\"}]";
+std::string record(const std::string& key, const std::string& name, const std::string& init,
+                   const std::string& params = "", const std::string& dll = plugin) {
+  return "{\"" + key + "\": \"" + name + "\", \"dll\": \"" + dll + "\", \"init\": \"" + init +
+         "\", \"params\": \"" + params + "\"}";
 }
 
 struct ServiceTest : ::testing::Test {
@@ -41,82 +39,107 @@ struct ServiceTest : ::testing::Test {
     return service.init(static_cast<int>(argv.size()), argv.data());
   }
 
+  size_t load(const std::string& records) {
+    Temporary_File file("[" + records + "]");
+    log.clear();
+    JSON_RPC_Conf reader;
+    return load_json_config(file.path().c_str(), reader);
+  }
+
+  static bool found(const char* method) {
+    return JSON_RPC_Request_Map::instance()->find(method) != nullptr;
+  }
+
+  static bool is_loaded() {
+    void* const handle = ::dlopen(plugin.c_str(), RTLD_LAZY | RTLD_NOLOAD);
+    if (handle != nullptr) ::dlclose(handle);
+    return handle != nullptr;
+  }
+
+  /// What the plug-in told of itself since the last load().
+  std::vector<std::string> events() const { return log.texts(LM_NOTICE); }
+  std::vector<std::string> errors() const { return log.texts(LM_ERROR); }
+
   Log_Capture log;
   JSON_RPC_Service service;
 };
 
 TEST_F(ServiceTest, OptionsStartThePool) {
-  const std::string started = "JSON-RPC thread pool(number: ";
-  const std::string failed = "Failed to activate JSON-RPC thread pool(number: ";
   const struct {
     std::vector<std::string> options;
     int result;
-    std::string text;
+    std::string number, marks;
   } cases[] = {
-      {{}, 0, ""},
-      {{"-n", "abc"}, 0, ""},
-      {{"-n", "4"}, 0, started + "4, low/high water mark: 512/1024) is activated.\n"},
-      {{"--jsonrpc-thread-number=2", "--jsonrpc-thread-queue-hwm", "20", "-l10"},
-       0,
-       started + "2, low/high water mark: 10/20) is activated.\n"},
-      {{"-n1", "-n3", "-h9x", "--jsonrpc-thread-queue-lwm", "+9"},
-       0,
-       started + "3, low/high water mark: 9/9) is activated.\n"},
-      {{"-n", "4", "-h", "100"}, -1, failed + "4, low/high water mark: 512/100).\n"},
-      {{"-n", "4", "-l", "-1"}, -1, failed + "4, low/high water mark: 0/1024).\n"},
+      {{"-n", "4"}, 0, "4", "512/1024"},
+      {{"--jsonrpc-thread-number=2", "--jsonrpc-thread-queue-hwm", "20", "-l10"}, 0, "2", "10/20"},
+      {{"-n1", "-n3", "-h9x", "--jsonrpc-thread-queue-lwm", "+9"}, 0, "3", "9/9"},
+      {{"-n", "4", "-h", "100"}, -1, "4", "512/100"},
+      {{"-n", "4", "-l", "-1"}, -1, "4", "0/1024"},
   };
   for (const auto& c : cases) {
-    SCOPED_TRACE(c.text);
-    log.clear();
+    SCOPED_TRACE(c.marks);
     JSON_RPC_Service fresh;
     EXPECT_EQ(c.result, init(fresh, c.options));
-    EXPECT_EQ(!c.text.empty(), log.contains(c.result == 0 ? LM_INFO : LM_ERROR, c.text));
-    if (c.text.empty()) {
-      EXPECT_EQ(0u, log.size());
-    }
-    EXPECT_EQ(0, fresh.fini());
+    const std::string pool =
+        "JSON-RPC thread pool(number: " + c.number + ", low/high water mark: " + c.marks + ")";
+    EXPECT_TRUE(c.result == 0 ? log.contains(LM_INFO, pool + " is activated.\n")
+                              : log.contains(LM_ERROR, "Failed to activate " + pool + ".\n"));
+    fresh.fini();
   }
+  log.clear();
+  EXPECT_EQ(0, init(service, {"-n", "abc"}));
+  EXPECT_EQ(0u, log.size());
+
+  // Nothing is left where the pool cannot start, for fini is not called then.
+  Temporary_File methods("[" + record("method", "m", "make_handler") + "]");
+  EXPECT_EQ(-1, init(service, {"-j", methods.path(), "-n2", "-h1"}));
+  EXPECT_FALSE(is_loaded());
 }
 
 TEST_F(ServiceTest, FilesAreLoadedInOrderAndAllButRESTfulCreatorsGo) {
-  Temporary_File first(record("method", "m", "make_handler", "first"));
-  Temporary_File second(record("method", "m", "make_handler", "second"));
-  Temporary_File filters(record("method", "f", "make_creator", "filter"));
-  Temporary_File restful(record("uri", "/r", "make_restful", ""));
+  Temporary_File first("[" + record("method", "m", "make_handler", "first") + "]");
+  Temporary_File second("[" + record("method", "m", "make_handler", "second") + "]");
+  Temporary_File filters("[" + record("method", "f", "make_creator") + "," +
+                         record("method", "g", "make_null") + "]");
+  Temporary_File restful("[" + record("uri", "/r", "make_restful") + "," +
+                         record("uri", "/s", "make_null") + "]");
   EXPECT_EQ(0, init(service, {"-x", "-j", first.path(), "--jsonrpc", second.path(), "--no-such",
                               "stray", "--jsonrpc-params-filter", filters.path(),
                               "--restful=" + restful.path(), "-j", "/no/such/file", "-n"}));
   EXPECT_THAT(
       log.texts(LM_ERROR),
-      ElementsAre("Unknown JSON_RPC_Service option -x\n",
-                  "Failed to load JSON-RPC handelr(uri='m', dll='" + plugin +
-                      "', init='make_handler', params='second')\n",
-                  "Unknown JSON_RPC_Service option --no-such\n",
-                  "/no/such/file: Failed to read configuration: No such file or directory\n",
-                  "Unknown JSON_RPC_Service option -n\n"));
-  EXPECT_EQ(5u, JSON_RPC_Service::failures());
+      ElementsAre(
+          "Unknown JSON_RPC_Service option -x\n",
+          "Failed to load JSON-RPC handelr(uri='m', dll='" + plugin +
+              "', init='make_handler', params='second')\n",
+          "Unknown JSON_RPC_Service option --no-such\n",
+          "Failed to create JSON-RPC Params handler for method 'g': No space left on device\n",
+          "Failed to create JSON RESTful handler for method '/s': No space left on device\n",
+          "/no/such/file: Failed to read configuration: No such file or directory\n",
+          "Unknown JSON_RPC_Service option -n\n"));
+  EXPECT_EQ(7u, JSON_RPC_Service::failures());
   HTTP_File_URI_Map::instance()->insert("/", "root");
   log.clear();
   EXPECT_EQ(0, service.fini());
-  EXPECT_THAT(log.texts(LM_NOTICE),
-              ElementsAre("gobbled\n", "destroyed\n", "gobbled\n", "creator destroyed\n"));
-  EXPECT_NE(nullptr, JSON_RESTful_Handler_Creator_Map::instance()->find("/r"));
+  EXPECT_THAT(log.texts(LM_NOTICE), ElementsAre("gobbled a handler\n", "gobbled a filter\n"));
+  Object_Creator_T<JSON_RESTful_Handler>* const creator =
+      JSON_RESTful_Handler_Creator_Map::instance()->find("/r");
+  ASSERT_NE(nullptr, creator);
+  EXPECT_EQ(nullptr, creator->create());
   size_t length = 0;
   EXPECT_EQ(nullptr, HTTP_File_URI_Map::instance()->find("/", length));
-  EXPECT_EQ(0, service.fini());
 }
 
 struct Solo : JSON_RPC_Thread_Handler {
   explicit Solo(std::string& e) : events(e) {}
   ~Solo() override { events += " destroyed"; }
   int handle_object_i(JSON_RPC_Channel_var, JSON_RPC_Object_var) override {
-    started.arrive();
     go_on.wait();
     events += "ended";
     return 0;
   }
   std::string& events;
-  Gate started, go_on;
+  Gate go_on;
 };
 
 TEST_F(ServiceTest, FiniWaitsForCallsOnTheirOwnThreads) {
@@ -124,18 +147,72 @@ TEST_F(ServiceTest, FiniWaitsForCallsOnTheirOwnThreads) {
   ASSERT_EQ(0, service.init(0, nullptr));
   Solo* const solo = new Solo(events);
   ASSERT_EQ(0, JSON_RPC_Request_Map::instance()->insert("solo", "", solo, nullptr));
-  JSON_RPC_Object_var request;
-  vexa::adopt<JSON_RPC_Object_var, JSON_RPC_Object>(request, new JSON_RPC_Request);
   const JSON_RPC_Channel_var channel = make_fake_channel();
-  ASSERT_EQ(0, solo->handle_object(JSON_RPC_Channel_ptr(channel), request));
-  solo->started.wait();
-  Gate stopping;
-  std::thread opener([&] { stopping.wait(), solo->go_on.arrive(); });
-  stopping.arrive();
+  ASSERT_EQ(0, solo->handle_object(JSON_RPC_Channel_ptr(channel), make_request("solo", 1)));
+  solo->go_on.arrive();
   EXPECT_EQ(0, service.fini());
-  opener.join();
   EXPECT_EQ("ended destroyed", events);
   ACE_Thread_Manager::instance()->wait();
+}
+
+TEST_F(ServiceTest, TheFirstOfAMethodIsRegisteredAndKeepsItsLibrary) {
+  ::setenv("TEST_VALUE", "a b", 1);
+  EXPECT_EQ(1u, load(record("method", "m", "make_handler", "one 'two three' $TEST_VALUE") + "," +
+                     record("method", "m", "make_handler", "late") + "," +
+                     record("method", "n", "make_handler", "return=-2")));
+  EXPECT_THAT(events(), ElementsAre("init [one][two three][a b]\n", "init [late]\n",
+                                    "gobbled a handler\n", "init [return=-2]\n"));
+  EXPECT_THAT(errors(), ElementsAre("Failed to load JSON-RPC handelr(uri='m', dll='" + plugin +
+                                    "', init='make_handler', params='late')\n"));
+  EXPECT_THAT(log.texts(LM_DEBUG),
+              ElementsAre("Loaded JSON-RPC handler(uri='m', dll='" + plugin +
+                              "', init='make_handler', params='one 'two three' $TEST_VALUE')\n",
+                          StartsWith("Loaded JSON-RPC handler(uri='n', ")));
+  EXPECT_TRUE(found("m"));
+  EXPECT_TRUE(found("n"));
+  EXPECT_TRUE(is_loaded());
+  log.clear();
+  JSON_RPC_Request_Map::close_instance();
+  EXPECT_THAT(events(), ElementsAre("gobbled a handler\n", "gobbled a handler\n"));
+  EXPECT_FALSE(found("m"));
+  EXPECT_FALSE(is_loaded());
+}
+
+TEST_F(ServiceTest, EveryFailureSaysWhyAndLeavesNothingBehind) {
+  const std::string method = "JSON-RPC handler for method 'm'";
+  const std::string gobbled = "gobbled a handler\n";
+  const struct {
+    std::string init, params, error;
+    std::vector<std::string> events;
+  } cases[] = {
+      {"nothing", "", "Unable to get symbol 'nothing' from dll '" + plugin + "': ", {}},
+      {"make_null", "", "Failed to create " + method + ": No space left on device\n", {}},
+      {"make_throwing", "", "The factory of the " + method + " threw an exception: no obj", {}},
+      {"make_handler",
+       "return=-1",
+       "Failed to init " + method + ": Permission denied\n",
+       {"init [return=-1]\n", gobbled}},
+      {"make_handler",
+       "throw",
+       "init of the " + method + " threw an exception: no init\n",
+       {"init [throw]\n", gobbled}},
+      {"make_handler",
+       "$" + std::string(4000, 'a') + "'" + std::string(96, 'a') + "'",
+       "Failed to init " + method + ": Argument list too long\n",
+       {gobbled}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.error);
+    EXPECT_EQ(1u, load(record("method", "m", c.init, c.params)));
+    EXPECT_THAT(errors(), ElementsAre(StartsWith(c.error)));
+    EXPECT_EQ(c.events, events());
+    EXPECT_FALSE(found("m"));
+    EXPECT_FALSE(is_loaded());
+  }
+  EXPECT_EQ(2u,
+            load(record("method", "m", "make_handler", "", "./no.so") + ",{\"method\": \"n\"}"));
+  EXPECT_THAT(errors(), ElementsAre(StartsWith("Unable to open dll './no.so': "),
+                                    StartsWith("Unable to open dll '': ")));
 }
 
 }  // namespace

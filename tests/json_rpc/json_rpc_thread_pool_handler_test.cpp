@@ -2,33 +2,28 @@
 
 #include <gtest/gtest.h>
 
-#include <string>
-#include <vector>
+#include <thread>
 
 #include "json_rpc/json_rpc_thread_pool_handler_impl.h"
-#include "tests/support/fake_channel.h"
-#include "tests/support/gate.h"
-#include "tests/support/log_capture.h"
+#include "tests/support/json_rpc_fixture.h"
 #include "tests/support/thread_faults.h"
-#include "vexa/adopt.h"
 
 namespace {
 
-template <typename Message>
-JSON_RPC_Object_var handle(Message* message) {
-  JSON_RPC_Object_var object;
-  vexa::adopt<JSON_RPC_Object_var, JSON_RPC_Object>(object, message);
-  return object;
-}
-
-class Blocking_Handler : public JSON_RPC_Thread_Pool_Handler {
-public:
-  int handle_object_i(JSON_RPC_Channel_ptr, JSON_RPC_Object_var) override {
+/// Waits until `go_on` opens, then calls itself again until that is refused for good.
+struct Recurring_Handler : JSON_RPC_Thread_Pool_Handler {
+  int handle_object_i(JSON_RPC_Channel_ptr channel, JSON_RPC_Object_var obj) override {
+    ++calls;
     started.arrive();
     go_on.wait();
+    do {
+      std::this_thread::yield();
+    } while (handle_object(channel, obj) == 0 || errno == EWOULDBLOCK);
+    error = errno;
     return -1;
   }
   Gate started, go_on;
+  int calls = 0, error = 0;
 };
 
 struct ThreadPoolHandlerTest : ::testing::Test {
@@ -39,10 +34,11 @@ struct ThreadPoolHandlerTest : ::testing::Test {
 
   Log_Capture log;
   JSON_RPC_Channel_var channel = make_fake_channel();
-  JSON_RPC_Object_var request = handle(new JSON_RPC_Request);
+  const JSON_RPC_Object_var request = make_request("m", 1);
+  Recurring_Handler handler;
 };
 
-TEST_F(ThreadPoolHandlerTest, ActivationChecksItsArguments) {
+TEST_F(ThreadPoolHandlerTest, WithoutAPoolEveryCallFails) {
   const struct {
     size_t threads, high, low;
     const char* text;
@@ -50,43 +46,27 @@ TEST_F(ThreadPoolHandlerTest, ActivationChecksItsArguments) {
       {0, 0, 0, "threads(0) <= 0"},
       {1, 0, 0, "low_water_mark(0) <= 0"},
       {4, 100, 200, "high_water_mark(100) < low_water_mark(200)"},
+      {3, 8, 8, nullptr},  // not all its threads can be started
   };
+  Failing_Thread_Creation fails(1);
   for (const auto& c : cases) {
-    SCOPED_TRACE(c.text);
+    SCOPED_TRACE(c.threads);
     log.clear();
     EXPECT_EQ(-1, activate(c.threads, c.high, c.low));
-    EXPECT_TRUE(log.begins(LM_EMERGENCY, "Unexpected error in "));
-    EXPECT_EQ(1u, log.count(std::string(", ") + c.text + ":\n"));
-  }
-  EXPECT_EQ(0, activate(4, 512, 512));
-}
-
-TEST_F(ThreadPoolHandlerTest, WithoutAPoolEveryCallFails) {
-  Blocking_Handler handler;
-  const auto expect_no_pool = [&] {
     EXPECT_EQ(-1, handler.handle_object(JSON_RPC_Channel_ptr(channel), request));
     EXPECT_EQ(ESHUTDOWN, errno);
-    EXPECT_EQ(1u, log.texts(LM_EMERGENCY).size());
     EXPECT_EQ(1u, log.count(", thread_pool_.get() is NULL:\n"));
-    log.clear();
-  };
-  expect_no_pool();
-  ASSERT_EQ(0, activate(1, 1, 1));
-  EXPECT_EQ(0, JSON_RPC_Thread_Pool_Handler::deactivate());
-  expect_no_pool();
-  {
-    Failing_Thread_Creation fails(1);
-    EXPECT_EQ(-1, activate(3, 8, 8));
-    EXPECT_EQ(EAGAIN, errno);
+    EXPECT_EQ(c.text != nullptr ? 2u : 1u, log.texts(LM_EMERGENCY).size());
+    EXPECT_TRUE(log.begins(LM_EMERGENCY, "Unexpected error in "));
+    if (c.text != nullptr) {
+      EXPECT_EQ(1u, log.count(std::string(", ") + c.text + ":\n"));
+    }
   }
-  expect_no_pool();
 }
 
 TEST_F(ThreadPoolHandlerTest, AFullPoolRefusesAndSaysSo) {
-  Blocking_Handler handler;
   const JSON_RPC_Channel_ptr weak(channel);
-  ASSERT_EQ(0, activate(1, 3, 1));
-  EXPECT_EQ(0u, JSON_RPC_Thread_Pool_Handler::busy());
+  ASSERT_EQ(0, activate(1, 3, 3));
   ASSERT_EQ(0, handler.handle_object(weak, request));
   handler.started.wait();
   for (int i = 0; i < 3; ++i) EXPECT_EQ(0, handler.handle_object(weak, request));
@@ -101,30 +81,25 @@ TEST_F(ThreadPoolHandlerTest, AFullPoolRefusesAndSaysSo) {
   channel.reset();
   EXPECT_TRUE(weak.null());
   EXPECT_GE(request.count(), 4);
+  // While the pool stops a call that it runs may still come back to it; none that waits is run.
   handler.go_on.arrive();
-  JSON_RPC_Thread_Pool_Handler::deactivate();
+  EXPECT_EQ(0, JSON_RPC_Thread_Pool_Handler::deactivate());
+  EXPECT_EQ(ESHUTDOWN, handler.error);
+  EXPECT_EQ(1, handler.calls);
+  EXPECT_EQ(0u, log.texts(LM_EMERGENCY).size());
   EXPECT_EQ(0u, JSON_RPC_Thread_Pool_Handler::busy());
   EXPECT_EQ(0, request.count());
 }
 
-/// Notes which operation was called with which channel.
-class Typed_Handler : public JSON_RPC_Thread_Pool_Handler_Impl {
-public:
-  int handle_request(JSON_RPC_Channel* c, JSON_RPC_Request&) override { return note(c, 11); }
-  int handle_notify(JSON_RPC_Channel* c, JSON_RPC_Request&) override { return note(c, 12); }
-  int handle_response(JSON_RPC_Channel* c, JSON_RPC_Response&) override { return note(c, 13); }
+/// Each operation gives a number of its own, and notes its channel.
+struct Typed_Handler : JSON_RPC_Thread_Pool_Handler_Impl {
+  int handle_request(JSON_RPC_Channel* c, JSON_RPC_Request&) override { return channel = c, 11; }
+  int handle_notify(JSON_RPC_Channel* c, JSON_RPC_Request&) override { return channel = c, 12; }
+  int handle_response(JSON_RPC_Channel* c, JSON_RPC_Response&) override { return channel = c, 13; }
   int handle_response_error(JSON_RPC_Channel* c, JSON_RPC_Response_Error&) override {
-    return note(c, 14);
+    return channel = c, 14;
   }
   JSON_RPC_Channel* channel = nullptr;
-  int calls = 0;
-
-private:
-  int note(JSON_RPC_Channel* c, int result) {
-    channel = c;
-    ++calls;
-    return result;
-  }
 };
 
 TEST_F(ThreadPoolHandlerTest, TheTypeOfAMessageSelectsTheOperation) {
@@ -132,39 +107,33 @@ TEST_F(ThreadPoolHandlerTest, TheTypeOfAMessageSelectsTheOperation) {
     JSON_RPC_Object* object;
     int type;
     int result;
-    const char* error;
+    std::string error;
   } cases[] = {
-      {new JSON_RPC_Request, 2, 11, nullptr},
-      {new JSON_RPC_Request, 1, 12, nullptr},
-      {new JSON_RPC_Response(nullptr), 3, 13, nullptr},
-      {new JSON_RPC_Response_Error, 4, 14, nullptr},
+      {new JSON_RPC_Request, 2, 11, ""},
+      {new JSON_RPC_Request, 1, 12, ""},
+      {new JSON_RPC_Response(nullptr), 3, 13, ""},
+      {new JSON_RPC_Response_Error, 4, 14, ""},
       {new JSON_RPC_Request, 3, -1, ", p is NULL:\n"},
-      {new JSON_RPC_Response(nullptr), 2, -1, ", p is NULL:\n"},
       {new JSON_RPC_Request, 0, -1,
        "An unknown type(0) of JSON-RPC object(id: \"x\") is receivced.\n"},
-      {new JSON_RPC_Request, 5, -1,
-       "An unknown type(5) of JSON-RPC object(id: \"x\") is receivced.\n"},
   };
+  Typed_Handler typed;
   for (const auto& c : cases) {
     SCOPED_TRACE(c.type);
     log.clear();
+    typed.channel = nullptr;
     c.object->type = static_cast<JSON_RPC_Object::Type>(c.type);
     c.object->id = "x";
-    const JSON_RPC_Object_var object = handle(c.object);
-    Typed_Handler handler;
-    EXPECT_EQ(c.result, handler.handle_object_i(JSON_RPC_Channel_ptr(channel), object));
-    EXPECT_EQ(c.error == nullptr ? 1 : 0, handler.calls);
-    EXPECT_EQ(c.error == nullptr ? channel.get() : nullptr, handler.channel);
-    EXPECT_EQ(c.error == nullptr ? 0u : 1u, log.size());
-    if (c.error != nullptr) {
-      EXPECT_EQ(1u, log.count(c.error));
-    }
+    const JSON_RPC_Object_var object(c.object);
+    EXPECT_EQ(c.result, typed.handle_object_i(JSON_RPC_Channel_ptr(channel), object));
+    EXPECT_EQ(c.error.empty() ? channel.get() : nullptr, typed.channel);
+    EXPECT_EQ(c.error.empty() ? 0u : 1u, log.size());
+    EXPECT_EQ(log.size(), log.count(c.error));
   }
-  Typed_Handler handler;
-  handler.channel = channel.get();
+  typed.channel = channel.get();
   const JSON_RPC_Channel_ptr gone(make_fake_channel());
-  EXPECT_EQ(11, handler.handle_object_i(gone, request));
-  EXPECT_EQ(nullptr, handler.channel) << "of a channel that is gone";
+  EXPECT_EQ(11, typed.handle_object_i(gone, request));
+  EXPECT_EQ(nullptr, typed.channel) << "of a channel that is gone";
 }
 
 }  // namespace

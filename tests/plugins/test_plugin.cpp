@@ -1,5 +1,8 @@
 // A handler library with a factory for everything that a library can do wrong. What happens inside
-// is told to the test at notice priority.
+// is told to the test at notice priority. It leaves the process when it is closed, so that closing
+// can be seen.
+#include <ace/DLL_Manager.h>
+
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -11,7 +14,6 @@
 #include "json_rpc/json_rpc_params_handler_creator.h"
 #include "vexa/log.h"
 #include "vexa/object_creator_t.h"
-#include "vexa/yajl_handler.h"
 
 namespace {
 
@@ -29,81 +31,47 @@ int tell_init(int argc, char** argv) {
   return std::atoi(argv[0] + 7);
 }
 
-class Handler : public JSON_RPC_Handler {
-public:
-  ~Handler() override { tell("destroyed"); }
+struct Handler : JSON_RPC_Handler {
+  static constexpr char kind[] = "handler";
   int init(int argc, char** argv) override { return tell_init(argc, argv); }
-  int fini() override {
-    tell("fini");
-    return 0;
-  }
-  int handle_object(JSON_RPC_Channel_ptr, JSON_RPC_Object_var) override {
-    throw std::runtime_error("no answer");
-  }
+  int fini() override { return tell("fini"), 0; }
+  int handle_object(JSON_RPC_Channel_ptr, JSON_RPC_Object_var) override { return 0; }
 };
 
-class Creator : public JSON_RPC_Params_Handler_Creator {
-public:
-  ~Creator() override { tell("creator destroyed"); }
-  int init(int argc, char** argv) override { return tell_init(argc, argv); }
-  YAJL_Handler* create(JSON_RPC_Channel_ptr, JSON_RPC_Object_var) override {
-    return new (std::nothrow) YAJL_Handler;
-  }
+struct Creator : JSON_RPC_Params_Handler_Creator {
+  static constexpr char kind[] = "filter";
+  YAJL_Handler* create(JSON_RPC_Channel_ptr, JSON_RPC_Object_var) override { return nullptr; }
 };
 
-class RESTful_Handler : public JSON_RESTful_Handler {
-public:
-  int handle_request(JSON_RESTful_Channel*, json_spirit::Value&) override { return 0; }
+struct RESTful_Creator : Object_Creator_T<JSON_RESTful_Handler> {
+  static constexpr char kind[] = "RESTful creator";
+  JSON_RESTful_Handler* create() override { return nullptr; }
+  void destroy(JSON_RESTful_Handler*) override {}
 };
 
-class RESTful_Creator : public Object_Creator_T<JSON_RESTful_Handler> {
-public:
-  ~RESTful_Creator() override { tell("RESTful creator destroyed"); }
-  JSON_RESTful_Handler* create() override {
-    tell(std::string("creates with ") + (argc_ > 0 ? argv_[0] : "nothing"));
-    return new (std::nothrow) RESTful_Handler;
-  }
-  void destroy(JSON_RESTful_Handler* handler) override { delete handler; }
-};
-
-template <typename Object>
-void gobble(void* p) {
-  tell("gobbled");
-  delete static_cast<Object*>(p);
+template <typename Object, typename Base>
+Base* make(void (**gobbler)(void*)) {
+  *gobbler = [](void* p) {
+    tell(std::string("gobbled a ") + Object::kind);
+    delete static_cast<Base*>(p);
+  };
+  return new (std::nothrow) Object;
 }
-
-JSON_RPC_Handler* without_gobbler = nullptr;  // the last one made
 
 }  // namespace
 
 #define FACTORY extern "C" JSON_RPC_PLUGIN_EXPORT
 
+FACTORY u_long _get_dll_unload_policy() { return ACE_DLL_UNLOAD_POLICY_DEFAULT; }
+
 FACTORY JSON_RPC_Handler* make_handler(void (**gobbler)(void*)) {
-  *gobbler = gobble<JSON_RPC_Handler>;
-  return new (std::nothrow) Handler;
+  return make<Handler, JSON_RPC_Handler>(gobbler);
 }
-
-FACTORY JSON_RPC_Handler* make_without_gobbler(void (**)(void*)) {
-  return without_gobbler = new (std::nothrow) Handler;
-}
-
-FACTORY void delete_without_gobbler() { delete without_gobbler; }
-
-FACTORY JSON_RPC_Handler* make_null(void (**)(void*)) {
-  errno = ENOSPC;
-  return nullptr;
-}
-
-FACTORY JSON_RPC_Handler* make_throwing(void (**)(void*)) { throw std::runtime_error("no object"); }
-
-FACTORY JSON_RPC_Handler* make_throwing_int(void (**)(void*)) { throw 1; }
-
 FACTORY JSON_RPC_Params_Handler_Creator* make_creator(void (**gobbler)(void*)) {
-  *gobbler = gobble<JSON_RPC_Params_Handler_Creator>;
-  return new (std::nothrow) Creator;
+  return make<Creator, JSON_RPC_Params_Handler_Creator>(gobbler);
 }
-
 FACTORY Object_Creator_T<JSON_RESTful_Handler>* make_restful(void (**gobbler)(void*)) {
-  *gobbler = gobble<Object_Creator_T<JSON_RESTful_Handler>>;
-  return new (std::nothrow) RESTful_Creator;
+  return make<RESTful_Creator, Object_Creator_T<JSON_RESTful_Handler>>(gobbler);
 }
+FACTORY JSON_RPC_Handler* make_null(void (**)(void*)) { return errno = ENOSPC, nullptr; }
+FACTORY JSON_RPC_Handler* make_throwing(void (**)(void*)) { throw std::runtime_error("no object"); }

@@ -5,7 +5,8 @@
 #include <string_view>
 #include <vector>
 
-/// A text in the pieces that it is fed in. Each is a block of its own, so that a byte too many is seen.
+/// A text in the pieces that it is fed in. Each is a block of its own, so that a byte too many is
+/// seen.
 typedef std::vector<std::vector<char>> Pieces;
 
 inline Pieces cut_text(std::string_view text, std::size_t first, std::size_t rest) {
@@ -19,8 +20,8 @@ inline Pieces cut_text(std::string_view text, std::size_t first, std::size_t res
   return pieces;
 }
 
-/// What feed(pieces) gives for the whole text, having seen that it gives the same for single bytes and
-/// for the text cut in two anywhere.
+/// What feed(pieces) gives for the whole text, having seen that it gives the same for single bytes
+/// and for the text cut in two anywhere.
 template <typename Feed>
 auto however_cut(std::string_view text, Feed feed) {
   const auto whole = feed(cut_text(text, text.size(), 1));

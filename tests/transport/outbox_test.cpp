@@ -130,17 +130,19 @@ TEST(OutboxTest, NothingOvertakesAnOpenMessage) {
 
 TEST(OutboxTest, WaitersGoOnWhenBytesLeaveAndGiveUpWhenNoneDo) {
   Outbox outbox(1000);
-  EXPECT_TRUE(outbox.wait_for_room(0, milliseconds(0)));
+  EXPECT_TRUE(outbox.wait_for_room(0, 0, milliseconds(0)));
   put(outbox, Outbox::NOTICE, "0123456789");
-  EXPECT_TRUE(outbox.wait_for_room(10, milliseconds(0)));
-  EXPECT_FALSE(outbox.wait_for_room(9, milliseconds(10)));
+  EXPECT_TRUE(outbox.wait_for_room(0, 10, milliseconds(0)));
+  EXPECT_FALSE(outbox.wait_for_room(0, 9, milliseconds(10)));
 
+  std::vector<Output_Piece> taken;
+  outbox.take(taken);
   // Bytes leave one by one: together that takes longer than the patience with none.
   Gate waits;
   std::atomic<bool> room{false};
   std::thread waiter([&] {
     waits.arrive();
-    room = outbox.wait_for_room(2, milliseconds(2000));
+    room = outbox.wait_for_room(0, 2, milliseconds(2000));
   });
   waits.wait();
   const auto begin = std::chrono::steady_clock::now();
@@ -155,6 +157,19 @@ TEST(OutboxTest, WaitersGoOnWhenBytesLeaveAndGiveUpWhenNoneDo) {
   EXPECT_GT(std::chrono::steady_clock::now() - begin, milliseconds(2000));
 }
 
+TEST(OutboxTest, AnOpenMessageDoesNotWaitForWhatStandsBehindIt) {
+  Outbox outbox(1000);
+  std::uint64_t stream;
+  bool wake;
+  outbox.begin("12345", nullptr, stream, wake);
+  put(outbox, Outbox::NOTICE, std::string(100, 'x'));
+  EXPECT_TRUE(outbox.wait_for_room(stream, 5, milliseconds(0)));
+  EXPECT_FALSE(outbox.wait_for_room(stream, 4, milliseconds(0)));
+  EXPECT_FALSE(outbox.wait_for_room(0, 5, milliseconds(0)));
+  EXPECT_EQ("12345", drain(outbox));
+  EXPECT_TRUE(outbox.wait_for_room(stream, 0, milliseconds(0)));
+}
+
 TEST(OutboxTest, ClosingEndsWaitersAndDropsAll) {
   Outbox outbox(1000);
   outbox.await(1);
@@ -163,7 +178,7 @@ TEST(OutboxTest, ClosingEndsWaitersAndDropsAll) {
   bool wake;
   outbox.begin("x", nullptr, stream, wake);
   std::atomic<bool> room{true};
-  std::thread waiter([&] { room = outbox.wait_for_room(0, gate_patience); });
+  std::thread waiter([&] { room = outbox.wait_for_room(0, 0, gate_patience); });
   outbox.close();
   waiter.join();
   EXPECT_FALSE(room);

@@ -22,14 +22,11 @@ TEST(ObjectCreatorTest, ArgumentsAreCopiedAndReplaced) {
   ASSERT_EQ(2, creator.argc_);
   EXPECT_STREQ("a", creator.argv_[0]);
   EXPECT_STREQ("b", creator.argv_[1]);
-
-  EXPECT_EQ(0, creator.init(0, nullptr));
-  EXPECT_EQ(0, creator.argc_);
-  EXPECT_EQ(nullptr, creator.argv_);
-
-  EXPECT_EQ(0, creator.init(3, nullptr));
-  EXPECT_EQ(3, creator.argc_);
-  EXPECT_EQ(nullptr, creator.argv_);
+  for (const int argc : {0, 3}) {
+    EXPECT_EQ(0, creator.init(argc, nullptr));
+    EXPECT_EQ(argc, creator.argc_);
+    EXPECT_EQ(nullptr, creator.argv_);
+  }
   creator.clear();
   EXPECT_EQ(0, creator.argc_);
 }
