@@ -8,6 +8,7 @@
 #include <memory>
 #include <set>
 #include <sstream>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -223,6 +224,25 @@ TEST_F(HostTrafficTest, StreamedAnswersAreWholeAtEverySize) {
     }
     EXPECT_EQ(json_spirit::Value(1), second["result"]);
   }
+}
+
+TEST_F(HostTrafficTest, StreamedAnswersOfOneChannelDoNotWaitForEachOther) {
+  start({"--max-queue", "262144", "--stall-timeout", "5"});
+  Host_Client client(url());
+  const std::string large = "[\"" + std::string(100000, 'x') + "\"]";
+  std::map<json_spirit::Value, std::size_t, json_spirit::value_lesser> expected, sizes;
+  for (int id = 0; id < 6; ++id) {
+    const bool streamed = id < 3;
+    client.send(request(streamed ? "stream" : "echo", streamed ? "[200000]" : large,
+                        std::to_string(id)));
+    expected[id] = streamed ? 200000 : 1;
+  }
+  for (int i = 0; i < 6; ++i) {
+    json_spirit::Object answer = client.object();
+    ASSERT_EQ(json_spirit::array_type, answer["result"].type());
+    sizes[answer["id"]] = answer["result"].get_array().size();
+  }
+  EXPECT_EQ(expected, sizes);
 }
 
 TEST_F(HostTrafficTest, NotificationsGoToTheirSubscribersAndNotBack) {

@@ -1,0 +1,201 @@
+#include "json_rpc/json_rpc_session.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/syscall.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <future>
+#include <thread>
+
+#include "json_rpc/json_rpc_generator.h"
+#include "tests/support/json_rpc_fixture.h"
+
+using json_spirit::Value;
+using ::testing::ElementsAre;
+
+namespace {
+
+/// Seconds that the wall clock is behind for whoever reads it. Waits are not fooled: a deadline
+/// that is fewer seconds ahead is over at once.
+std::atomic<time_t> clock_behind{0};
+
+/// A peer that is asked through either form of request().
+class Peer : public Fake_Channel {
+public:
+  std::function<void(const Value& id)> asked = [](const Value&) {};  ///< within send()
+  Value id;                                                          ///< the last one
+  int send(JSON_RPC_Object_var obj) override {
+    asked(id = obj->id);
+    return Fake_Channel::send(obj);
+  }
+  int send(JSON_Generator& gen) override {
+    asked(id = dynamic_cast<JSON_RPC_Request_Generator&>(gen).id());
+    return Fake_Channel::send(gen);
+  }
+};
+
+JSON_RPC_Handler_var waiting(const Value& id) {
+  return JSON_RPC_Response_Map::instance()->find(id);
+}
+
+/// 0 when somebody waited for it.
+int answer(const Value& id, const Value& result) {
+  const JSON_RPC_Object_var object(new JSON_RPC_Response(nullptr));
+  object->id = id;
+  static_cast<JSON_RPC_Response&>(*object).result = result;
+  return JSON_RPC_Dispatcher::instance()->dispatch(JSON_RPC_Channel_ptr(), object);
+}
+
+enum Form { OBJECT, GENERATOR };
+
+class SessionTest : public JSON_RPC_Fixture {
+protected:
+  ~SessionTest() override {
+    clock_behind = 0;
+    ::unsetenv("JSON_RPC_REQUEST_TIMEOUT");
+  }
+  bool request(Form form, time_t timeout) {
+    if (form == GENERATOR) return session_.request("m", nullptr, result_, timeout);
+    return session_.request(make_request("m", 7), result_, timeout);
+  }
+
+  JSON_RPC_Response_Map* const map_ =
+      JSON_RPC_Response_Map::instance();  // before there are threads
+  JSON_RPC_Dispatcher* const dispatcher_ = JSON_RPC_Dispatcher::instance();
+  Peer* const peer_ = new Peer;
+  const JSON_RPC_Channel_var channel_{peer_};
+  JSON_RPC_Session session_{channel_};
+  const JSON_RPC_Object_var before_{new JSON_RPC_Response(nullptr)};
+  JSON_RPC_Object_var result_ = before_;
+};
+
+TEST_F(SessionTest, EveryCallerGetsItsOwnAnswerFromTheReadingThread) {
+  const JSON_RPC_Channel_var channel = make_fake_channel();
+  JSON_RPC_Session session(channel);
+  const auto calls = [&session](const std::string& caller) {
+    for (int i = 0; i < 50; ++i) {
+      const std::string method = caller + "." + std::to_string(i);
+      JSON_RPC_Object_var result;
+      ASSERT_TRUE(i % 2 == 0 ? session.request(JSON_RPC_Session::make_rpc_request(method, Value()),
+                                               result, 20)
+                             : session.request(method.c_str(), nullptr, result, -1));
+      const Value& echo = static_cast<JSON_RPC_Response&>(*result).result;
+      EXPECT_NE(std::string::npos, echo.get_str().find("\"method\":\"" + method + "\""));
+    }
+  };
+  std::thread a(calls, "a");
+  std::thread b(calls, "b");
+  for (size_t i = 0; i < 100 && fake(channel).wait_for(i + 1); ++i) {
+    const std::string text = fake(channel).texts()[i];
+    EXPECT_EQ(0, answer(text.substr(text.find("\"id\":\"") + 6, 36), text));
+  }
+  a.join();
+  b.join();
+}
+
+TEST_F(SessionTest, FailedCallLeavesItsIdOnlyInTheGeneratorForm) {
+  ::setenv("JSON_RPC_REQUEST_TIMEOUT", "abc", 1);  // 0: over at once
+  for (const Form form : {OBJECT, GENERATOR}) {
+    log_.clear();
+    EXPECT_FALSE(request(form, 0));
+    EXPECT_EQ(ETIME, errno);
+    EXPECT_EQ(form == OBJECT, waiting(peer_->id).null());
+    EXPECT_EQ(form == OBJECT ? -1 : 0, answer(peer_->id, "late"));
+    peer_->send_result = -1;
+    EXPECT_FALSE(request(form, 5));
+    EXPECT_EQ(EPIPE, errno);
+    EXPECT_EQ(form == OBJECT, waiting(peer_->id).null());
+    peer_->send_result = 0;
+    EXPECT_THAT(log_.texts(LM_ERROR),
+                ElementsAre("Failed to get response, errno=62, Timer expired.\n",
+                            "Failed to send request to channel, errno=32, Broken pipe.\n"));
+  }
+  EXPECT_EQ(before_.get(), result_.get());
+  peer_->asked = [](const Value& id) { EXPECT_EQ(0, answer(id, 1)); };
+  EXPECT_TRUE(request(OBJECT, 0)) << "what is there counts, however late";
+}
+
+TEST_F(SessionTest, OnlyTheObjectFormBoundsTheWait) {
+  const std::pair<const char*, time_t> cases[] = {
+      {"", 60}, {"45s", 45}, {"-5", -5}, {"3600", 3600}, {"99999999999999999999", INT64_MAX}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.first);
+    ::setenv("JSON_RPC_REQUEST_TIMEOUT", c.first, 1);
+    time_t timeout = 1;
+    JSON_RPC_Session::get_timeout_env(timeout);
+    EXPECT_EQ(c.second, timeout);
+    clock_behind = 1000;  // 600 seconds are over, 3600 are not
+    EXPECT_FALSE(request(OBJECT, 0));
+    EXPECT_FALSE(request(OBJECT, c.second));
+    if (timeout == 60 || timeout == 45) continue;
+    std::future<int> reader;
+    peer_->asked = [&](const Value& id) {
+      reader = std::async(std::launch::async, answer, id, Value(1));
+    };
+    EXPECT_TRUE(request(GENERATOR, 0));
+    clock_behind = 0;
+    EXPECT_TRUE(request(OBJECT, 0)) << "waits as well";
+    peer_->asked = [](const Value&) {};
+  }
+}
+
+TEST_F(SessionTest, RequestUnderTheIdWakesTheCallerWithoutAResult) {
+  peer_->asked = [](const Value& id) {
+    EXPECT_EQ(-1, waiting(id)->handle_object(JSON_RPC_Channel_ptr(), make_request("m", id)));
+    EXPECT_EQ(0, answer(id, "the first message counts"));
+  };
+  EXPECT_TRUE(request(GENERATOR, 5));
+  EXPECT_EQ(nullptr, result_.get());
+  JSON_RPC_Object_var same = make_request("m", 1);
+  EXPECT_TRUE(session_.request(same, same, 5)) << "one handle for both";
+  EXPECT_EQ(nullptr, same.get());
+}
+
+TEST_F(SessionTest, ChannelThatIsGoneFailsEveryCall) {
+  const JSON_RPC_Channel_ptr gone(make_fake_channel());
+  session_ = JSON_RPC_Session(gone);
+  EXPECT_FALSE(request(OBJECT, 5) || request(GENERATOR, 5) || session_.notify(before_));
+  EXPECT_EQ(3u, log_.count(", channel_.get() is NULL:\n"));
+  session_.reset(channel_);
+  EXPECT_FALSE(session_.request("", nullptr, result_, 5));
+  EXPECT_EQ(1u, log_.count(", method is NULL or \"\":\n"));
+  EXPECT_EQ(4u, log_.texts(LM_EMERGENCY).size());
+  peer_->send_result = -1;
+  EXPECT_FALSE(session_.notify(before_));
+  EXPECT_EQ(1u, log_.count("Failed to send notify to channel, errno=32, Broken pipe.\n"));
+}
+
+/// Waits without blocking: whoever takes the id out of the map ends the call.
+struct Answer_Handler : JSON_RPC_Handler {
+  Answer_Handler(int i, std::atomic<int>& n) : id(i), ended(n) {}
+  int handle_object(JSON_RPC_Channel_ptr, JSON_RPC_Object_var) override {
+    return JSON_RPC_Response_Map::instance()->remove(id) == 0 && ++ended != 0 ? 0 : -1;
+  }
+  const int id;
+  std::atomic<int>& ended;
+};
+
+TEST_F(SessionTest, AnswerAndDeadlineEndACallOnceBetweenThem) {
+  std::atomic<int> ended{0};
+  for (int i = 0; i < 500; ++i) map_->insert(i, JSON_RPC_Handler_var(new Answer_Handler(i, ended)));
+  Gate gate(2);
+  const auto end_all = [&gate] {
+    gate.meet();
+    for (int i = 0; i < 500; ++i) answer(i, "an answer, or that there is none in time");
+  };
+  std::thread reader(end_all);
+  end_all();
+  reader.join();
+  EXPECT_EQ(500, ended);
+}
+
+}  // namespace
+
+extern "C" __attribute__((visibility("default"))) int gettimeofday(timeval* now, void*) noexcept {
+  const int result = static_cast<int>(::syscall(SYS_gettimeofday, now, nullptr));
+  now->tv_sec -= clock_behind;
+  return result;
+}
