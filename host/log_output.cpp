@@ -87,7 +87,7 @@ ssize_t Log_Output::log(ACE_Log_Record& record) {
   std::string line = time_text(ACE_Time_Value(record.time_stamp()));
   line += ' ';
   line += name_of(record.type());
-  const char* const channel = current_channel_label();
+  const char* const channel = transport::current_channel_label();
   if (*channel != '\0') {
     line += " [";
     line += channel;

@@ -27,7 +27,7 @@ constexpr rlim_t other_descriptors = 64;  // beside the connections
 
 /// Makes room for the connections among the process's descriptors; where the system has not as
 /// many, fewer connections are allowed.
-void fit_descriptors(Limits& limits) {
+void fit_descriptors(transport::Limits& limits) {
   rlimit limit;
   if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
   const rlim_t wanted = limits.max_connections + other_descriptors;
@@ -81,7 +81,7 @@ int check(Services& services, const Options& options, const Log_Output& log) {
 }
 
 int serve(Services& services, const Options& options, const sigset_t& signals) {
-  Server server(options.limits, options.threads);
+  transport::Server server(options.limits, options.threads);
   for (const std::string& url : options.listen) {
     std::string bound;
     std::string error;

@@ -93,9 +93,9 @@ bool Options::parse(int argc, char** argv, int& status) {
   drain = std::chrono::seconds(drain_seconds);
   if (listen.empty()) listen.push_back("tcp://127.0.0.1:7070");
   for (const std::string& url : listen) {
-    Endpoint ignored;
+    transport::Endpoint ignored;
     std::string reason;
-    if (Endpoint::parse(url, ignored, reason)) continue;
+    if (transport::Endpoint::parse(url, ignored, reason)) continue;
     std::cerr << "json_rpc_host: --listen " << url << ": " << reason << '\n';
     status = usage_error;
     return false;

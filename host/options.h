@@ -11,7 +11,7 @@ struct Options {
   std::string svc;                  ///< the service configurator's file
   std::vector<std::string> listen;  ///< URLs
   unsigned int threads = 0;         ///< loops
-  Limits limits;
+  transport::Limits limits;
   std::chrono::seconds drain{10};
   std::string log_level = "info";
   bool check = false;

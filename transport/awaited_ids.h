@@ -6,6 +6,8 @@
 
 #include "json_spirit/json_spirit_value.h"
 
+namespace transport {
+
 /// The ids of the requests of one channel that await an answer, and how many requests of each id
 /// still exist. A peer that uses an id for several requests at once is owed as many answers; which
 /// of them an answer belongs to cannot be told, so they are counted. No lock: the outbox guards it.
@@ -68,3 +70,5 @@ private:
   Map ids_;
   std::size_t awaited_ = 0;
 };
+
+}  // namespace transport

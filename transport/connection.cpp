@@ -21,6 +21,8 @@
 #include "transport/log_context.h"
 #include "vexa/log.h"
 
+namespace transport {
+
 namespace asio = boost::asio;
 using boost::system::error_code;
 
@@ -407,3 +409,5 @@ void Connection::close(const char* reason) {
   stream_ = nullptr;
   channel_ = JSON_RPC_Channel::none();
 }
+
+}  // namespace transport

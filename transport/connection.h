@@ -15,6 +15,8 @@
 #include "transport/stream_channel.h"
 #include "transport/wire.h"
 
+namespace transport {
+
 /// A connected socket on its loop: reads bytes into messages and dispatches them, writes what the
 /// channel's outbox holds, closes by the limits. Owns the channel.
 ///
@@ -99,3 +101,5 @@ private:
   std::size_t batch_byte_ = 0;       // and how much of it is
   std::array<char, 2048> input_;     // one read; larger ones go on in the loop's buffer
 };
+
+}  // namespace transport

@@ -1,5 +1,7 @@
 #include "transport/current_message.h"
 
+namespace transport {
+
 namespace {
 
 thread_local const Current_Message* current = nullptr;
@@ -19,3 +21,5 @@ bool Current_Message::is(const JSON_RPC_Channel* channel, const JSON_RPC_Object*
   }
   return false;
 }
+
+}  // namespace transport

@@ -3,6 +3,8 @@
 class JSON_RPC_Channel;
 class JSON_RPC_Object;
 
+namespace transport {
+
 /// The message that is being dispatched on this thread, and where it came from: a notification is
 /// not sent back there. A stack object around the dispatch.
 class Current_Message {
@@ -20,3 +22,5 @@ private:
   const JSON_RPC_Object* const object_;
   const Current_Message* const outer_;
 };
+
+}  // namespace transport

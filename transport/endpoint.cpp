@@ -7,6 +7,8 @@
 
 #include "vexa/natoi.h"
 
+namespace transport {
+
 namespace {
 
 constexpr std::string_view tcp = "tcp://";
@@ -64,3 +66,5 @@ bool Endpoint::parse(const std::string& url, Endpoint& endpoint, std::string& er
   }
   return true;
 }
+
+}  // namespace transport

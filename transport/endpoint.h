@@ -5,6 +5,8 @@
 
 #include "transport/transport_export.h"
 
+namespace transport {
+
 /// Where to listen or connect: `tcp://ADDRESS:PORT`, an IPv6 address in brackets, or `unix://PATH`.
 struct TRANSPORT_EXPORT Endpoint {
   enum Kind { TCP, UNIX };
@@ -20,3 +22,5 @@ struct TRANSPORT_EXPORT Endpoint {
   /// Reads a URL; false with a reason in `error`.
   static bool parse(const std::string& url, Endpoint& endpoint, std::string& error);
 };
+
+}  // namespace transport

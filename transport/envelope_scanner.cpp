@@ -2,6 +2,8 @@
 
 #include "vexa/json_reader.h"
 
+namespace transport {
+
 namespace {
 
 // Longer names are none of ours, and longer ids nobody's that we read: they are cut, and match
@@ -74,3 +76,5 @@ void Envelope_Scanner::step(char c) {
   }
   if (keep && token_.size() < max_token) token_ += c;
 }
+
+}  // namespace transport

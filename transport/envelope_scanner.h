@@ -5,6 +5,8 @@
 
 #include "json_spirit/json_spirit_value.h"
 
+namespace transport {
+
 /// Tells what kind of message an outgoing text is while it is being produced, and whom a response
 /// answers, from its members at the top level. Looks no further once it knows. The text comes from
 /// a generator, so it is well-formed as far as it goes.
@@ -35,3 +37,5 @@ private:
   std::string key_;        // the raw text of the last member name
   std::string token_;      // the raw text of the name or of the id, as it comes
 };
+
+}  // namespace transport

@@ -5,6 +5,8 @@
 #include <charconv>
 #include <string_view>
 
+namespace transport {
+
 namespace {
 
 constexpr std::size_t max_header = 4u << 10;
@@ -58,3 +60,5 @@ Header_Reader::Outcome Header_Reader::line() {
   have_length_ = true;
   return MORE;
 }
+
+}  // namespace transport

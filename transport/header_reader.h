@@ -3,6 +3,8 @@
 #include <cstddef>
 #include <string>
 
+namespace transport {
+
 /// Reads the header in front of a message: lines `Name: value` up to an empty one, of which only
 /// Content-Length matters, as language servers use them.
 class Header_Reader {
@@ -23,3 +25,5 @@ private:
   std::size_t content_length_ = 0;
   bool have_length_ = false;
 };
+
+}  // namespace transport

@@ -11,6 +11,8 @@
 #include "vexa/adopt.h"
 #include "vexa/log.h"
 
+namespace transport {
+
 namespace {
 
 constexpr unsigned int max_bad_in_a_row = 3;
@@ -264,3 +266,5 @@ void Inbound::end() {
   stopped_ = true;
   reader_->close();
 }
+
+}  // namespace transport

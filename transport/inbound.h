@@ -10,6 +10,8 @@
 #include "transport/stream_channel.h"
 #include "transport/text_feeder.h"
 
+namespace transport {
+
 /// What the bytes of one channel come to: messages for the dispatcher, errors for what is none.
 ///
 /// Text that is no JSON is answered -32700 and skipped to the next line feed; JSON that is no
@@ -86,3 +88,5 @@ private:
   std::size_t size_ = 0;       // of the message, so far
   std::size_t body_left_ = 0;  // with header framing
 };
+
+}  // namespace transport

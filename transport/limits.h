@@ -3,6 +3,8 @@
 #include <chrono>
 #include <cstddef>
 
+namespace transport {
+
 /// What a server's channels may cost, and what happens at each limit.
 struct Limits {
   /// Bytes of one incoming message, 0 for none. A longer one is answered -32600 and its channel
@@ -30,3 +32,5 @@ struct Limits {
 
   std::size_t queue_mark() const { return max_queue / 4; }
 };
+
+}  // namespace transport

@@ -16,6 +16,8 @@
 
 #include "vexa/log.h"
 
+namespace transport {
+
 namespace asio = boost::asio;
 using asio::ip::tcp;
 using boost::system::error_code;
@@ -228,3 +230,5 @@ std::unique_ptr<Listener> open_listener(const Endpoint& endpoint, const std::sha
   if (result != nullptr) opened->port(opened->bound().port());
   return result;
 }
+
+}  // namespace transport

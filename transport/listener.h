@@ -9,6 +9,8 @@
 #include "transport/loop.h"
 #include "transport/server_state.h"
 
+namespace transport {
+
 /// A listening socket on a loop. While too many connections are open, or descriptors have run out,
 /// accepting pauses. Opened and destroyed while its loop does not run, otherwise touched on it
 /// alone.
@@ -37,3 +39,5 @@ protected:
 std::unique_ptr<Listener> open_listener(const Endpoint& endpoint, const std::shared_ptr<Loop>& loop,
                                         const std::shared_ptr<Server_State>& state,
                                         Listener::Next_Loop next_loop, std::string& error);
+
+}  // namespace transport

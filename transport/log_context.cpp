@@ -1,5 +1,7 @@
 #include "transport/log_context.h"
 
+namespace transport {
+
 namespace {
 
 thread_local const char* label = "";
@@ -10,3 +12,5 @@ const char* current_channel_label() { return label; }
 
 Log_Context::Log_Context(const char* text) : outer_(label) { label = text; }
 Log_Context::~Log_Context() { label = outer_; }
+
+}  // namespace transport

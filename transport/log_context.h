@@ -2,6 +2,8 @@
 
 #include "transport/transport_export.h"
 
+namespace transport {
+
 /// The channel that the calling thread is working for, for log lines: "" when there is none.
 TRANSPORT_EXPORT const char* current_channel_label();
 
@@ -16,3 +18,5 @@ public:
 private:
   const char* const outer_;
 };
+
+}  // namespace transport

@@ -7,6 +7,8 @@
 #include "vexa/exception_text.h"
 #include "vexa/log.h"
 
+namespace transport {
+
 Loop::Loop(std::chrono::milliseconds period)
     : context_(1),
       work_(boost::asio::make_work_guard(context_)),
@@ -73,3 +75,5 @@ Loop_Time Loop::now() {
   clock_gettime(CLOCK_MONOTONIC_COARSE, &time);
   return Loop_Time(std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec));
 }
+
+}  // namespace transport

@@ -9,6 +9,8 @@
 #include <unordered_map>
 #include <vector>
 
+namespace transport {
+
 typedef std::chrono::steady_clock::time_point Loop_Time;
 
 /// Something that lives on a loop. Neither operation throws.
@@ -60,3 +62,5 @@ private:
   std::unordered_map<Loop_Member*, std::shared_ptr<Loop_Member>> members_;
   std::thread thread_;
 };
+
+}  // namespace transport

@@ -2,6 +2,8 @@
 
 #include "transport/transport_export.h"
 
+namespace transport {
+
 /// Whether the calling thread runs a loop of this transport: such a thread must not wait for a
 /// peer.
 TRANSPORT_EXPORT bool on_loop_thread();
@@ -14,3 +16,5 @@ public:
   Loop_Thread_Mark(const Loop_Thread_Mark&) = delete;
   Loop_Thread_Mark& operator=(const Loop_Thread_Mark&) = delete;
 };
+
+}  // namespace transport

@@ -2,6 +2,8 @@
 
 #include <array>
 
+namespace transport {
+
 namespace {
 
 enum Class : unsigned char { WORD, SPACE, OPEN, CLOSE, SEPARATOR, QUOTE };
@@ -96,3 +98,5 @@ std::size_t Message_Scanner::scan(const char* data, std::size_t length) {
   }
   return npos;
 }
+
+}  // namespace transport

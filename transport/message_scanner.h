@@ -2,6 +2,8 @@
 
 #include <cstddef>
 
+namespace transport {
+
 /// Finds where a JSON text ends, from quotes, escapes and depth alone, in front of the parser and
 /// in pieces of any size: linear in the bytes. Also finds where the last whole token ends, so that
 /// the parser is never given half of one (it would scan it again from its start each time).
@@ -32,3 +34,5 @@ private:
   bool in_word_ = false;  // a number, a literal, or what pretends to be one
   bool container_ = false;
 };
+
+}  // namespace transport

@@ -4,6 +4,8 @@
 #include <iterator>
 #include <utility>
 
+namespace transport {
+
 namespace {
 
 // Small messages share a piece, and so a system call's vector entry.
@@ -207,3 +209,5 @@ void Outbox::close() {
   }
   room_.notify_all();
 }
+
+}  // namespace transport

@@ -13,6 +13,8 @@
 #include "json_spirit/json_spirit_value.h"
 #include "transport/awaited_ids.h"
 
+namespace transport {
+
 /// Text that may stand in several channels' lines at once: a notification serialised once.
 typedef std::shared_ptr<const std::string> Shared_Text;
 
@@ -114,3 +116,5 @@ private:
   bool attended_ = false;
   bool closed_ = false;
 };
+
+}  // namespace transport

@@ -5,6 +5,8 @@
 #include "transport/loop_thread.h"
 #include "transport/stream_channel.h"
 
+namespace transport {
+
 namespace {
 
 constexpr std::size_t piece = 64u << 10;  // bytes gathered before the line is touched
@@ -98,3 +100,5 @@ int Outgoing_Stream::finish() {
   if (wake) channel_.wake();
   return 0;
 }
+
+}  // namespace transport

@@ -7,6 +7,8 @@
 #include "transport/envelope_scanner.h"
 #include "vexa/yajl_printer.h"
 
+namespace transport {
+
 class Stream_Channel;
 
 /// One outgoing message that is produced piece by piece. It is held here until it is complete or
@@ -46,3 +48,5 @@ private:
   std::string text_;  // what has not been put in the line yet
   std::uint64_t stream_ = 0;
 };
+
+}  // namespace transport

@@ -4,6 +4,8 @@
 
 #include "json_rpc/json_rpc_object.h"
 
+namespace transport {
+
 class Stream_Channel;
 
 /// Whoever owes the answers of a channel's requests.
@@ -30,3 +32,5 @@ private:
   std::weak_ptr<Answer_Debt> debt_;
   json_spirit::Value owed_id_;  // the id as read: a forwarded request gets another
 };
+
+}  // namespace transport

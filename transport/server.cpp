@@ -13,6 +13,8 @@
 #include "transport/loop.h"
 #include "transport/server_state.h"
 
+namespace transport {
+
 namespace asio = boost::asio;
 
 namespace {
@@ -190,3 +192,5 @@ std::size_t Server::owed() const {
   impl_->owed(Clock::time_point::max(), owed);
   return owed;
 }
+
+}  // namespace transport

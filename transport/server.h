@@ -8,6 +8,8 @@
 #include "transport/limits.h"
 #include "transport/transport_export.h"
 
+namespace transport {
+
 /// Serves JSON-RPC over stream sockets: listeners, loop threads, and a Stream_Channel for each
 /// connection, whose messages go to the dispatcher. The library's registries must exist from before
 /// start() until after stop().
@@ -47,3 +49,5 @@ private:
   struct Impl;
   const std::shared_ptr<Impl> impl_;
 };
+
+}  // namespace transport

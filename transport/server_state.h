@@ -6,6 +6,8 @@
 
 #include "transport/limits.h"
 
+namespace transport {
+
 /// What the connections of one server share. Any thread.
 struct Server_State {
   explicit Server_State(const Limits& l) : limits(l) {}
@@ -15,3 +17,5 @@ struct Server_State {
   std::atomic<std::size_t> connections{0};  ///< open ones
   std::function<void()> connection_closed;  ///< set before any connection is there
 };
+
+}  // namespace transport

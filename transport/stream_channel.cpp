@@ -14,6 +14,8 @@
 #include "vexa/exception_text.h"
 #include "vexa/log.h"
 
+namespace transport {
+
 namespace {
 
 /// A buffer for the text of one message, kept by the thread from one to the next.
@@ -279,3 +281,5 @@ void Stream_Channel::close_soon(const char* reason) {
 }
 
 void Stream_Channel::closed() { outbox_.close(); }
+
+}  // namespace transport

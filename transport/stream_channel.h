@@ -20,6 +20,8 @@
 
 class JSON_RPC_Fan_Out;
 
+namespace transport {
+
 /// How messages are told apart on a stream; a connection's first byte decides.
 enum class Framing {
   LINES,   ///< JSON texts one after the other; each that we send ends in a line feed
@@ -114,3 +116,5 @@ private:
   std::mutex open_mutex_;                            // a leaf
   std::vector<std::unique_ptr<Open_Message>> open_;  // guarded by open_mutex_; one a thread at most
 };
+
+}  // namespace transport

@@ -2,6 +2,8 @@
 
 #include "json_rpc/json_rpc_reader.h"
 
+namespace transport {
+
 namespace {
 
 constexpr std::size_t kept_capacity = 1u << 10;  // what an idle channel may keep
@@ -79,3 +81,5 @@ Text_Feeder::Outcome Text_Feeder::finish(JSON_RPC_Reader& reader) {
   if (reader.read(nullptr, 0)) return COMPLETE;
   return reader.refused() ? REFUSED_AT_END : NO_JSON;
 }
+
+}  // namespace transport

@@ -7,6 +7,8 @@
 
 class JSON_RPC_Reader;
 
+namespace transport {
+
 /// Feeds one JSON text to a reader as its bytes come: whole tokens at once, the unfinished last one
 /// held back. When the reader has refused the text, it only looks for its end.
 class Text_Feeder {
@@ -42,3 +44,5 @@ private:
   Message_Scanner scanner_;
   std::string held_;  // the unfinished token
 };
+
+}  // namespace transport

@@ -2,6 +2,8 @@
 
 #include <memory>
 
+namespace transport {
+
 /// What a channel asks of the connection that owns it. Any thread; nothing happens before the call
 /// returns except that the connection's loop is told.
 class Wire {
@@ -12,3 +14,5 @@ public:
   /// Close the connection; `reason` is a literal for the log.
   virtual void close_soon(const char* reason) = 0;
 };
+
+}  // namespace transport

@@ -5,6 +5,8 @@
 
 #include <string>
 
+using namespace transport;
+
 namespace {
 
 TEST(EndpointTest, ReadsUrlsAndWritesThemBack) {

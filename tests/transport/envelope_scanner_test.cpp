@@ -4,6 +4,8 @@
 
 #include <string>
 
+using namespace transport;
+
 namespace {
 
 TEST(EnvelopeScannerTest, KnowsWhomAMessageAnswersAsSoonAsTheTextTells) {

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <string>
 
+using namespace transport;
+
 namespace {
 
 TEST(HeaderReaderTest, ReadsTheLengthOrRefusesWhateverThePieces) {

@@ -10,6 +10,8 @@
 #include "tests/transport/stream_fixture.h"
 #include "transport/owed_request.h"
 
+using namespace transport;
+
 namespace {
 
 typedef json_spirit::Value Value;

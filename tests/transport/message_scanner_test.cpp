@@ -12,6 +12,8 @@
 #include "transport/text_feeder.h"
 #include "vexa/yajl_printer.h"
 
+using namespace transport;
+
 namespace {
 
 constexpr std::size_t npos = Message_Scanner::npos;

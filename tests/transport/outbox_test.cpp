@@ -11,6 +11,8 @@
 #include "tests/support/gate.h"
 #include "tests/transport/stream_fixture.h"
 
+using namespace transport;
+
 namespace {
 
 using std::chrono::milliseconds;

@@ -19,6 +19,8 @@
 #include "transport/current_message.h"
 #include "transport/loop_thread.h"
 
+using namespace transport;
+
 namespace {
 
 typedef json_spirit::Value Value;

@@ -11,6 +11,8 @@
 #include "tests/support/json_rpc_fixture.h"
 #include "transport/stream_channel.h"
 
+using namespace transport;
+
 /// Notes what a channel asks of its connection.
 class Fake_Wire final : public Wire {
 public:
