@@ -85,7 +85,7 @@ TEST_F(UtilsTest, UnsentAndUnansweredAttemptsAreMadeAgainUnderAFreshId) {
     Value response("before");
     EXPECT_EQ(send_result == 0, send(&response, json_spirit::int_type, -1, 1));
     EXPECT_EQ(send_result == 0 ? Value(5) : Value("before"), response);
-    EXPECT_EQ(2u, ids_.size());
+    ASSERT_EQ(2u, ids_.size());
     EXPECT_NE(ids_.front(), ids_.back());
     EXPECT_THAT(log_.texts(LM_INFO).back(),
                 AllOf(StartsWith("Retry(1) "), EndsWith(" at 1 second(s) later.\n")));
