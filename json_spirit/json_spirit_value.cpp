@@ -15,15 +15,14 @@ static_assert(std::is_nothrow_move_constructible_v<Object::value_type> &&
                   std::is_nothrow_move_assignable_v<Object::value_type>,
               "a vector that grows must move its members, not copy them");
 
-/// Up to these sizes a search looks at every key, and settle() sorts by insertion.
+/// Up to this size a search looks at every key.
 constexpr std::size_t small_object = 8;
-constexpr std::size_t insertion_sort_limit = 32;
 
 /// Room for the members of most objects, so that these cost one allocation.
 constexpr std::size_t first_room = 8;
 
-/// Levels that a copy recurses into, and that a comparison keeps on the stack: more than a value
-/// has that was read from a message.
+/// Levels that copying and destroying recurse into, and that a comparison keeps on the stack: more
+/// than a value has that was read from a message.
 constexpr std::size_t shallow = 128;
 
 const char* type_name(Value_type type) {
@@ -39,46 +38,20 @@ void wipe(std::string& text) noexcept {
   text.clear();
 }
 
-/// Puts a member in the place of one that has been moved from. Constructing afresh takes half the
-/// steps of an assignment.
-void replace(Object::value_type& place, Object::value_type& with) noexcept {
-  place.~pair();
-  new (&place) Object::value_type(std::move(with));
-}
-
 bool same_text(const std::string& a, std::string_view b) noexcept {
   return a.size() == b.size() && std::memcmp(a.data(), b.data(), b.size()) == 0;
+}
+
+/// The first two bytes of a key, which order most keys of an object as the whole would.
+std::uint32_t key_head(const std::string& key) noexcept {
+  const auto* const text = reinterpret_cast<const unsigned char*>(key.c_str());
+  return key.empty() ? 0u : std::uint32_t{text[0]} << 8 | text[1];
 }
 
 /// Most keys of an object differ in their first byte, which saves a call.
 int compare_keys(const std::string& a, const std::string& b) noexcept {
   const auto x = static_cast<unsigned char>(a[0]), y = static_cast<unsigned char>(b[0]);
   return x != y ? (x < y ? -1 : 1) : a.compare(b);
-}
-
-struct Key_Order {
-  bool operator()(const Object::value_type& a, const Object::value_type& b) const noexcept {
-    return compare_keys(a.first, b.first) < 0;
-  }
-  bool operator()(const Object::value_type& a, std::string_view b) const noexcept {
-    return a.first < b;
-  }
-};
-
-template <typename Members>
-auto find_place(Members& members, std::string_view key) noexcept {
-  return std::lower_bound(members.begin(), members.end(), key, Key_Order());
-}
-
-template <typename Members>
-auto find_member(Members& members, std::string_view key) noexcept {
-  if (members.size() <= small_object) {
-    return std::find_if(members.begin(), members.end(), [key](const Object::value_type& member) {
-      return same_text(member.first, key);
-    });
-  }
-  const auto at = find_place(members, key);
-  return at != members.end() && same_text(at->first, key) ? at : members.end();
 }
 
 template <typename T>
@@ -130,10 +103,35 @@ const Value& Object::at(std::string_view key) const {
   return found->second;
 }
 
-Object::iterator Object::find(std::string_view key) noexcept { return find_member(members_, key); }
+/// The position of the first key that is not before `key`.
+std::size_t Object::place_of(std::string_view key) const noexcept {
+  std::size_t first = 0, last = size();
+  while (first < last) {
+    const std::size_t middle = (first + last) / 2;
+    if (member(middle).first < key) {
+      first = middle + 1;
+    } else {
+      last = middle;
+    }
+  }
+  return first;
+}
+
+/// size() when there is no such member.
+std::size_t Object::position_of(std::string_view key) const noexcept {
+  std::size_t position = 0;
+  if (size() > small_object) {
+    position = place_of(key);
+    return position < size() && same_text(member(position).first, key) ? position : size();
+  }
+  while (position < size() && !same_text(member(position).first, key)) ++position;
+  return position;
+}
+
+Object::iterator Object::find(std::string_view key) noexcept { return {this, position_of(key)}; }
 
 Object::const_iterator Object::find(std::string_view key) const noexcept {
-  return find_member(members_, key);
+  return {this, position_of(key)};
 }
 
 Object::size_type Object::count(std::string_view key) const noexcept {
@@ -141,19 +139,26 @@ Object::size_type Object::count(std::string_view key) const noexcept {
 }
 
 Object::iterator Object::lower_bound(std::string_view key) noexcept {
-  return find_place(members_, key);
+  return {this, place_of(key)};
 }
 
 Object::const_iterator Object::lower_bound(std::string_view key) const noexcept {
-  return find_place(members_, key);
+  return {this, place_of(key)};
 }
 
 std::pair<Object::iterator, bool> Object::insert(value_type member) {
   const iterator place = lower_bound(member.first);
   if (place != end() && place->first == member.first) return {place, false};
-  const std::ptrdiff_t index = place - begin();
-  if (members_.capacity() == 0) reserve_first();
-  return {members_.insert(begin() + index, std::move(member)), true};
+  if (members_.capacity() == 0) grow();
+  if (size() < Order::limit) {
+    members_.push_back(std::move(member));
+    order_.insert(place.position_, size() - 1);
+  } else {
+    if (size() == Order::limit) lay_in_order();
+    members_.insert(members_.begin() + static_cast<std::ptrdiff_t>(place.position_),
+                    std::move(member));
+  }
+  return {place, true};
 }
 
 Object::size_type Object::erase(std::string_view key) noexcept {
@@ -163,15 +168,30 @@ Object::size_type Object::erase(std::string_view key) noexcept {
   return 1;
 }
 
-Object::iterator Object::erase(const_iterator at) noexcept { return members_.erase(at); }
+Object::iterator Object::erase(const_iterator at) noexcept {
+  const std::size_t position = at.position_, index = order_[position], last = size() - 1;
+  if (size() > Order::limit) {
+    members_.erase(members_.begin() + static_cast<std::ptrdiff_t>(index));
+    return {this, position};
+  }
+  order_.erase(position);
+  if (index != last) {  // the last member fills the gap
+    members_[index] = std::move(members_[last]);
+    std::size_t moved = 0;
+    while (order_[moved] != last) ++moved;
+    order_.erase(moved);
+    order_.insert(moved, index);
+  }
+  members_.pop_back();
+  return {this, position};
+}
 
 void Object::settle() noexcept {
-  const std::size_t size = members_.size();
-  std::size_t sorted = std::min<std::size_t>(size, 1);
-  while (sorted < size && compare_keys(members_[sorted - 1].first, members_[sorted].first) < 0) {
-    ++sorted;
+  if (size() <= Order::limit) {
+    find_order();
+  } else {
+    sort();
   }
-  if (sorted < size && sort(sorted)) drop_repeated();
   // A message full of tiny objects must not grow by the room that each of them leaves empty.
   if (members_.capacity() >= 3 * members_.size()) members_.shrink_to_fit();
 }
@@ -183,56 +203,71 @@ bool Object::equal(const Object& a, const Object& b) {
   });
 }
 
-void Object::reserve_first() { members_.reserve(first_room); }
+void Object::grow() { members_.reserve(std::max(first_room, 2 * size())); }
 
-/// Stable; the first `sorted` members are in order and differ. Whether others may have equal keys.
-/// A member is 72 bytes to move, so a small object has the order found in a table of indices first,
-/// and then moves each member at most once.
-bool Object::sort(std::size_t sorted) noexcept {
-  const std::size_t size = members_.size();
-  if (size > insertion_sort_limit) {
-    std::stable_sort(begin(), end(), Key_Order());  // does without memory where there is none
-    return true;
-  }
-  bool repeated = false;
-  unsigned char from[insertion_sort_limit];
-  for (std::size_t i = 0; i < sorted; ++i) from[i] = static_cast<unsigned char>(i);
-  for (std::size_t i = sorted; i < size; ++i) {
-    std::size_t place = i;
-    for (; place > 0; --place) {
-      const int order = compare_keys(members_[from[place - 1]].first, members_[i].first);
-      if (order == 0) repeated = true;
-      if (order <= 0) break;
-      from[place] = from[place - 1];
-    }
-    from[place] = static_cast<unsigned char>(i);
-  }
-  for (std::size_t i = 0; i < size; ++i) {
-    if (from[i] == i) continue;
-    value_type carried(std::move(members_[i]));
-    std::size_t hole = i;
-    while (from[hole] != i) {
-      const std::size_t next = from[hole];
-      replace(members_[hole], members_[next]);
-      from[hole] = static_cast<unsigned char>(hole);
-      hole = next;
-    }
-    replace(members_[hole], carried);
-    from[hole] = static_cast<unsigned char>(hole);
-  }
-  return repeated;
+/// For the insertion that makes a small object a large one.
+void Object::lay_in_order() {
+  if (order_ == Order()) return;
+  std::vector<value_type> sorted;
+  sorted.reserve(2 * size());
+  for (value_type& member : *this) sorted.push_back(std::move(member));
+  members_.swap(sorted);
+  order_ = Order();
 }
 
-/// Of equal neighbours the last stays.
+/// Sorts numbers, made of the head of a key and the index of its member: most objects need no more.
+void Object::find_order() noexcept {
+  const std::size_t count = size();
+  bool undecided = false;
+  std::uint32_t sorted[1 + Order::limit];
+  sorted[0] = 0;  // not behind any other, so that the search for a place ends there
+  for (std::size_t index = 0; index < count; ++index) {
+    const std::uint32_t entry =
+        key_head(members_[index].first) << 4 | static_cast<std::uint32_t>(index);
+    std::size_t last = index;
+    for (; entry < sorted[last]; --last) sorted[last + 1] = sorted[last];
+    sorted[last + 1] = entry;
+    if ((sorted[last] ^ entry) < 16) undecided = true;  // heads alike
+  }
+  if (undecided) {
+    std::sort(sorted + 1, sorted + 1 + count, [this](std::uint32_t a, std::uint32_t b) {
+      const int difference = members_[a & 15].first.compare(members_[b & 15].first);
+      return difference < 0 || (difference == 0 && a < b);
+    });
+  }
+  for (std::size_t place = count; place > 0; --place) order_.insert(0, sorted[place] & 15);
+  if (undecided) drop_repeated();
+}
+
 void Object::drop_repeated() noexcept {
+  for (std::size_t position = 1; position < size();) {
+    if (member(position - 1).first == member(position).first) {
+      erase(const_iterator(this, position - 1));  // the one that came first
+    } else {
+      ++position;
+    }
+  }
+}
+
+/// Sorts the members themselves.
+void Object::sort() noexcept {
+  order_ = Order();
+  const auto behind = [](const value_type& a, const value_type& b) {
+    return compare_keys(a.first, b.first) >= 0;
+  };
+  if (std::adjacent_find(members_.begin(), members_.end(), behind) == members_.end()) return;
+  // Does without memory where there is none.
+  std::stable_sort(members_.begin(), members_.end(), [](const value_type& a, const value_type& b) {
+    return compare_keys(a.first, b.first) < 0;
+  });
   const auto same = [](const value_type& a, const value_type& b) { return a.first == b.first; };
-  iterator kept = std::adjacent_find(begin(), end(), same);
-  if (kept == end()) return;
-  for (iterator next = kept + 1; next != end(); ++next) {
+  auto kept = std::adjacent_find(members_.begin(), members_.end(), same);
+  if (kept == members_.end()) return;
+  for (auto next = kept + 1; next != members_.end(); ++next) {
     if (!same(*kept, *next)) ++kept;
     if (kept != next) *kept = std::move(*next);
   }
-  members_.erase(kept + 1, end());
+  members_.erase(kept + 1, members_.end());
 }
 
 const Value Value::null;
@@ -252,21 +287,20 @@ void Value::throw_wrong_type(Value_type wanted) const {
 void Value::take_held(Value& other) noexcept {
   switch (other.type_) {
     case obj_type:
-      new (&obj_) Object(std::move(other.obj_));
+      hold(std::move(other.obj_));
       other.obj_.~Object();
       break;
     case array_type:
-      new (&arr_) Array(std::move(other.arr_));
+      hold(std::move(other.arr_));
       other.arr_.~Array();
       break;
     default:
-      new (&str_) std::string(std::move(other.str_));
+      hold(std::move(other.str_));
       if (other.type_ == secure_str_type) wipe(other.str_);  // short text was copied out of it
       other.str_.~basic_string();
   }
   type_ = other.type_;
   unsigned_ = false;
-  other.bits_ = 0;
   other.type_ = null_type;
 }
 
@@ -274,45 +308,43 @@ std::size_t Value::child_count() const noexcept {
   return type_ == obj_type ? obj_.members_.size() : arr_.size();
 }
 
+/// In the order of memory.
 Value& Value::child(std::size_t index) noexcept {
   return type_ == obj_type ? obj_.members_[index].second : arr_[index];
-}
-
-const Value& Value::child(std::size_t index) const noexcept {
-  return type_ == obj_type ? obj_.members_[index].second : arr_[index];
-}
-
-void Value::drop_last_child() noexcept {
-  if (type_ == obj_type) {
-    obj_.members_.pop_back();
-  } else {
-    arr_.pop_back();
-  }
 }
 
 /// Destroys children from the last one on, up to a container that has children. Whether all went.
 bool Value::drop_leaves() noexcept {
   for (std::size_t left = child_count(); left > 0; --left) {
     if (!child(left - 1).is_leaf()) return false;
-    drop_last_child();
+    if (type_ == obj_type) {
+      obj_.members_.pop_back();
+    } else {
+      arr_.pop_back();
+    }
   }
   return true;
 }
 
-void Value::destroy_held() noexcept {
-  if (type_ == secure_str_type) {
-    wipe(str_);
-    str_.~basic_string();
-    return;
-  }
-  if (!drop_leaves()) {
-    dismantle(std::move(*this));
-    return;  // nothing but a null is left
-  }
-  if (type_ == obj_type) {
-    obj_.~Object();
-  } else {
-    arr_.~Array();
+/// Children that are containers go first: what their vector destroys then is flat, so the recursion
+/// is the one here, which stops `shallow` levels down.
+void Value::destroy_held(std::size_t depth) noexcept {
+  const auto empty_child = [depth](Value& child) {
+    if (!child.is_container()) return;
+    if (depth == shallow) return dismantle(std::move(child));
+    child.destroy_held(depth + 1);
+    child.type_ = null_type;
+  };
+  switch (type_) {
+    case obj_type:
+      for (Object::value_type& member : obj_.members_) empty_child(member.second);
+      return obj_.~Object();
+    case array_type:
+      for (Value& element : arr_) empty_child(element);
+      return arr_.~Array();
+    default:
+      wipe(str_);  // plain text was destroyed by the caller
+      str_.~basic_string();
   }
 }
 
@@ -449,16 +481,22 @@ int Value::compare(const Value& a, const Value& b) {
       continue;
     }
     const std::size_t index = step.next++;
+    const Value* x;
+    const Value* y;
     if (step.a->type_ == obj_type) {
-      const int keys =
-          step.a->obj_.members_[index].first.compare(step.b->obj_.members_[index].first);
+      const Object::value_type& a_member = step.a->obj_.member(index);
+      const Object::value_type& b_member = step.b->obj_.member(index);
+      const int keys = a_member.first.compare(b_member.first);
       if (keys != 0) return keys;
+      x = &a_member.second;
+      y = &b_member.second;
+    } else {
+      x = &step.a->arr_[index];
+      y = &step.b->arr_[index];
     }
-    const Value& x = step.a->child(index);
-    const Value& y = step.b->child(index);
-    const int children = compare_heads(x, y);
+    const int children = compare_heads(*x, *y);
     if (children != 0) return children;
-    if (!x.is_leaf()) walk.push({&x, &y, 0});
+    if (!x->is_leaf()) walk.push({x, y, 0});
   }
   return 0;
 }
@@ -486,7 +524,6 @@ std::size_t value_hash::operator()(const Value& value) const noexcept {
       break;
   }
   // Ids are often numbers in a row, or multiples of something: spread them.
-  // apart.
   hash = (hash ^ (static_cast<std::size_t>(kind_of(value)) << 60)) * 0x9e3779b97f4a7c15u;
   return hash ^ (hash >> 32);
 }

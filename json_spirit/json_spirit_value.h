@@ -3,9 +3,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <iterator>
 #include <new>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -35,18 +37,20 @@ class Value;
 /// one lies inside the other goes through the values that hold them, or through a copy.
 typedef std::vector<Value> Array;
 
-/// A map from text to value, in the order of the keys' bytes: one sorted vector with a map's
-/// interface. Other than with std::map, an insertion or erasure moves the members behind it (and
-/// the first may move all), so it invalidates iterators and references; and a key can be written
-/// through an iterator, which nobody may do. No allocation while empty, at most two for up to 8
-/// members.
+/// A map from text to value, in the order of the keys' bytes: one vector with a map's interface.
+/// Other than with std::map, an insertion, an erasure and a move of the object invalidate its
+/// iterators, and the first two its references; and a key can be written through an iterator, which
+/// nobody may do. No allocation while empty, at most two for up to 8 members.
 class JSON_SPIRIT_EXPORT Object {
+  template <typename Owner>
+  class Iterator;
+
 public:
   typedef std::string key_type;
   typedef Value mapped_type;
   typedef std::pair<std::string, Value> value_type;
-  typedef std::vector<value_type>::iterator iterator;
-  typedef std::vector<value_type>::const_iterator const_iterator;
+  typedef Iterator<Object> iterator;  // both are bidirectional
+  typedef Iterator<const Object> const_iterator;
   typedef std::size_t size_type;
 
   Object() noexcept = default;
@@ -93,9 +97,9 @@ public:
   Value& append(std::string&& key);
   Value& append(std::string_view key);
   Value& append(const char* key);
-  /// Ends a row of append(): sorts the members, which costs one look at each when they came sorted,
-  /// and gives room back that they hardly use. Of several with one key the last stays, in place of
-  /// what the object had before as well. Ends the references that append() returned.
+  /// Ends a row of append(): orders the members, which costs one look at each when they came in
+  /// order, and gives room back that they hardly use. Of several with one key the last stays, in
+  /// place of what the object had before as well. Ends the references that append() returned.
   void settle() noexcept;
 
   friend bool operator==(const Object& a, const Object& b) { return equal(a, b); }
@@ -104,12 +108,86 @@ public:
 private:
   friend class Value;
 
+  /// A member is 72 bytes to move. So the members of a small object stay where they came, and this
+  /// tells for each position in the order of keys which of them is there, in four bits.
+  class Order {
+  public:
+    static constexpr std::size_t limit = 16;
+
+    /// Behind the limit members are in order themselves.
+    std::size_t operator[](std::size_t position) const noexcept {
+      return position < limit ? bits_ >> (4 * position) & 15 : position;
+    }
+    /// Puts `index` at `position`, and what is there and behind it one further on.
+    void insert(std::size_t position, std::size_t index) noexcept {
+      const std::uint64_t before = bits_ & below(position);
+      bits_ = (bits_ ^ before) << 4 | std::uint64_t{index} << (4 * position) | before;
+    }
+    void erase(std::size_t position) noexcept {
+      const std::uint64_t before = bits_ & below(position);
+      bits_ = (bits_ >> 4 & ~below(position)) | before;
+    }
+    bool operator==(const Order& other) const noexcept { return bits_ == other.bits_; }
+
+  private:
+    static std::uint64_t below(std::size_t position) noexcept {
+      return (std::uint64_t{1} << (4 * position)) - 1;
+    }
+
+    std::uint64_t bits_ = 0xfedcba9876543210;  // as they came
+  };
+
   static bool equal(const Object& a, const Object& b);
-  void reserve_first();
-  bool sort(std::size_t sorted) noexcept;
+  value_type& member(std::size_t position) noexcept;
+  const value_type& member(std::size_t position) const noexcept;
+  std::size_t place_of(std::string_view key) const noexcept;
+  std::size_t position_of(std::string_view key) const noexcept;
+  void make_room();
+  void grow();
+  void lay_in_order();
+  void find_order() noexcept;
   void drop_repeated() noexcept;
+  void sort() noexcept;
 
   std::vector<value_type> members_;
+  Order order_;  // of more than Order::limit members as they came, for these are sorted themselves
+};
+
+/// The object and a position in the order of its keys.
+template <typename Owner>
+class Object::Iterator {
+public:
+  typedef std::bidirectional_iterator_tag iterator_category;
+  typedef Object::value_type value_type;
+  typedef std::ptrdiff_t difference_type;
+  typedef std::conditional_t<std::is_const_v<Owner>, const value_type, value_type>& reference;
+  typedef std::remove_reference_t<reference>* pointer;
+
+  Iterator() noexcept = default;
+  template <typename Other, typename = std::enable_if_t<std::is_same_v<const Other, Owner>>>
+  Iterator(const Iterator<Other>& other) noexcept
+      : owner_(other.owner_), position_(other.position_) {}
+
+  reference operator*() const noexcept { return owner_->member(position_); }
+  pointer operator->() const noexcept { return &**this; }
+  Iterator& operator++() noexcept { return ++position_, *this; }
+  Iterator operator++(int) noexcept { return {owner_, position_++}; }
+  Iterator& operator--() noexcept { return --position_, *this; }
+  Iterator operator--(int) noexcept { return {owner_, position_--}; }
+  friend bool operator==(const Iterator& a, const Iterator& b) noexcept {
+    return a.position_ == b.position_;
+  }
+  friend bool operator!=(const Iterator& a, const Iterator& b) noexcept { return !(a == b); }
+
+private:
+  friend class Object;
+  template <typename>
+  friend class Iterator;
+
+  Iterator(Owner* owner, std::size_t position) noexcept : owner_(owner), position_(position) {}
+
+  Owner* owner_ = nullptr;
+  std::size_t position_ = 0;
 };
 
 /// One JSON value, 40 bytes; text of up to 15 bytes, empty objects and empty arrays are held in
@@ -131,6 +209,17 @@ public:
   /// The source may be this value, or lie inside of it.
   Value& operator=(const Value& other);
   Value& operator=(Value&& other) noexcept;
+  /// Makes the value in place, of these three kinds and of nothing that converts to them.
+  template <typename T,
+            typename = std::enable_if_t<std::is_same_v<T, std::string_view> ||
+                                        std::is_same_v<T, Object> || std::is_same_v<T, Array>>>
+  Value& operator=(T content) {
+    if (!is_plain()) return *this = Value(std::move(content));
+    type_ = null_type;  // what is left when there is no memory
+    unsigned_ = false;
+    hold(std::move(content));
+    return *this;
+  }
 
   /// A template, so that nothing but a bool becomes one: a pointer does not.
   template <typename T, typename = std::enable_if_t<std::is_same_v<T, bool>>>
@@ -228,8 +317,6 @@ private:
   std::size_t child_count() const noexcept;
   bool is_leaf() const noexcept { return !is_container() || child_count() == 0; }
   Value& child(std::size_t index) noexcept;
-  const Value& child(std::size_t index) const noexcept;
-  void drop_last_child() noexcept;
   bool drop_leaves() noexcept;
 
   double real() const noexcept {
@@ -256,19 +343,31 @@ private:
     unsigned_ = other.unsigned_;
     other.type_ = null_type;
   }
+  void hold(Object&& object) noexcept {
+    new (&obj_) Object(std::move(object));
+    type_ = obj_type;
+  }
+  void hold(Array&& array) noexcept {
+    new (&arr_) Array(std::move(array));
+    type_ = array_type;
+  }
   void hold(std::string&& text) noexcept {
     new (&str_) std::string(std::move(text));
+    type_ = str_type;
+  }
+  void hold(std::string_view text) {
+    new (&str_) std::string(text);
     type_ = str_type;
   }
   void destroy() noexcept {
     if (is_plain()) return;
     if (type_ == str_type) return str_.~basic_string();
-    destroy_held();
+    destroy_held(0);
   }
   void copy_held(const Value& other);
   void copy_nested(const Value& other, int depth, std::vector<Pending_Copy>& pending);
   void take_held(Value& other) noexcept;
-  void destroy_held() noexcept;
+  void destroy_held(std::size_t depth) noexcept;
   static void dismantle(Value&& root) noexcept;
   static int compare(const Value& a, const Value& b);
   static int compare_heads(const Value& a, const Value& b) noexcept;
@@ -317,24 +416,42 @@ inline Value& Value::operator=(Value&& other) noexcept {
   return *this;
 }
 
-inline Object::iterator Object::begin() noexcept { return members_.begin(); }
-inline Object::iterator Object::end() noexcept { return members_.end(); }
-inline Object::const_iterator Object::begin() const noexcept { return members_.begin(); }
-inline Object::const_iterator Object::end() const noexcept { return members_.end(); }
-inline Object::const_iterator Object::cbegin() const noexcept { return members_.begin(); }
-inline Object::const_iterator Object::cend() const noexcept { return members_.end(); }
+inline Object::value_type& Object::member(std::size_t position) noexcept {
+  return members_[order_[position]];
+}
+inline const Object::value_type& Object::member(std::size_t position) const noexcept {
+  return members_[order_[position]];
+}
+
+inline Object::iterator Object::begin() noexcept { return {this, 0}; }
+inline Object::iterator Object::end() noexcept { return {this, size()}; }
+inline Object::const_iterator Object::begin() const noexcept { return {this, 0}; }
+inline Object::const_iterator Object::end() const noexcept { return {this, size()}; }
+inline Object::const_iterator Object::cbegin() const noexcept { return begin(); }
+inline Object::const_iterator Object::cend() const noexcept { return end(); }
 inline Object::size_type Object::size() const noexcept { return members_.size(); }
 inline bool Object::empty() const noexcept { return members_.empty(); }
 inline void Object::clear() noexcept { members_.clear(); }
-inline void Object::swap(Object& other) noexcept { members_.swap(other.members_); }
+inline void Object::swap(Object& other) noexcept {
+  members_.swap(other.members_);
+  std::swap(order_, other.order_);
+}
 
+inline void Object::make_room() {
+  if (members_.size() == members_.capacity()) grow();
+  // Spares every caller emplace_back()'s own way of growing.
+  if (members_.size() == members_.capacity()) __builtin_unreachable();
+}
 inline Value& Object::append(std::string&& key) {
-  if (members_.capacity() == 0) reserve_first();
-  return members_.emplace_back(std::move(key), Value()).second;
+  make_room();
+  return members_
+      .emplace_back(std::piecewise_construct, std::forward_as_tuple(std::move(key)), std::tuple<>())
+      .second;
 }
 inline Value& Object::append(std::string_view key) {
-  if (members_.capacity() == 0) reserve_first();
-  return members_.emplace_back(key, Value()).second;
+  make_room();
+  return members_.emplace_back(std::piecewise_construct, std::forward_as_tuple(key), std::tuple<>())
+      .second;
 }
 inline Value& Object::append(const char* key) { return append(std::string_view(key)); }
 

@@ -19,23 +19,32 @@ constexpr std::size_t first_room = 4;  // elements: most arrays that have any ha
 void JSON_Parser::result(Value* target) {
   open_.clear();
   slot_ = nullptr;
-  if (target == nullptr) return;
-  if (target->type() == json_spirit::obj_type || target->type() == json_spirit::array_type) {
-    open_.push_back(target);
+  if (target != nullptr) {
+    if (target->type() == json_spirit::obj_type || target->type() == json_spirit::array_type) {
+      open_.push_back(target);
+    } else {
+      slot_ = target;
+    }
+  }
+  look_inside();
+}
+
+void JSON_Parser::look_inside() {
+  object_ = nullptr;
+  array_ = nullptr;
+  if (open_.empty()) return;
+  if (open_.back()->type() == json_spirit::obj_type) {
+    object_ = &open_.back()->get_obj();
   } else {
-    slot_ = target;
+    array_ = &open_.back()->get_array();
   }
 }
 
 /// The place of the value that begins now; null when none is expected.
-Value* JSON_Parser::next() {
-  if (!open_.empty() && open_.back()->type() == json_spirit::array_type) {
-    Array& array = open_.back()->get_array();
-    if (array.empty()) array.reserve(first_room);
-    array.emplace_back();
-    return &array.back();
-  }
-  return std::exchange(slot_, nullptr);
+inline Value* JSON_Parser::next() {
+  if (array_ == nullptr) return std::exchange(slot_, nullptr);
+  if (array_->capacity() == 0) array_->reserve(first_room);
+  return &array_->emplace_back();
 }
 
 bool JSON_Parser::handle_null_i() {
@@ -62,46 +71,46 @@ bool JSON_Parser::handle_number_i(const char* text, std::size_t length) {
 bool JSON_Parser::handle_string_i(const char* text, std::size_t length) {
   Value* const value = next();
   if (value == nullptr) return false;
-  *value = Value(std::string_view(text, length));
+  *value = std::string_view(text, length);
   return true;
 }
 
-bool JSON_Parser::open(Value&& container) {
+template <typename Container>
+bool JSON_Parser::open() {
   if (open_.size() == vexa::max_value_depth) return false;
   Value* const value = next();
   if (value == nullptr) return false;
-  *value = std::move(container);
+  *value = Container();
   open_.push_back(value);
+  look_inside();
   return true;
 }
 
 bool JSON_Parser::close() {
-  if (open_.empty()) return false;
   open_.pop_back();
+  look_inside();
   return true;
 }
 
-bool JSON_Parser::handle_start_map_i() { return open(Value(Object())); }
+bool JSON_Parser::handle_start_map_i() { return open<Object>(); }
 
 bool JSON_Parser::handle_map_key_i(const char* text, std::size_t length) {
-  if (open_.empty() || open_.back()->type() != json_spirit::obj_type) return false;
-  slot_ = &open_.back()->get_obj().append(std::string_view(text, length));
+  if (object_ == nullptr) return false;
+  slot_ = &object_->append(std::string_view(text, length));
   return true;
 }
 
 bool JSON_Parser::handle_end_map_i() {
-  if (open_.empty() || open_.back()->type() != json_spirit::obj_type) return false;
-  open_.back()->get_obj().settle();
+  if (object_ == nullptr) return false;
+  object_->settle();
   return close();
 }
 
-bool JSON_Parser::handle_start_array_i() { return open(Value(Array())); }
+bool JSON_Parser::handle_start_array_i() { return open<Array>(); }
 
 bool JSON_Parser::handle_end_array_i() {
-  if (open_.empty() || open_.back()->type() != json_spirit::array_type) return false;
+  if (array_ == nullptr) return false;
   // Of very many arrays of one element the unused room would outweigh the text by far.
-  if (open_.size() > 1 && open_.back()->get_array().size() == 1) {
-    open_.back()->get_array().shrink_to_fit();
-  }
+  if (open_.size() > 1 && array_->size() == 1) array_->shrink_to_fit();
   return close();
 }

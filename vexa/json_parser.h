@@ -11,9 +11,9 @@
 /// stays.
 class VEXA_EXPORT JSON_Parser : public YAJL_Handler {
 public:
-  /// Sets the value to build, borrowed until the next call, or with null removes it. A target that
-  /// holds an object or array counts as just opened: its members come next; any other target is
-  /// replaced by the next value.
+  /// Sets the value to build, borrowed and left alone until the next call, or with null removes it.
+  /// A target that holds an object or array counts as just opened: its members come next; any other
+  /// target is replaced by the next value.
   void result(json_spirit::Value* target);
 
   /// Every event gives false when no value is expected (no target, or it is complete), when the
@@ -30,10 +30,15 @@ public:
 
 private:
   json_spirit::Value* next();
-  bool open(json_spirit::Value&& container);
+  void look_inside();
+  template <typename Container>
+  bool open();
   bool close();
 
   // The open containers, outermost first. Their addresses hold: only the innermost one grows.
   std::vector<json_spirit::Value*> open_;
+  // What the innermost one holds, one of them null; both are when none is open.
+  json_spirit::Object* object_ = nullptr;
+  json_spirit::Array* array_ = nullptr;
   json_spirit::Value* slot_ = nullptr;  // where the next value goes, unless an array is innermost
 };

@@ -11,6 +11,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <functional>
+#include <iterator>
 #include <limits>
 #include <map>
 #include <new>
@@ -63,7 +64,7 @@ void operator delete(void* block, std::size_t) noexcept { operator delete(block)
 
 namespace {
 
-static_assert(sizeof(Value) == 40 && sizeof(Object) == 24);
+static_assert(sizeof(Value) == 40);
 static_assert(!std::is_convertible_v<void*, Value> && !std::is_convertible_v<int*, Value> &&
                   !std::is_convertible_v<void (*)(), Value>,
               "a pointer must not become a bool");
@@ -218,6 +219,11 @@ TEST(ValueTest, AMoveLeavesNullAndACopyLeavesItsSource) {
       target = same;
       target = std::move(same);
       EXPECT_TRUE(target == sample);
+      target = previous;
+      target = std::string_view("made in place of whatever there was");
+      EXPECT_EQ("made in place of whatever there was", target.get_str());
+      target = std::string_view(target.get_str()).substr(5);
+      EXPECT_TRUE(target == "in place of whatever there was" && !target.is_uint64());
     }
   }
 }
@@ -300,7 +306,9 @@ TEST(ValueOrderTest, IsAStrictWeakOrderThatAgreesWithEqualityAndHash) {
 }
 
 std::string random_key(std::mt19937& random, int keys) {
-  std::string key = "k" + std::to_string(random() % keys);
+  const int number = static_cast<int>(random() % keys);
+  if (number < 3) return std::string("\xff", number % 2) + std::string(number / 2, '\0');
+  std::string key = (number % 2 ? "k" : "") + std::to_string(number);
   if (key.back() == '3') key += " is longer than fifteen bytes";
   return key;
 }
@@ -313,17 +321,20 @@ void expect_same(const Object& object, const std::map<std::string, int>& model) 
     ASSERT_EQ(number, member->second.get_int());
     ++member;
   }
+  ASSERT_EQ(object.end(), member);
 }
 
 TEST(ObjectTest, BehavesAsAMap) {
   std::mt19937 random(7);
-  for (const int keys : {6, 40}) {  // on both sides of the size from which search is binary
+  // Small; around the size from which the members themselves are sorted; and above it.
+  for (const int keys : {8, 27, 60}) {
     Object object;
     std::map<std::string, int> model;
     for (int step = 0; step < 20000; ++step) {
       const std::string key = random_key(random, keys);
       const auto bound = object.lower_bound(key);
-      ASSERT_EQ(std::distance(model.begin(), model.lower_bound(key)), bound - object.begin());
+      ASSERT_EQ(std::distance(model.begin(), model.lower_bound(key)),
+                std::distance(object.begin(), bound));
       const auto found = object.find(key);
       ASSERT_EQ(model.count(key), object.count(key));
       ASSERT_EQ(model.count(key) == 0, found == object.end());
@@ -347,12 +358,28 @@ TEST(ObjectTest, BehavesAsAMap) {
           if (found == object.end()) {
             EXPECT_THROW(object.at(key), std::out_of_range);
           } else {
-            object.erase(found);
-            model.erase(key);
+            const auto behind = model.erase(model.find(key));
+            const auto next = object.erase(found);
+            ASSERT_EQ(std::distance(behind, model.end()), std::distance(next, object.end()));
           }
       }
       expect_same(object, model);
       if (HasFatalFailure()) return;
+      if (step % 32 != 0) continue;
+      Object in_order;  // the same members, laid otherwise
+      for (const auto& [name, number] : model) in_order[name] = number;
+      ASSERT_TRUE(object == in_order && Value(object) == Value(in_order));
+      ASSERT_FALSE(value_lesser()(object, in_order) || value_lesser()(in_order, object));
+      Object copy = step % 64 ? object : Value(object).get_obj();
+      object = std::move(in_order);
+      object.swap(copy);
+      for (auto at = copy.begin(); at != copy.end();) {
+        at = at->second.get_int() % 2 ? copy.erase(at) : std::next(at);
+      }
+      for (auto at = copy.end(); at != copy.begin();) {
+        --at;
+        ASSERT_EQ(0, at->second.get_int() % 2);
+      }
     }
   }
 }

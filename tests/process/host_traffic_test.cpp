@@ -5,10 +5,10 @@
 
 #include <chrono>
 #include <fstream>
+#include <map>
 #include <memory>
 #include <set>
 #include <sstream>
-#include <map>
 #include <string>
 #include <vector>
 
@@ -233,8 +233,8 @@ TEST_F(HostTrafficTest, StreamedAnswersOfOneChannelDoNotWaitForEachOther) {
   std::map<json_spirit::Value, std::size_t, json_spirit::value_lesser> expected, sizes;
   for (int id = 0; id < 6; ++id) {
     const bool streamed = id < 3;
-    client.send(request(streamed ? "stream" : "echo", streamed ? "[200000]" : large,
-                        std::to_string(id)));
+    client.send(
+        request(streamed ? "stream" : "echo", streamed ? "[200000]" : large, std::to_string(id)));
     expected[id] = streamed ? 200000 : 1;
   }
   for (int i = 0; i < 6; ++i) {
