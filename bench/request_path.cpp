@@ -76,10 +76,6 @@ const yajl_callbacks nothing = {ignore,        ignore_boolean, nullptr, nullptr,
                                 ignore_number, ignore_text,    ignore,  ignore_text,
                                 ignore,        ignore,         ignore};
 
-void append(void* sink, const char* text, size_t length) {
-  static_cast<std::string*>(sink)->append(text, length);
-}
-
 void string(yajl_gen gen, const char* text) {
   yajl_gen_string(gen, reinterpret_cast<const unsigned char*>(text), std::strlen(text));
 }
@@ -136,10 +132,7 @@ std::size_t floor(const std::string& request) {
   }
   yajl_free(parser);
 
-  static std::string sent;
-  sent.clear();
   const yajl_gen gen = yajl_gen_alloc(nullptr);
-  yajl_gen_config(gen, yajl_gen_print_callback, append, &sent);
   yajl_gen_map_open(gen);
   string(gen, "jsonrpc");
   string(gen, "2.0");
@@ -148,8 +141,11 @@ std::size_t floor(const std::string& request) {
   string(gen, "result");
   yajl_gen_integer(gen, 4800);
   yajl_gen_map_close(gen);
+  const unsigned char* text;
+  size_t length;
+  yajl_gen_get_buf(gen, &text, &length);
   yajl_gen_free(gen);
-  return sent.size();
+  return length;
 }
 
 std::size_t ours(const std::string& request) {
@@ -159,11 +155,11 @@ std::size_t ours(const std::string& request) {
   static JSON_RPC_Reader reader;
   channel->sent.clear();
   if (!reader.open()) give_up("the reader does not open");
-  reader.channel(weak);
   if (!reader.read(request.data(), request.size())) give_up("the reader refuses the request");
-  const JSON_RPC_Object_var object = reader.object();
+  if (JSON_RPC_Dispatcher::instance()->dispatch(weak, *reader.message()) != 0) {
+    give_up("not dispatched");
+  }
   reader.close();
-  if (JSON_RPC_Dispatcher::instance()->dispatch(weak, object) != 0) give_up("not dispatched");
   return channel->sent.size();
 }
 

@@ -78,7 +78,7 @@ bool JSON_RPC_Reader::handle_key_i(unsigned int key, const char* text, std::size
 
 bool JSON_RPC_Reader::handle_version_i(const char* text, std::size_t length) {
   version_.assign(text, length);
-  if (message() != nullptr) message()->version = version_;
+  if (built() != nullptr) built()->version = version_;
   return true;
 }
 
@@ -97,10 +97,10 @@ bool JSON_RPC_Reader::handle_id_i(const char* text, std::size_t length) {
     default:
       return fail(ERROR_EVENT);
   }
-  if (message() != nullptr) {
-    message()->id = id_;
-    if (message()->type == JSON_RPC_Object::TYPE_NOTIFY)
-      message()->type = JSON_RPC_Object::TYPE_REQUEST;
+  if (built() != nullptr) {
+    built()->id = id_;
+    if (built()->type == JSON_RPC_Object::TYPE_NOTIFY)
+      built()->type = JSON_RPC_Object::TYPE_REQUEST;
   }
   return true;
 }
@@ -192,31 +192,31 @@ bool JSON_RPC_Reader::take(JSON_RPC_Object* object) {
     errno = ENOMEM;
     return fail(ERROR_NO_MEMORY);
   }
-  message()->version = version_;
-  message()->id = id_;
+  built()->version = version_;
+  built()->id = id_;
   return true;
 }
 
 bool JSON_RPC_Reader::prepare_request() {
-  if (message() != nullptr) {
-    return message()->type == JSON_RPC_Object::TYPE_REQUEST ||
-           message()->type == JSON_RPC_Object::TYPE_NOTIFY || fail(ERROR_EVENT);
+  if (built() != nullptr) {
+    return built()->type == JSON_RPC_Object::TYPE_REQUEST ||
+           built()->type == JSON_RPC_Object::TYPE_NOTIFY || fail(ERROR_EVENT);
   }
   if (!take(make_request())) return false;
-  if (id_.is_null()) message()->type = JSON_RPC_Object::TYPE_NOTIFY;
+  if (id_.is_null()) built()->type = JSON_RPC_Object::TYPE_NOTIFY;
   return true;
 }
 
 bool JSON_RPC_Reader::prepare_response() {
-  if (message() != nullptr) {
-    return message()->type == JSON_RPC_Object::TYPE_RESPONSE || fail(ERROR_EVENT);
+  if (built() != nullptr) {
+    return built()->type == JSON_RPC_Object::TYPE_RESPONSE || fail(ERROR_EVENT);
   }
   return take(new (std::nothrow) JSON_RPC_Response(nullptr));
 }
 
 bool JSON_RPC_Reader::prepare_response_error() {
-  if (message() != nullptr) {
-    return message()->type == JSON_RPC_Object::TYPE_RESPONSE_ERROR || fail(ERROR_EVENT);
+  if (built() != nullptr) {
+    return built()->type == JSON_RPC_Object::TYPE_RESPONSE_ERROR || fail(ERROR_EVENT);
   }
   return take(new (std::nothrow) JSON_RPC_Response_Error);
 }
@@ -256,8 +256,8 @@ int JSON_RPC_Reader::forward_request(const char*, std::size_t) { return 0; }
 
 int JSON_RPC_Reader::filter_request(const char* text, std::size_t length) {
   if ((reported() & METHOD_BIT) == 0) return 0;
-  if (message() == nullptr || (message()->type != JSON_RPC_Object::TYPE_NOTIFY &&
-                               message()->type != JSON_RPC_Object::TYPE_REQUEST)) {
+  if (built() == nullptr || (built()->type != JSON_RPC_Object::TYPE_NOTIFY &&
+                             built()->type != JSON_RPC_Object::TYPE_REQUEST)) {
     return -1;
   }
   JSON_RPC_Params_Handler_Creator* const creator =
@@ -281,8 +281,8 @@ int JSON_RPC_Reader::replay_into_owned_handler(const char* text, std::size_t len
 
 int JSON_RPC_Reader::filter_response(const char* text, std::size_t length) {
   if ((reported() & ID_BIT) == 0 || id_.type() != json_spirit::int_type) return 0;
-  if (message() == nullptr || (message()->type != JSON_RPC_Object::TYPE_RESPONSE &&
-                               message()->type != JSON_RPC_Object::TYPE_RESPONSE_ERROR)) {
+  if (built() == nullptr || (built()->type != JSON_RPC_Object::TYPE_RESPONSE &&
+                             built()->type != JSON_RPC_Object::TYPE_RESPONSE_ERROR)) {
     return -1;
   }
   owned_handler_.reset(handler_);
@@ -292,7 +292,7 @@ int JSON_RPC_Reader::filter_response(const char* text, std::size_t length) {
 int JSON_RPC_Reader::forward_response(const char* text, std::size_t length) {
   // What has become an object stays one, or it would be relayed and dispatched as well; an object
   // for a filter is no more than where its result goes.
-  if (message() != nullptr && (mode_ & FILTER_RESPONSE_MODE) == 0) return 0;
+  if (built() != nullptr && (mode_ & FILTER_RESPONSE_MODE) == 0) return 0;
   const unsigned int masks = reported();
   if ((masks & ID_BIT) == 0 || id_.type() != json_spirit::int_type) return 0;
   // Ids that this process handed out are positive ints; a larger number must not be cut down to

@@ -58,6 +58,9 @@ public:
 
   /// The message; null while none was built, and for a forwarded response.
   JSON_RPC_Object_var object() const { return object_ ? *object_ : JSON_RPC_Object_var(); }
+  /// The reader's own handle of it, or null: for whoever dispatches before the next open(), clear()
+  /// or close(), and spares a copy.
+  const JSON_RPC_Object_var* message() const { return object_ ? &*object_ : nullptr; }
 
   /// Whether a params handler took the params of this request.
   bool handled_indirectly() const { return handled_indirectly_; }
@@ -117,7 +120,7 @@ private:
   void drop_owned_handler();
   void release_lock();
 
-  JSON_RPC_Object* message() { return object_ ? object_->get() : nullptr; }
+  JSON_RPC_Object* built() { return object_ ? object_->get() : nullptr; }
   template <typename T>
   T& object_as() {
     return static_cast<T&>(**object_);

@@ -197,20 +197,20 @@ void Inbound::end_text() {
 }
 
 void Inbound::deliver() {
-  const JSON_RPC_Object_var object = reader_->object();
-  if (object.get() == nullptr) {
+  const JSON_RPC_Object_var* const message = reader_->message();
+  if (message == nullptr) {
     if (reader_->state() != JSON_RPC_Reader::STATE_FORWARDING) bad(JSON_RPC_INVALID_REQUEST);
     return;
   }
+  const JSON_RPC_Object& object = **message;
   const bool call =
-      object->type == JSON_RPC_Object::TYPE_REQUEST || object->type == JSON_RPC_Object::TYPE_NOTIFY;
-  if (call && static_cast<const JSON_RPC_Request&>(*object).method.empty()) {
+      object.type == JSON_RPC_Object::TYPE_REQUEST || object.type == JSON_RPC_Object::TYPE_NOTIFY;
+  if (call && static_cast<const JSON_RPC_Request&>(object).method.empty()) {
     bad(JSON_RPC_INVALID_REQUEST);
     return;
   }
   bad_in_a_row_ = 0;
-  reader_->close();  // the reader's own handle goes first: the message belongs to its handler
-  sink_.message(object);
+  sink_.message(*message);
 }
 
 /// The text is no message. It is answered once, unless it pretended to be an answer.
