@@ -69,6 +69,18 @@ void load(const char* path) {
   failed += load_json_config(path, reader);
 }
 
+/// The number that an option's text begins with; 0 where it begins with none. Kept: what is wrong
+/// with it changes nothing, but it is counted, for a host that checks its configuration.
+std::size_t number(char* text) {
+  char* stop = nullptr;
+  const std::size_t value = natoi<std::size_t>(text, nullptr, &stop);
+  if (errno != 0 || *stop != '\0') {
+    ++failed;
+    VEXA_WARNING("The JSON_RPC_Service option value '%s' is read as %B.\n", text, value);
+  }
+  return value;
+}
+
 /// The option that was not understood, as it was written (but without a value behind "=").
 std::string option_text(ACE_Get_Opt& options) {
   const std::string name = options.last_option();
@@ -117,21 +129,25 @@ int JSON_RPC_Service::parse_args(int argc, char** argv) {
       case 'r':
         load<JSON_RESTful_Conf>(argument);
         break;
-      // A text that is no number reads as 0.
       case 'n':
-        threads_ = natoi<std::size_t>(argument);
+        threads_ = number(argument);
         break;
       case 'h':
-        high_water_mark_ = natoi<std::size_t>(argument);
+        high_water_mark_ = number(argument);
         break;
       case 'l':
-        low_water_mark_ = natoi<std::size_t>(argument);
+        low_water_mark_ = number(argument);
         break;
       default:
         ++failed;
         VEXA_ERROR("Unknown JSON_RPC_Service option %s\n", option_text(options).c_str());
         break;
     }
+  }
+  for (int i = options.opt_ind(); i < argc; ++i) {
+    if (*argv[i] == '-') continue;  // an option without its argument, which has been counted
+    ++failed;
+    VEXA_WARNING("The JSON_RPC_Service argument '%s' is ignored.\n", argv[i]);
   }
   return 0;
 }
