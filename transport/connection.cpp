@@ -93,7 +93,9 @@ void Connection::start(const Stream_Channel::Addresses& addresses) {
   });
 }
 
+/// Reads on, unless that is under way: a connection that is drained begins to linger in mid-read.
 void Connection::read() {
+  if (std::exchange(reading_, true)) return;
   socket_.async_read_some(asio::buffer(input_),
                           [self = shared_from_this()](const error_code& error, std::size_t length) {
                             self->on_read(error, length);
@@ -117,6 +119,7 @@ void Connection::guarded(Operation operation) {
 }
 
 void Connection::on_read(const error_code& error, std::size_t length) {
+  reading_ = false;
   guarded([&] { take_input(error, length); });
 }
 

@@ -85,6 +85,7 @@ private:
   std::string label_;                 // for log lines
   std::unique_ptr<Inbound> inbound_;
 
+  bool reading_ = false;          // a read of the socket is pending
   bool paused_ = false;           // not read: the channel owes too much
   bool input_ended_ = false;      // the peer sends no more
   bool stopped_reading_ = false;  // what the peer sends is not wanted any more

@@ -6,7 +6,6 @@
 #include <new>
 
 #include "json_rpc/json_rpc_dispatcher.h"
-#include "json_rpc/json_rpc_params_handler_map.h"
 #include "transport/owed_request.h"
 #include "vexa/adopt.h"
 #include "vexa/log.h"

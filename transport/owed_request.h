@@ -6,8 +6,6 @@
 
 namespace transport {
 
-class Stream_Channel;
-
 /// Whoever owes the answers of a channel's requests.
 class Answer_Debt {
 public:
