@@ -1,8 +1,8 @@
 # The one front door. `make run` and `make test` do everything, Debian's packages included.
 
-BUILD_PACKAGES := g++ cmake ninja-build libace-dev libyajl-dev libboost-dev \
-                  libcli11-dev
-TEST_PACKAGES  := libgtest-dev libgmock-dev
+BUILD_PACKAGES := g++ cmake ninja-build libace-dev libace-ssl-dev libssl-dev \
+                  libyajl-dev libboost-dev libcli11-dev
+TEST_PACKAGES  := libgtest-dev libgmock-dev openssl
 BENCH_PACKAGES := libbenchmark-dev valgrind
 CHECK_PACKAGES := clang-format clang-tidy
 JOBS ?= $(shell nproc)

@@ -1,0 +1,540 @@
+#include "vexa/http_session.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <ostream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/support/log_capture.h"
+#include "tests/support/scripted_http_server.h"
+#include "vexa/http_session_factory.h"
+#include "vexa/http_session_url.h"
+
+namespace {
+
+typedef Scripted_Reply Reply;
+
+const char ok[] = "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\n{}";
+
+HTTP_Session_var session_to(unsigned short port, int timeout = 5, int flags = 0) {
+  return HTTP_Session_Factory::create("127.0.0.1", port, false, nullptr, 3, nullptr, false, timeout,
+                                      timeout, timeout, flags);
+}
+
+struct Outcome {
+  int error = 0;
+  int status = 0;
+  bool has_body = false;
+  std::string body;
+  bool operator==(const Outcome& other) const {
+    return error == other.error && status == other.status && has_body == other.has_body &&
+           body == other.body;
+  }
+};
+
+std::ostream& operator<<(std::ostream& out, const Outcome& o) {
+  return out << "errno " << o.error << ", status " << o.status << ", body " << o.has_body << " \""
+             << o.body.substr(0, 100) << '"';
+}
+
+/// The rest of the exchange.
+Outcome receive(const HTTP_Connection_var& connection, std::size_t block = 4096) {
+  Outcome outcome;
+  HTTP_Response response;
+  if (connection.get() == nullptr) {
+    outcome.error = errno;
+    return outcome;
+  }
+  if (connection->recv_header(response) == -1) {
+    outcome.error = connection->error();
+    EXPECT_EQ(HTTP_SOCK_STATE_CLOSED, connection->state());
+    return outcome;
+  }
+  outcome.status = response.status();
+  outcome.has_body = response.has_body();
+  EXPECT_TRUE(outcome.has_body || connection->state() == HTTP_SOCK_STATE_CONTENT_RECEIVED);
+  std::vector<char> data(block);
+  while (connection->state() != HTTP_SOCK_STATE_CONTENT_RECEIVED) {
+    const ssize_t got = connection->recv(data.data(), data.size());
+    if (got == -1) {
+      outcome.error = connection->error();
+      break;
+    }
+    EXPECT_TRUE(got > 0 || connection->state() == HTTP_SOCK_STATE_CONTENT_RECEIVED);
+    outcome.body.append(data.data(), static_cast<std::size_t>(got));
+  }
+  return outcome;
+}
+
+Outcome call(const HTTP_Session_var& session, int method = HTTP_METHOD_GET) {
+  return receive(session->send_request(HTTP_Request(method, "/")));
+}
+
+std::string repeated(const char* text, int times) {
+  std::string all;
+  for (int i = 0; i < times; ++i) all += text;
+  return all;
+}
+
+}  // namespace
+
+TEST(HttpSessionTest, EveryKindOfResponseIsReadHoweverItIsCut) {
+  const std::string chunked = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n";
+  const std::string big(300000, 'x');
+  const struct {
+    int method;
+    std::string text;
+    Outcome outcome;
+    bool kept;  // whether the connection serves the next request too
+  } cases[] = {
+      {3, ok, {0, 200, true, "{}"}, true},
+      {3,
+       "HTTP/1.1 404 \r\nContent-Length: 3\r\nConnection: close\r\n\r\nabc",
+       {0, 404, true, "abc"},
+       false},
+      {3, "HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n", {0, 200, false, ""}, true},
+      {3, "HTTP/1.1 204 No Content\r\n\r\n", {0, 204, false, ""}, true},
+      {3, "HTTP/1.1 304 Not Modified\r\nContent-Length: 9\r\n\r\n", {0, 304, false, ""}, true},
+      {4, "HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\n", {0, 200, false, ""}, true},
+      {4, "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n", {0, 200, false, ""}, true},
+      {3, "HTTP/1.1 200 OK\r\n\r\nuntil the end", {0, 200, true, "until the end"}, false},
+      {3, "HTTP/1.0 200 OK\r\nContent-Length: 2\r\n\r\n{}", {0, 200, true, "{}"}, false},
+      {3,
+       "HTTP/1.0 200 OK\r\nConnection: Keep-Alive\r\nContent-Length: 2\r\n\r\n{}",
+       {0, 200, true, "{}"},
+       true},
+      {3,
+       "HTTP/1.1 200 OK\r\nKeep-Alive: max=9, timeout=1\r\nContent-Length: 2\r\n\r\n{}",
+       {0, 200, true, "{}"},
+       false},
+      {3,
+       chunked + "3\r\nabc\r\n00A;name=\"v;\\\"\";x\r\n0123456789\r\n0\r\n\r\n",
+       {0, 200, true, "abc0123456789"},
+       true},
+      {3,
+       chunked + "1;a=b\r\nx\r\n0;last\r\nX-Sum: 1\r\nX-More: 2\r\n\r\n",
+       {0, 200, true, "x"},
+       true},
+      {3, chunked + "0\r\n\r\n", {0, 200, true, ""}, true},
+      {3,
+       "HTTP/1.1 100 Continue\r\n\r\nHTTP/1.1 103 Early Hints\r\nLink: a\r\n\r\n" + std::string(ok),
+       {0, 200, true, "{}"},
+       true},
+      {3, "HTTP/1.1 200 OK\r\nContent-Length: 3\r\n\r\nab", {ECONNRESET, 200, true, "ab"}, false},
+      {3, chunked + "3\r\nab", {ECONNRESET, 200, true, "ab"}, false},
+      {3, chunked + "3\r\nabc\r\n", {ECONNRESET, 200, true, "abc"}, false},
+      {3, chunked + "3\r\nabcd\r\n0\r\n\r\n", {EPROTO, 200, true, "abc"}, false},
+      {3, chunked + "3\r\nabc\r\nx\r\n", {EPROTO, 200, true, "abc"}, false},
+      {3, "", {ECONNRESET, 0, false, ""}, false},
+      {3, "HTTP/1.1 200 OK\r\nContent-Le", {ECONNRESET, 0, false, ""}, false},
+      {3, "SSH-2.0-OpenSSH_9.2\r\n\r\n", {EPROTO, 0, false, ""}, false},
+      {3, "HTTP/2.0 200 OK\r\n\r\n", {EPROTO, 0, false, ""}, false},
+      {3,
+       "HTTP/1.1 200 OK\r\nContent-Length: 2\r\nContent-Length: 3\r\n\r\nab",
+       {EPROTO, 0, false, ""},
+       false},
+      {3,
+       "HTTP/1.1 200 OK\r\nContent-Length: 2\r\nTransfer-Encoding: chunked\r\n\r\nab",
+       {EPROTO, 0, false, ""},
+       false},
+      {3, "HTTP/1.1 101 Switching Protocols\r\nUpgrade: x\r\n\r\n", {EPROTO, 0, false, ""}, false},
+      {3, repeated("HTTP/1.1 100 Continue\r\n\r\n", 200), {EPROTO, 0, false, ""}, false},
+      {3,
+       "HTTP/1.1 200 OK\r\nX: " + std::string(65495, 'x') + "\r\nContent-Length: 2\r\n\r\n{}",
+       {EMSGSIZE, 0, false, ""},
+       false},
+      {3,
+       "HTTP/1.1 200 OK\r\nX: " + std::string(65490, 'x') + "\r\nContent-Length: 2\r\n\r\n{}",
+       {0, 200, true, "{}"},
+       true},
+      {3, "HTTP/1.1 200 OK\r\n" + repeated("X: y\r\n", 20000), {EMSGSIZE, 0, false, ""}, false},
+      {3, chunked + "1;" + std::string(100000, 'x') + "\r\n", {EMSGSIZE, 200, true, ""}, false},
+      {3, chunked + "0\r\nX: " + std::string(100000, 'x'), {EMSGSIZE, 200, true, ""}, false},
+      {3, "HTTP/1.1 200 OK\r\nContent-Length: 300000\r\n\r\n" + big, {0, 200, true, big}, true},
+      {3, chunked + "493e0\r\n" + big + "\r\n0\r\n\r\n", {0, 200, true, big}, true},
+      {3, "HTTP/1.1 200 OK\r\n\r\n" + big, {0, 200, true, big}, false},
+  };
+  Log_Capture log;
+  for (const auto& c : cases) {
+    for (const std::size_t piece : {std::size_t(0), c.text.size() < 3000 ? std::size_t(1) : 4097}) {
+      for (const std::size_t block : {1, 4096, 100000}) {
+        if (block == 1 && c.text.size() > 200000) continue;
+        SCOPED_TRACE(c.text.substr(0, 120) + " in pieces of " + std::to_string(piece));
+        const Reply::Then then = c.kept ? Reply::keep : Reply::close;
+        Scripted_HTTP_Server server({{{c.text, then, piece}, {ok}}, {{ok}}});
+        const HTTP_Session_var session = session_to(server.port());
+        const HTTP_Request request(c.method, "/");
+        EXPECT_EQ(c.outcome, receive(session->send_request(request), block));
+        EXPECT_EQ((Outcome{0, 200, true, "{}"}), call(session));
+        EXPECT_EQ(c.kept ? 1 : 2, server.connections());
+      }
+    }
+  }
+}
+
+TEST(HttpSessionTest, AConnectionThatSaysMoreThanItWasAskedIsNotUsedAgain) {
+  Scripted_HTTP_Server server({{{std::string(ok) + "HTTP/1.1 500 No\r\n\r\n"}}, {{ok}}});
+  const HTTP_Session_var session = session_to(server.port());
+  for (int i = 0; i < 2; ++i) EXPECT_EQ((Outcome{0, 200, true, "{}"}), call(session));
+  EXPECT_EQ(2, server.connections());
+}
+
+TEST(HttpSessionTest, RequestsAreFramedAsTheySay) {
+  const struct {
+    int method;
+    const char* header;
+    const char* value;
+    std::vector<const char*> body;
+    const char* framing;  // the rest of the request, from the last header line on
+  } cases[] = {
+      {HTTP_METHOD_GET, nullptr, nullptr, {}, "q=0.5\r\n\r\n"},
+      {HTTP_METHOD_GET, "Content-Length", "5", {}, "q=0.5\r\n\r\n"},
+      {HTTP_METHOD_DELETE, "Transfer-Encoding", "chunked", {}, "q=0.5\r\n\r\n"},
+      {HTTP_METHOD_DELETE, "Content-Length", "2", {"{}"}, "Content-Length: 2\r\n\r\n{}"},
+      {HTTP_METHOD_POST, nullptr, nullptr, {}, "Content-Length: 0\r\n\r\n"},
+      {HTTP_METHOD_POST, "Content-Length", "7", {}, "Content-Length: 0\r\n\r\n"},
+      {HTTP_METHOD_POST,
+       "Content-Length",
+       "4",
+       {"[", "1", "]\n"},
+       "Content-Length: 4\r\n\r\n[1]\n"},
+      {HTTP_METHOD_PUT, "Transfer-Encoding", "chunked", {}, "g: chunked\r\n\r\n0\r\n\r\n"},
+      {HTTP_METHOD_PUT,
+       nullptr,
+       nullptr,
+       {"[", "", "1]"},
+       "g: chunked\r\n\r\n3\r\n[1]\r\n0\r\n\r\n"},
+      {HTTP_METHOD_PATCH, "X-Y", "z", {"{}"}, "g: chunked\r\n\r\n2\r\n{}\r\n0\r\n\r\n"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.framing);
+    Scripted_HTTP_Server server({{{ok}}});
+    const HTTP_Session_var session = session_to(server.port());
+    HTTP_Request request(c.method, "/path?q");
+    if (c.header != nullptr) request.headers().put(c.header, c.value);
+    const HTTP_Connection_var connection = session->send_request(request);
+    for (const char* text : c.body) connection->send(text, std::strlen(text));
+    EXPECT_EQ((Outcome{0, 200, true, "{}"}), receive(connection));
+    const std::string sent = server.request();
+    const std::string end(c.framing);
+    ASSERT_LT(end.size(), sent.size());
+    EXPECT_EQ(end, sent.substr(sent.size() - end.size()));
+    EXPECT_EQ(std::string(http_method_name(c.method)) +
+                  " /path?q HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(server.port()) + "\r\n",
+              sent.substr(0, sent.find("\r\n", sent.find("Host")) + 2));
+    EXPECT_NE(std::string::npos, sent.find("\r\nUser-Agent: "));
+  }
+}
+
+TEST(HttpSessionTest, LargeBodiesGoOutInPiecesThatTheServerPutsTogether) {
+  for (const bool chunked : {false, true}) {
+    Scripted_HTTP_Server server({{{ok}}});
+    const HTTP_Session_var session = session_to(server.port());
+    HTTP_Request request(HTTP_METHOD_POST, "/");
+    if (!chunked) request.content_length(1500015);
+    const HTTP_Connection_var connection = session->send_request(request);
+    std::string body;
+    for (const std::size_t size : {15, 16370, 16384, 16385, 1450861}) {
+      const std::string part(size, static_cast<char>('a' + body.size() % 7));
+      EXPECT_EQ(static_cast<ssize_t>(size), connection->send(part.data(), size));
+      body += part;
+    }
+    EXPECT_EQ((Outcome{0, 200, true, "{}"}), receive(connection));
+    std::string sent = server.request();
+    sent.erase(0, sent.find("\r\n\r\n") + 4);
+    std::string taken = chunked ? "" : sent;
+    for (std::size_t at = 0; chunked && at < sent.size();) {
+      const std::size_t length = std::strtoul(sent.c_str() + at, nullptr, 16);
+      at = sent.find("\r\n", at) + 2;
+      taken += sent.substr(at, length);
+      at += length + 2;
+    }
+    EXPECT_TRUE(body == taken) << chunked << ' ' << taken.size();
+  }
+}
+
+TEST(HttpSessionTest, ABodyThatDoesNotFitItsRequestIsRefused) {
+  const struct {
+    int method;
+    const char* length;
+    const char* body;
+    bool at_send;
+  } cases[] = {{HTTP_METHOD_GET, nullptr, "x", true},
+               {HTTP_METHOD_POST, "1", "xy", true},
+               {HTTP_METHOD_POST, "3", "xy", false}};
+  Log_Capture log;
+  for (const auto& c : cases) {
+    Scripted_HTTP_Server server({{{ok}}});
+    HTTP_Request request(c.method, "/");
+    if (c.length != nullptr) request.headers().put("Content-Length", c.length);
+    const HTTP_Connection_var connection = session_to(server.port())->send_request(request);
+    EXPECT_EQ(c.at_send, connection->send(c.body, std::strlen(c.body)) == -1);
+    EXPECT_EQ((Outcome{EINVAL, 0, false, ""}), receive(connection));
+  }
+}
+
+TEST(HttpSessionTest, ARequestThatWouldBreakItsLinesIsNotSent) {
+  Log_Capture log;
+  Scripted_HTTP_Server server({{{ok}}});
+  const HTTP_Session_var session = session_to(server.port());
+  std::vector<HTTP_Request> requests;
+  for (const std::string& uri :
+       {std::string("/a\r\nX: y"), std::string("/a b"), std::string("/\n"), std::string("/\0", 2),
+        std::string("a"), std::string("*"), std::string("http://127.0.0.1/"), std::string()}) {
+    requests.emplace_back();
+    requests.back().uri(uri);
+  }
+  requests.emplace_back(HTTP_METHOD_CONNECT, "/");
+  requests.emplace_back(7, "/");
+  requests.emplace_back();
+  requests.back().headers().put("X", "a\r\nY: b");
+  for (const char* length : {"", "-1", "+1", "1x", "18446744073709551616"}) {
+    requests.emplace_back(HTTP_METHOD_POST, "/");
+    requests.back().headers().put("Content-Length", length);
+  }
+  for (const HTTP_Request& request : requests) {
+    Log_Capture log;
+    EXPECT_EQ(nullptr, session->send_request(request).get());
+    EXPECT_EQ(EINVAL, errno);
+    EXPECT_EQ(1u, log.count("HTTP request refused, ")) << request.uri();
+    EXPECT_EQ(1u, log.size());
+  }
+  EXPECT_EQ(0, server.connections());
+  HTTP_Request request;
+  request.uri("/a\r\nX: y");
+  EXPECT_EQ("http://127.0.0.1:" + std::to_string(server.port()) + "/a??X: y",
+            std::string(HTTP_Session_URL(session, request).c_str()));
+  EXPECT_STREQ("/a??X: y", HTTP_Session_URL(HTTP_Session_var(), request).c_str());
+}
+
+TEST(HttpSessionTest, DefaultFieldsGoWhereTheRequestHasNone) {
+  Scripted_HTTP_Server server({{{ok}, {ok}}});
+  const HTTP_Session_var session = session_to(server.port());
+  session->headers().put("X-Key", "default");
+  session->headers().put(HTTP_HEAD_ACCEPT, "text/plain");
+  EXPECT_EQ(200, call(session).status);
+  EXPECT_NE(std::string::npos, server.request().find("X-Key: default\r\nAccept: text/plain\r\n"));
+  EXPECT_EQ(std::string::npos, server.request().find("application/json"));
+  HTTP_Request request;
+  request.headers().put("x-key", "own");
+  request.headers().put("Host", "other");
+  receive(session->send_request(request));
+  EXPECT_NE(std::string::npos, server.request().find("\r\nx-key: own\r\nHost: other\r\n"));
+  EXPECT_EQ(std::string::npos, server.request().find("default"));
+  EXPECT_EQ(std::string::npos, server.request().find("Host: 127"));
+}
+
+TEST(HttpSessionTest, AConnectionThatTheServerClosedIsReplacedWhereNothingCanBeDoneTwice) {
+  enum { gone, gone_with_request, reset };
+  const struct {
+    int how;
+    int method;
+    std::size_t body;
+    bool served;
+  } cases[] = {
+      {gone, HTTP_METHOD_GET, 0, true},
+      {gone, HTTP_METHOD_POST, 100000, true},
+      {gone_with_request, HTTP_METHOD_GET, 0, true},
+      {gone_with_request, HTTP_METHOD_PUT, 5, true},
+      {gone_with_request, HTTP_METHOD_POST, 5, false},
+      {gone_with_request, HTTP_METHOD_PUT, 20000, false},
+      {reset, HTTP_METHOD_DELETE, 0, true},
+      {reset, HTTP_METHOD_POST, 0, false},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(std::string(http_method_name(c.method)) + " after " + std::to_string(c.how));
+    std::vector<Scripted_HTTP_Server::Connection> script = {{{ok}}, {{ok}}};
+    if (c.how == gone) script[0][0].then = Reply::close;
+    if (c.how != gone) script[0].push_back({"", c.how == reset ? Reply::reset : Reply::close});
+    Scripted_HTTP_Server server(script);
+    const HTTP_Session_var session = session_to(server.port());
+    EXPECT_EQ(200, call(session).status);
+    if (c.how == gone) ::usleep(20000);  // its end is on the way
+    const HTTP_Connection_var connection = session->send_request(HTTP_Request(c.method, "/"));
+    ASSERT_NE(nullptr, connection.get());
+    const std::string body(c.body, 'x');
+    const bool sent = connection->send(body.data(), body.size()) != -1;
+    EXPECT_EQ(c.served ? 200 : 0, receive(connection).status);
+    EXPECT_EQ(c.served ? 0 : ECONNRESET, sent ? connection->error() : ECONNRESET);
+    EXPECT_EQ(c.served ? 2 : 1, server.connections());
+  }
+}
+
+TEST(HttpSessionTest, ARequestOfWhichTheOldConnectionTookNothingIsSentAgainWhateverItsMethod) {
+  for (const std::size_t size : {0, 5, 100000}) {
+    Scripted_HTTP_Server server({{{ok}}, {{ok}}});
+    const HTTP_Session_var session = session_to(server.port());
+    EXPECT_EQ(200, call(session).status);
+    const HTTP_Connection_var connection =
+        session->send_request(HTTP_Request(HTTP_METHOD_POST, "/"));
+    server.cut();
+    const std::string body(size, 'x');
+    EXPECT_EQ(static_cast<ssize_t>(size), connection->send(body.data(), size));
+    EXPECT_EQ((Outcome{0, 200, true, "{}"}), receive(connection));
+    const std::string sent = server.request();
+    EXPECT_EQ(size, static_cast<std::size_t>(std::count(sent.begin(), sent.end(), 'x')) -
+                        1);  // and that of libvexa
+  }
+}
+
+TEST(HttpSessionTest, AConnectionServesNextWhenTheRestOfALeftBodyIsHere) {
+  for (const bool here : {true, false}) {
+    Scripted_HTTP_Server server(
+        {{{here ? ok : "HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\n{}"}, {ok}}, {{ok}}});
+    const HTTP_Session_var session = session_to(server.port());
+    HTTP_Response response;
+    EXPECT_EQ(0, session->send_request(HTTP_Request())->recv_header(response));
+    EXPECT_EQ(200, call(session).status);
+    EXPECT_EQ(here ? 1 : 2, server.connections());
+  }
+}
+
+TEST(HttpSessionTest, ConnectionsAreNotKeptAgainstTheWill) {
+  for (const bool by_flag : {true, false}) {
+    Scripted_HTTP_Server server({{{ok, Reply::keep}}, {{ok}}});
+    const HTTP_Session_var session =
+        session_to(server.port(), 5, by_flag ? HTTP_SESSION_NO_KEEP_ALIVE : 0);
+    HTTP_Request request;
+    request.keep_alive(by_flag);
+    EXPECT_EQ(200, receive(session->send_request(request)).status);
+    EXPECT_NE(std::string::npos, server.request().find("\r\nConnection: close\r\n"));
+    EXPECT_EQ(std::string::npos, server.request().find("Keep-Alive"));
+    EXPECT_EQ(200, receive(session->send_request(request)).status);
+    EXPECT_EQ(2, server.connections());
+  }
+}
+
+TEST(HttpSessionTest, EachWaitHasItsLimit) {
+  const std::string body(8000000, 'x');
+  const struct {
+    const char* text;
+    std::size_t body;
+  } cases[] = {{"", 0},
+               {"HTTP/1.1 200 OK\r\nContent-", 0},
+               {"HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\nab", 0},
+               {"", body.size()}};
+  for (const auto& c : cases) {
+    Scripted_HTTP_Server server({{{c.text, Reply::stall, 0, true}}});
+    const auto start = std::chrono::steady_clock::now();
+    HTTP_Request request(HTTP_METHOD_POST, "/");
+    request.content_length(c.body);
+    const HTTP_Connection_var connection = session_to(server.port(), 1)->send_request(request);
+    const bool sent = connection->send(body.data(), c.body) != -1;
+    EXPECT_EQ(c.body == 0, sent);
+    EXPECT_EQ(ETIMEDOUT, receive(connection).error);
+    const auto took = std::chrono::steady_clock::now() - start;
+    EXPECT_GT(took, std::chrono::milliseconds(900));
+    EXPECT_LT(took, std::chrono::milliseconds(1900));
+  }
+}
+
+TEST(HttpSessionTest, AnAnswerBeforeTheEndOfTheBodyIsNotLost) {
+  const std::string refusal = "HTTP/1.1 413 Too Large\r\nContent-Length: 2\r\n\r\n{}";
+  const std::string body(8000000, 'x');
+  for (const Reply::Then then : {Reply::close, Reply::stall}) {
+    Scripted_HTTP_Server server({{{refusal, then, 0, true}}, {{ok}}});
+    const HTTP_Session_var session = session_to(server.port(), 1);
+    const HTTP_Connection_var connection =
+        session->send_request(HTTP_Request(HTTP_METHOD_POST, "/"));
+    for (int i = 0; i < 2; ++i) {
+      EXPECT_EQ(static_cast<ssize_t>(body.size()), connection->send(body.data(), body.size()));
+    }
+    EXPECT_EQ((Outcome{0, 413, true, "{}"}), receive(connection));
+    if (then == Reply::close) {  // the one that stalls is never told that its client has gone
+      EXPECT_EQ(200, call(session).status);
+    }
+  }
+}
+
+TEST(HttpSessionTest, CookiesOfTheServerComeBackUntilTheyAreCleared) {
+  const std::string set = "HTTP/1.1 200 OK\r\nContent-Length: 0\r\nSet-Cookie: a=1; Path=/\r\n";
+  for (const bool kept : {true, false}) {
+    Scripted_HTTP_Server server(
+        {{{set + "Set-Cookie: b=2; Path=/x\r\nSet-Cookie: s=3; Secure\r\n\r\n"},
+          {ok},
+          {ok},
+          {ok}}});
+    const HTTP_Session_var session =
+        session_to(server.port(), 5, kept ? 0 : HTTP_SESSION_NO_COOKIES);
+    HTTP_Request request(HTTP_METHOD_GET, "/x/y?z=/x");
+    receive(session->send_request(request));
+    receive(session->send_request(request));
+    EXPECT_EQ(kept, server.request().find("\r\nCookie: b=2; a=1\r\n") != std::string::npos);
+    request.headers().put(HTTP_HEAD_COOKIE, "own");
+    receive(session->send_request(request));
+    EXPECT_NE(std::string::npos, server.request().find("\r\nCookie: own\r\n"));
+    session->clear_cookie();
+    EXPECT_EQ(200, call(session).status);
+    EXPECT_EQ(std::string::npos, server.request().find("Cookie"));
+  }
+}
+
+TEST(HttpSessionTest, ThreadsShareASession) {
+  const std::string set = "HTTP/1.0 200 OK\r\nContent-Length: 0\r\nSet-Cookie: a=1\r\n\r\n";
+  Scripted_HTTP_Server server(std::vector<Scripted_HTTP_Server::Connection>(40, {{set}}));
+  const HTTP_Session_var session = session_to(server.port());
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i) {
+    threads.emplace_back([&session] {
+      for (int n = 0; n < 10; ++n) EXPECT_EQ(200, call(session).status);
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(40, server.connections());
+}
+
+TEST(HttpSessionFactoryTest, ArgumentsThatMakeNoSenseAreRefused) {
+  const auto make = [](const char* host, unsigned short port, const char* local, int families,
+                       int timeout, int flags) {
+    errno = 0;
+    return HTTP_Session_Factory::create(host, port, false, local, families, nullptr, false, timeout,
+                                        timeout, timeout, flags);
+  };
+  Log_Capture log;
+  for (const char* host : {"", "a b", "a/b", "a\r\nb", "user@host", "[::1", "a#b"}) {
+    EXPECT_EQ(nullptr, make(host, 80, nullptr, 3, 0, 0).get()) << host;
+    EXPECT_EQ(EINVAL, errno);
+  }
+  EXPECT_EQ(nullptr, make(nullptr, 80, nullptr, 3, 0, 0).get());
+  EXPECT_EQ(nullptr, make("h", 0, nullptr, 3, 0, 0).get());
+  EXPECT_EQ(nullptr, make("h", 80, "localhost", 3, 0, 0).get());
+  EXPECT_EQ(nullptr, make("h", 80, nullptr, 0, 0, 0).get());
+  EXPECT_EQ(nullptr, make("h", 80, nullptr, 4, 0, 0).get());
+  EXPECT_EQ(nullptr, make("h", 80, nullptr, 3, -1, 0).get());
+  EXPECT_EQ(nullptr, make("h", 80, nullptr, 3, 0, 16).get());
+  EXPECT_EQ(14u, log.count("Failed to make an HTTP session"));
+  EXPECT_EQ("h", make("h", 80, nullptr, 3, 0, 0)->authority());
+  EXPECT_EQ("h:443", make("h", 443, nullptr, 3, 0, 0)->authority());
+  EXPECT_EQ("[::1]:8080", make("[::1]", 8080, nullptr, 3, 0, 0)->authority());
+  EXPECT_EQ("[fe80::1]", make("fe80::1%eth0", 80, nullptr, 3, 0, 0)->authority());
+}
+
+TEST(HttpSessionFactoryTest, AConnectionKeepsToFamilyAndLocalAddress) {
+  Log_Capture log;
+  Scripted_HTTP_Server server({{{ok}}});
+  const auto call_from = [&](const char* host, const char* local, int families) {
+    return call(HTTP_Session_Factory::create(host, server.port(), false, local, families, nullptr,
+                                             false, 1, 1, 1, 0));
+  };
+  EXPECT_EQ(EHOSTUNREACH, call_from("127.0.0.1", nullptr, HTTP_SESSION_IPV6).error);
+  EXPECT_EQ(EHOSTUNREACH, call_from("no-such-host.invalid", nullptr, 3).error);
+  EXPECT_EQ(2u, log.count("Failed to resolve "));
+  EXPECT_EQ(EAFNOSUPPORT, call_from("127.0.0.1", "::1", 3).error);
+  EXPECT_EQ(EADDRNOTAVAIL, call_from("127.0.0.1", "192.0.2.1", 3).error);
+  EXPECT_EQ(200, call_from("127.0.0.1", "127.0.0.1", HTTP_SESSION_IPV4).status);
+}
+
+TEST(HttpSessionFactoryTest, ARefusedConnectionIsToldOnce) {
+  Log_Capture log;
+  unsigned short port;
+  { port = Scripted_HTTP_Server({}).port(); }
+  EXPECT_EQ(ECONNREFUSED, call(session_to(port)).error);
+  EXPECT_EQ(1u, log.texts(LM_ERROR).size());
+  EXPECT_EQ(1u, log.count("Failed to connect to 127.0.0.1:" + std::to_string(port)));
+}

@@ -1,0 +1,154 @@
+#include <ace/SSL/SSL_Context.h>
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <string>
+
+#include "tests/support/log_capture.h"
+#include "tests/support/scripted_http_server.h"
+#include "vexa/http_session_factory.h"
+
+namespace {
+
+const char ok[] = "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\n{}";
+
+/// A CA and certificates that it has signed, made by the openssl program for the run.
+class HttpTlsTest : public ::testing::Test {
+protected:
+  static void SetUpTestSuite() {
+    directory_ = ::testing::TempDir() + "tlsXXXXXX";
+    ASSERT_NE(nullptr, ::mkdtemp(&directory_[0]));
+    const std::string make =
+        "exec 2>log && key='-newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes' && "
+        "openssl req -x509 $key -keyout ca.key -out ca.pem -subj /CN=ca && "
+        "openssl req -x509 $key -keyout k -out c -subj /CN=x -addext subjectAltName=IP:127.0.0.1 "
+        "&& "
+        "cat c k >untrusted.pem && "
+        "sign() { openssl req -new $key -keyout k -out r -subj /CN=x && "
+        "printf \"subjectAltName=$2\" >e && openssl x509 -req -in r -CA ca.pem -CAkey ca.key "
+        "-CAcreateserial -extfile e -out c -days $3 && cat c k >$1.pem; } && "
+        "sign good DNS:localhost,IP:127.0.0.1 1 && sign other DNS:example.org,IP:127.0.0.2 1 && "
+        "sign expired DNS:localhost,IP:127.0.0.1 -1";
+    ASSERT_EQ(0, std::system(("cd " + directory_ + " && " + make).c_str()));
+    // What the system trusts is this CA, for sessions that are made from now on.
+    ::setenv("SSL_CERT_FILE", file("ca").c_str(), 1);
+  }
+  static void TearDownTestSuite() {
+    ::unsetenv("SSL_CERT_FILE");
+    EXPECT_EQ(0, std::system(("rm -r " + directory_).c_str()));
+  }
+  static std::string file(const std::string& name) { return directory_ + '/' + name + ".pem"; }
+
+  static HTTP_Session_var session_to(const Scripted_HTTP_Server& server,
+                                     const char* host = "127.0.0.1",
+                                     ACE_SSL_Context* context = nullptr, bool insecure = false,
+                                     int flags = 0, int conn_timeout = 5) {
+    return HTTP_Session_Factory::create(host, server.port(), true, nullptr, HTTP_SESSION_IPV4,
+                                        context, insecure, 5, 5, conn_timeout, flags);
+  }
+  /// The status, or minus the errno.
+  static int call(const HTTP_Session_var& session) {
+    HTTP_Response response;
+    const HTTP_Connection_var connection = session->send_request(HTTP_Request());
+    if (connection.get() == nullptr) return -errno;
+    if (connection->recv_header(response) == -1) return -connection->error();
+    char data[100];
+    while (connection->state() != HTTP_SOCK_STATE_CONTENT_RECEIVED) {
+      if (connection->recv(data, sizeof data) == -1) return -connection->error();
+    }
+    return response.status();
+  }
+
+  static std::string directory_;
+};
+
+std::string HttpTlsTest::directory_;
+
+}  // namespace
+
+TEST_F(HttpTlsTest, OnlyACertificateThatProvesTheNameIsAccepted) {
+  const struct {
+    const char* certificate;
+    const char* host;
+    bool insecure;
+    int flags;
+    const char* reason;  // null: accepted
+  } cases[] = {
+      {"good", "127.0.0.1", false, 0, nullptr},
+      {"good", "localhost", false, HTTP_SESSION_TLS_1_3, nullptr},
+      {"other", "127.0.0.1", false, 0, "IP address mismatch"},
+      {"other", "localhost", false, 0, "hostname mismatch"},
+      {"other", "localhost", false, HTTP_SESSION_ANY_HOST_NAME, nullptr},
+      {"expired", "localhost", false, 0, "certificate has expired"},
+      {"expired", "localhost", false, HTTP_SESSION_ANY_HOST_NAME, "certificate has expired"},
+      {"untrusted", "127.0.0.1", false, 0, "self-signed certificate"},
+      {"untrusted", "127.0.0.1", true, 0, nullptr},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(std::string(c.certificate) + " for " + c.host);
+    Log_Capture log;
+    Scripted_HTTP_Server server({{{ok}}}, file(c.certificate));
+    const HTTP_Session_var session = session_to(server, c.host, nullptr, c.insecure, c.flags);
+    EXPECT_EQ(c.reason == nullptr ? 200 : -EPROTO, call(session));
+    EXPECT_EQ(c.insecure ? 1u : 0u, log.texts(LM_WARNING).size());
+    const std::string line = "Failed to verify the certificate of " + session->authority() + ", " +
+                             (c.reason == nullptr ? "" : c.reason) + "\n";
+    EXPECT_EQ(c.reason != nullptr, log.contains(LM_ERROR, line));
+    EXPECT_EQ(c.reason != nullptr ? 1u : 0u, log.texts(LM_ERROR).size());
+  }
+}
+
+TEST_F(HttpTlsTest, AGivenContextIsUsedAsItIs) {
+  Log_Capture log;
+  ACE_SSL_Context trusting, verifying;
+  trusting.set_mode(ACE_SSL_Context::SSLv23_client);
+  verifying.set_mode(ACE_SSL_Context::SSLv23_client);
+  verifying.load_trusted_ca(file("untrusted").c_str(), nullptr, false);
+  verifying.set_verify_peer(1, 0, 0);
+  Scripted_HTTP_Server server({{{ok}}, {{ok}}, {{ok}}}, file("untrusted"));
+  EXPECT_EQ(200, call(session_to(server, "127.0.0.1", &trusting)));
+  EXPECT_EQ(200, call(session_to(server, "127.0.0.1", &verifying)));
+  EXPECT_EQ(-EPROTO, call(session_to(server, "localhost", &verifying)));
+}
+
+TEST_F(HttpTlsTest, AConnectionIsKeptAndReplacedAsWithoutTls) {
+  Scripted_HTTP_Server server({{{ok, Scripted_Reply::keep, 1}, {ok, Scripted_Reply::close}},
+                               {{ok}, {"", Scripted_Reply::reset}},
+                               {{ok}}},
+                              file("good"));
+  const HTTP_Session_var session = session_to(server);
+  EXPECT_EQ(200, call(session));
+  EXPECT_EQ(200, call(session));
+  EXPECT_EQ(1, server.connections());
+  EXPECT_EQ(200, call(session));
+  EXPECT_EQ(2, server.connections());
+  EXPECT_EQ(200, call(session));
+  EXPECT_EQ(3, server.connections());
+}
+
+TEST_F(HttpTlsTest, ABodyWithoutALengthEndsOnlyWhereTheServerSaysSo) {
+  for (const Scripted_Reply::Then then : {Scripted_Reply::close, Scripted_Reply::reset}) {
+    Scripted_HTTP_Server server({{{"HTTP/1.1 200 OK\r\n\r\n{}", then}}}, file("good"));
+    const int result = call(session_to(server));
+    EXPECT_EQ(then == Scripted_Reply::close ? 200 : -ECONNRESET, result);
+  }
+}
+
+TEST_F(HttpTlsTest, WritingToAServerThatHasGoneRaisesNoSignal) {
+  const std::string body(3000000, 'x');
+  Scripted_HTTP_Server server({{{"", Scripted_Reply::close, 0, true}}}, file("good"));
+  const HTTP_Connection_var connection =
+      session_to(server)->send_request(HTTP_Request(HTTP_METHOD_POST, "/"));
+  ssize_t sent = 0;
+  for (int i = 0; i < 5 && sent != -1; ++i) sent = connection->send(body.data(), body.size());
+  EXPECT_EQ(-1, sent);
+  EXPECT_TRUE(connection->error() == EPIPE || connection->error() == ECONNRESET);
+}
+
+TEST_F(HttpTlsTest, AHandshakeThatStallsOrMakesNoSenseFails) {
+  Log_Capture log;
+  Scripted_HTTP_Server plain({{}, {{"", Scripted_Reply::close, 0, true}}});
+  EXPECT_EQ(-ETIMEDOUT, call(session_to(plain, "127.0.0.1", nullptr, false, 0, 1)));
+  EXPECT_EQ(1u, log.count("TLS handshake with "));
+}
