@@ -10,10 +10,13 @@
 #include <iostream>
 #include <string>
 #include <thread>
+#include <utility>
 
+#include "host/agent_registration.h"
 #include "host/log_output.h"
 #include "host/options.h"
 #include "host/services.h"
+#include "json_rpc/global_json_rpc_channel.h"
 #include "json_rpc/json_rpc_thread_handler.h"
 #include "json_rpc/json_rpc_thread_pool_handler.h"
 #include "transport/server.h"
@@ -80,17 +83,45 @@ int check(Services& services, const Options& options, const Log_Output& log) {
   return good ? 0 : bad_configuration;
 }
 
-int serve(Services& services, const Options& options, const sigset_t& signals) {
-  transport::Server server(options.limits, options.threads);
+bool open_listeners(transport::Server& server, const Options& options) {
   for (const std::string& url : options.listen) {
     std::string bound;
     std::string error;
     if (server.listen(url, bound, error) != 0) {
       std::cerr << "json_rpc_host: cannot listen on " << url << ": " << error << '\n';
-      services.close();
-      return bad_start;
+      return false;
     }
     std::cout << "listening " << bound << '\n';
+  }
+  return true;
+}
+
+bool open_links(transport::Server& server, const Options& options) {
+  transport::Link_Options link;
+  if (!options.agent_id.empty()) {
+    link.greeting = agent_greeting(options.agent_id, options.agent_token);
+  }
+  bool is_default = options.default_link;
+  for (const std::string& url : options.connect) {
+    JSON_RPC_Channel_ptr channel(JSON_RPC_Channel::none());
+    std::string error;
+    if (server.connect(url, link, channel, error) != 0) {
+      std::cerr << "json_rpc_host: cannot connect to " << url << ": " << error << '\n';
+      return false;
+    }
+    if (std::exchange(is_default, false)) Global_JSON_RPC_Channel::instance(channel);
+  }
+  return true;
+}
+
+int serve(Services& services, const Options& options, const sigset_t& signals) {
+  transport::Server server(options.limits, options.threads);
+  if (serve_agent_registration(options.agent_token) != 0) {
+    VEXA_WARNING("A plug-in serves 'channel.register': agents register with it.\n");
+  }
+  if (!open_listeners(server, options) || !open_links(server, options)) {
+    services.close();
+    return bad_start;
   }
   server.start();
   std::cout << "ready" << std::endl;

@@ -4,6 +4,7 @@
 
 #include <CLI/CLI.hpp>
 #include <cstddef>
+#include <fstream>
 #include <iostream>
 #include <limits>
 #include <thread>
@@ -24,6 +25,23 @@ std::string default_svc() {
   return program.substr(0, program.rfind('/')) + "/../etc/json_rpc/svc.conf";
 }
 
+/// The first line of a file.
+bool read_token(const std::string& file, std::string& token) {
+  std::ifstream in(file);
+  return std::getline(in, token) && !token.empty();
+}
+
+bool good_urls(const char* option, const std::vector<std::string>& urls) {
+  for (const std::string& url : urls) {
+    transport::Endpoint ignored;
+    std::string reason;
+    if (transport::Endpoint::parse(url, ignored, reason)) continue;
+    std::cerr << "json_rpc_host: " << option << ' ' << url << ": " << reason << '\n';
+    return false;
+  }
+  return true;
+}
+
 }  // namespace
 
 bool Options::parse(int argc, char** argv, int& status) {
@@ -39,8 +57,23 @@ bool Options::parse(int argc, char** argv, int& status) {
       ->capture_default_str();
   app.add_option("--listen", listen,
                  "tcp://ADDRESS:PORT or unix://PATH, repeatable; port 0 picks one "
-                 "[tcp://127.0.0.1:7070]")
+                 "[tcp://127.0.0.1:7070, unless --connect]")
       ->allow_extra_args(false);
+  CLI::Option* const links =
+      app.add_option(
+             "--connect", connect,
+             "A peer to keep a connection to, as --listen, repeatable; tried again after 1, "
+             "2, 4 and so on up to 60 seconds")
+          ->allow_extra_args(false);
+  app.add_flag("--default", default_link,
+               "Calls that name no channel, and notifications, go over the first --connect")
+      ->needs(links);
+  app.add_option("--agent-id", agent_id, "Register with the peers of --connect as this agent")
+      ->needs(links);
+  std::string token_file;
+  app.add_option("--agent-token", token_file,
+                 "File whose first line is the secret that agents show; without it agents register "
+                 "from this machine only");
   app.add_option("--threads", threads, "Loop threads")
       ->check(CLI::Range(1u, 1024u))
       ->capture_default_str();
@@ -91,14 +124,13 @@ bool Options::parse(int argc, char** argv, int& status) {
   limits.stall_timeout = std::chrono::seconds(stall);
   limits.idle_timeout = std::chrono::seconds(idle);
   drain = std::chrono::seconds(drain_seconds);
-  if (listen.empty()) listen.push_back("tcp://127.0.0.1:7070");
-  for (const std::string& url : listen) {
-    transport::Endpoint ignored;
-    std::string reason;
-    if (transport::Endpoint::parse(url, ignored, reason)) continue;
-    std::cerr << "json_rpc_host: --listen " << url << ": " << reason << '\n';
-    status = usage_error;
+  if (listen.empty() && connect.empty()) listen.push_back("tcp://127.0.0.1:7070");
+  status = usage_error;
+  if (!token_file.empty() && !read_token(token_file, agent_token)) {
+    std::cerr << "json_rpc_host: --agent-token " << token_file << ": it has no first line\n";
     return false;
   }
+  if (!good_urls("--listen", listen) || !good_urls("--connect", connect)) return false;
+  status = 0;
   return true;
 }

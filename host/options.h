@@ -8,9 +8,13 @@
 
 /// What the command line asks of the host.
 struct Options {
-  std::string svc;                  ///< the service configurator's file
-  std::vector<std::string> listen;  ///< URLs
-  unsigned int threads = 0;         ///< loops
+  std::string svc;                   ///< the service configurator's file
+  std::vector<std::string> listen;   ///< URLs
+  std::vector<std::string> connect;  ///< URLs of links
+  bool default_link = false;         ///< the first link is the process's default channel
+  std::string agent_id;              ///< what the links register as; empty: they do not
+  std::string agent_token;           ///< the secret of agents; empty: none
+  unsigned int threads = 0;          ///< loops
   transport::Limits limits;
   std::chrono::seconds drain{10};
   std::string log_level = "info";

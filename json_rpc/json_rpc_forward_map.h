@@ -33,6 +33,9 @@ public:
   /// Takes the entry of `key` out. 0; or -1, with `data` untouched, when there is none.
   int get(key_type key, data_type& data);
 
+  /// Whether nothing is pending.
+  bool empty() const { return map_.empty(); }
+
   /// Answers all that is pending with error -32603, in the order in which it was forwarded, and
   /// forgets it. A requester that is gone costs an error line. Ids go on from the last one.
   void clear();

@@ -8,9 +8,10 @@
 
 namespace transport {
 
-/// The ids of the requests of one channel that await an answer, and how many requests of each id
-/// still exist. A peer that uses an id for several requests at once is owed as many answers; which
-/// of them an answer belongs to cannot be told, so they are counted. No lock: the outbox guards it.
+/// The ids of the requests of one channel that await an answer, and how many requests of each id,
+/// or others that answer for one, still exist. A peer that uses an id for several requests at once
+/// is owed as many answers; which of them an answer belongs to cannot be told, so they are counted.
+/// No lock: the outbox guards it.
 class Awaited_Ids {
 public:
   /// A request with this id has come.
@@ -19,6 +20,15 @@ public:
     ++counts.awaited;
     ++counts.alive;
     ++awaited_;
+  }
+
+  /// Somebody else answers for a request with this id from now on, until gone(); false when the id
+  /// awaits no answer.
+  bool share(const json_spirit::Value& id) {
+    const auto it = ids_.find(id);
+    if (it == ids_.end() || it->second.awaited == 0) return false;
+    ++it->second.alive;
+    return true;
   }
 
   /// An answer goes out; false when the id awaits none.

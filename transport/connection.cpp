@@ -75,6 +75,17 @@ Connection::~Connection() {
 }
 
 void Connection::start(const Stream_Channel::Addresses& addresses) {
+  begin(addresses, Framing::LINES);
+}
+
+void Connection::start(const Stream_Channel::Addresses& addresses, Framing framing,
+                       const std::weak_ptr<Connection_Watcher>& watcher) {
+  dialed_ = true;
+  watcher_ = watcher;
+  begin(addresses, framing);
+}
+
+void Connection::begin(const Stream_Channel::Addresses& addresses, Framing framing) {
   std::unique_ptr<Stream_Channel> stream =
       std::make_unique<Stream_Channel>(state_->limits, addresses, weak_from_this());
   channel_ = JSON_RPC_Channel_var(stream.get());
@@ -83,8 +94,9 @@ void Connection::start(const Stream_Channel::Addresses& addresses) {
   stream_->self(weak_);
   stream_->type(Stream_Channel::STREAM);
   stream_->id(next_id());
+  stream_->framing(framing);
   label_ = "channel " + stream_->id();
-  inbound_.reset(new Inbound(*stream_, *this));
+  inbound_.reset(new Inbound(*stream_, *this, !dialed_));
   last_read_ = last_write_ = Loop::now();
   loop_->add(shared_from_this());
   guarded([this] {
@@ -160,7 +172,8 @@ bool Connection::consume(const char* data, std::size_t length) {
   std::size_t used;
   switch (inbound_->feed(data, length, used)) {
     case Inbound::GO_ON:
-      return true;
+      paused_ = inbound_->relay_waits(weak_from_this());
+      return !paused_;
     case Inbound::PAUSE:
       leftover_.assign(data + used, length - used);
       paused_ = true;
@@ -172,10 +185,13 @@ bool Connection::consume(const char* data, std::size_t length) {
   return false;
 }
 
-/// The channel no longer owes too much: what was left over first, then the socket.
-void Connection::resume() {
-  guarded([&] {
-    if (paused_ && !overloaded()) take_leftover();
+void Connection::resume() { post(&Connection::try_resume); }
+
+/// Where neither the channel owes too much nor its relay must wait any longer: what was left over
+/// first, then the socket.
+void Connection::try_resume() {
+  guarded([this] {
+    if (paused_ && !overloaded() && !inbound_->relay_waits(weak_from_this())) take_leftover();
   });
 }
 
@@ -229,7 +245,8 @@ void Connection::dispatch(const JSON_RPC_Object_var& object) {
   const Current_Message current(stream_, object.get());
   const Loop_Time begin = Loop::now();
   errno = 0;
-  const int result = JSON_RPC_Dispatcher::instance()->dispatch(stream_->self(), object);
+  const int result = call ? JSON_RPC_Dispatcher::instance()->dispatch(stream_->self(), object)
+                          : stream_->answered(object);
   const int error = errno;
   const Loop_Time end = Loop::now();
   if (end - begin > slow_handler) {
@@ -248,8 +265,7 @@ void Connection::dispatch(const JSON_RPC_Object_var& object) {
 void Connection::request_gone(const json_spirit::Value& id) noexcept {
   const JSON_RPC_Channel_var channel = JSON_RPC_Channel::strong(weak_);
   if (channel.null()) return;
-  Stream_Channel& stream = static_cast<Stream_Channel&>(*channel);
-  if (stream.outbox().gone(id)) stream.answer_error(id, JSON_RPC_INTERNAL_ERROR, nullptr);
+  static_cast<Stream_Channel&>(*channel).request_gone(id);
 }
 
 /// Later, on the loop, if the connection is still there: what waits in a loop's queue keeps none
@@ -281,7 +297,7 @@ void Connection::write_out() {
     if (!write()) break;
   }
   if (closed_) return;
-  if (paused_ && !overloaded()) post(&Connection::resume);
+  if (paused_ && !overloaded()) resume();
   const bool done = input_ended_ || stopped_reading_;
   if (done && !lingering_ && !stream_->outbox().owes()) linger();
 }
@@ -357,7 +373,8 @@ void Connection::drain() {
 }
 
 bool Connection::idle_allowed() {
-  return stream_->type() == Stream_Channel::AGENT || stream_->outbox().owes() ||
+  return dialed_ || stream_->type() == Stream_Channel::AGENT || stream_->outbox().owes() ||
+         stream_->awaits_answers() ||
          JSON_RPC_Notify_Manager::instance()->subscribed(stream_->self());
 }
 
@@ -403,6 +420,7 @@ void Connection::close(const char* reason) {
   }
   error_code ignored;
   socket_.close(ignored);
+  if (inbound_ != nullptr) inbound_->abandon_relay();
   stream_->closed();
   JSON_RPC_Notify_Manager::instance()->unsubscribe(stream_->self());
   JSON_RPC_Channel_Pool::instance()->remove(stream_->self());
@@ -411,6 +429,9 @@ void Connection::close(const char* reason) {
   loop_->remove(this);
   stream_ = nullptr;
   channel_ = JSON_RPC_Channel::none();
+  if (const std::shared_ptr<Connection_Watcher> watcher = watcher_.lock()) {
+    watcher->connection_closed(reason);
+  }
 }
 
 }  // namespace transport

@@ -17,10 +17,19 @@
 
 namespace transport {
 
+/// Whoever opened a connection, and is told when it has closed. On the connection's loop.
+class Connection_Watcher {
+public:
+  virtual ~Connection_Watcher() = default;
+  /// `reason` is null when the peer closed, or the socket failed.
+  virtual void connection_closed(const char* reason) = 0;
+};
+
 /// A connected socket on its loop: reads bytes into messages and dispatches them, writes what the
 /// channel's outbox holds, closes by the limits. Owns the channel.
 ///
-/// Everything happens on the loop's thread, except wake(), close_soon() and request_gone(). Lives
+/// Everything happens on the loop's thread, except wake(), resume(), close_soon() and
+/// request_gone(). Lives
 /// while the loop lists it or one of its handlers is pending.
 class Connection final : public Wire,
                          public Answer_Debt,
@@ -36,19 +45,27 @@ public:
 
   /// Registers the channel and begins to read.
   void start(const Stream_Channel::Addresses& addresses);
+  /// The same where this end opened the connection: it is not closed for being idle, text that is
+  /// no message is not answered, and `watcher` is told of the end.
+  void start(const Stream_Channel::Addresses& addresses, Framing framing,
+             const std::weak_ptr<Connection_Watcher>& watcher);
 
   /// Answers what is owed with -32001, sends all and closes.
   void drain();
   void close(const char* reason);
+  bool closed() const { return closed_; }
+  const JSON_RPC_Channel_ptr& channel() const { return weak_; }
   std::size_t owed() const { return stream_->outbox().pending(); }
 
   void wake() override;
+  void resume() override;
   void close_soon(const char* reason) override;
   void request_gone(const json_spirit::Value& id) noexcept override;
   void tick(Loop_Time now) override;
   void loop_ended() override { close(nullptr); }
 
 private:
+  void begin(const Stream_Channel::Addresses& addresses, Framing framing);
   void message(const JSON_RPC_Object_var& object) override;
   bool overloaded() override;
 
@@ -60,7 +77,7 @@ private:
   void take_input(const boost::system::error_code& error, std::size_t length);
   bool read_more();
   bool consume(const char* data, std::size_t length);
-  void resume();
+  void try_resume();
   void take_leftover();
   void end_of_input();
   bool refuse(const JSON_RPC_Object& object);
@@ -79,14 +96,16 @@ private:
   const std::shared_ptr<Loop> loop_;
   const std::shared_ptr<Server_State> state_;
   Socket socket_;
-  JSON_RPC_Channel_ptr weak_;         // set by start(), then only read: other threads do
-  JSON_RPC_Channel_var channel_;      // until close()
-  Stream_Channel* stream_ = nullptr;  // the same
-  std::string label_;                 // for log lines
+  JSON_RPC_Channel_ptr weak_;                  // set by start(), then only read: other threads do
+  JSON_RPC_Channel_var channel_;               // until close()
+  Stream_Channel* stream_ = nullptr;           // the same
+  std::string label_;                          // for log lines
+  bool dialed_ = false;                        // this end opened the connection
+  std::weak_ptr<Connection_Watcher> watcher_;  // where dialed_
   std::unique_ptr<Inbound> inbound_;
 
   bool reading_ = false;          // a read of the socket is pending
-  bool paused_ = false;           // not read: the channel owes too much
+  bool paused_ = false;           // not read: the channel owes too much, or its relay must wait
   bool input_ended_ = false;      // the peer sends no more
   bool stopped_reading_ = false;  // what the peer sends is not wanted any more
   bool lingering_ = false;    // all is sent; what still comes is thrown away until the peer closes

@@ -5,7 +5,7 @@
 #include <cstring>
 #include <new>
 
-#include "json_rpc/json_rpc_dispatcher.h"
+#include "transport/answer_endpoint.h"
 #include "transport/owed_request.h"
 #include "vexa/adopt.h"
 #include "vexa/log.h"
@@ -30,8 +30,8 @@ protected:
   }
 };
 
-Inbound::Inbound(Stream_Channel& channel, Sink& sink)
-    : channel_(channel), sink_(sink), reader_(std::make_unique<Reader>()) {
+Inbound::Inbound(Stream_Channel& channel, Sink& sink, bool complains)
+    : channel_(channel), sink_(sink), complains_(complains), reader_(std::make_unique<Reader>()) {
   reader_->mode(JSON_RPC_Reader::OBJECT_MODE | JSON_RPC_Reader::FORWARD_RESPONSE_MODE |
                 JSON_RPC_Reader::FILTER_REQUEST_MODE);
 }
@@ -198,7 +198,8 @@ void Inbound::end_text() {
 void Inbound::deliver() {
   const JSON_RPC_Object_var* const message = reader_->message();
   if (message == nullptr) {
-    if (reader_->state() != JSON_RPC_Reader::STATE_FORWARDING) bad(JSON_RPC_INVALID_REQUEST);
+    if (!relaying()) return bad(JSON_RPC_INVALID_REQUEST);
+    bad_in_a_row_ = 0;
     return;
   }
   const JSON_RPC_Object& object = **message;
@@ -214,10 +215,13 @@ void Inbound::deliver() {
 
 /// The text is no message. It is answered once, unless it pretended to be an answer.
 void Inbound::bad(int code) {
-  if (reader_->members() & (JSON_RPC_Reader::RESULT_BIT | JSON_RPC_Reader::ERROR_BIT)) {
-    // A relay has put the requester's id in place of ours: nobody here waits for that.
-    if (reader_->state() != JSON_RPC_Reader::STATE_FORWARDING) fail_waiter();
-  } else {
+  if (relaying()) {
+    // It may be the requester that failed, and has been let go: not this peer's fault.
+    if (reader_->request_channel().null()) return reader_->close();
+    abandon_relay();
+  } else if (reader_->members() & (JSON_RPC_Reader::RESULT_BIT | JSON_RPC_Reader::ERROR_BIT)) {
+    fail_waiter();
+  } else if (complains_) {
     channel_.complain(code == JSON_RPC_PARSE_ERROR ? json_spirit::Value() : reader_->id(), code);
   }
   reader_->close();
@@ -236,7 +240,23 @@ void Inbound::fail_waiter() {
   if (!vexa::adopt(object, static_cast<JSON_RPC_Object*>(error))) return;
   error->id = reader_->id();
   error->message = "Internal error, the answer is broken.";
-  JSON_RPC_Dispatcher::instance()->dispatch(channel_.self(), object);
+  sink_.message(object);
+}
+
+bool Inbound::relaying() const { return reader_->state() == JSON_RPC_Reader::STATE_FORWARDING; }
+
+bool Inbound::relay_waits(const std::weak_ptr<Wire>& source) const {
+  if (!relaying()) return false;
+  const JSON_RPC_Channel_var requester = reader_->request_channel();
+  Answer_Endpoint* const endpoint = dynamic_cast<Answer_Endpoint*>(requester.get());
+  return endpoint != nullptr && !endpoint->may_go_on(source);
+}
+
+void Inbound::abandon_relay() {
+  if (!relaying()) return;
+  const JSON_RPC_Channel_var requester = reader_->request_channel();
+  Answer_Endpoint* const endpoint = dynamic_cast<Answer_Endpoint*>(requester.get());
+  if (endpoint != nullptr) endpoint->abandon();
 }
 
 /// Nothing that follows can be made out, or is wanted.

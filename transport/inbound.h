@@ -16,7 +16,8 @@ namespace transport {
 ///
 /// Text that is no JSON is answered -32700 and skipped to the next line feed; JSON that is no
 /// message is answered -32600 and skipped by its braces; with header framing either is skipped by
-/// its length. A broken answer is never answered: whatever waits for its id gets -32603. Three bad
+/// its length. Where this end opened the connection such text is not answered, but counts. A broken
+/// answer is never answered: whatever waits for its id gets -32603. Three bad
 /// ones in a row, a message over the limit and a bad header end the channel. On the channel's loop
 /// alone.
 class Inbound {
@@ -36,7 +37,8 @@ public:
     virtual bool overloaded() = 0;
   };
 
-  Inbound(Stream_Channel& channel, Sink& sink);
+  /// @param complains whether text that is no message is answered
+  Inbound(Stream_Channel& channel, Sink& sink, bool complains);
   ~Inbound();
   Inbound(const Inbound&) = delete;
   Inbound& operator=(const Inbound&) = delete;
@@ -46,6 +48,12 @@ public:
 
   /// The peer sends no more: an unfinished message is a bad one.
   void end();
+
+  /// Whether the answer that is being relayed must wait for its requester; `source` is then
+  /// resumed.
+  bool relay_waits(const std::weak_ptr<Wire>& source) const;
+  /// The rest of it will not come. Nothing when none is being relayed.
+  void abandon_relay();
 
   /// Whether more of a message that was begun is to come. The rest of a line that was no JSON need
   /// not.
@@ -72,12 +80,14 @@ private:
   void end_text();
   void bad(int code);
   void fail_waiter();
+  bool relaying() const;
   void stop(int code);
   void deliver();
   bool headers() const { return channel_.framing() == Framing::HEADERS; }
 
   Stream_Channel& channel_;
   Sink& sink_;
+  const bool complains_;
   std::unique_ptr<Reader> reader_;
   Text_Feeder feeder_;
   Header_Reader header_;

@@ -14,6 +14,7 @@
 #include <new>
 #include <utility>
 
+#include "transport/stream_socket.h"
 #include "vexa/log.h"
 
 namespace transport {
@@ -26,31 +27,6 @@ typedef asio::local::stream_protocol unix_stream;
 namespace {
 
 constexpr std::chrono::milliseconds retry_after{500};  // when descriptors have run out
-
-Stream_Channel::Addresses addresses_of(const tcp::socket& socket) {
-  Stream_Channel::Addresses addresses;
-  error_code ignored;
-  const tcp::endpoint local = socket.local_endpoint(ignored);
-  const tcp::endpoint remote = socket.remote_endpoint(ignored);
-  addresses.local.set_addr(local.data(), static_cast<int>(local.size()));
-  addresses.remote.set_addr(remote.data(), static_cast<int>(remote.size()));
-  return addresses;
-}
-
-Stream_Channel::Addresses addresses_of(const unix_stream::socket&) {
-  Stream_Channel::Addresses addresses;
-  addresses.local.set(static_cast<u_short>(0), "127.0.0.1", 1, AF_INET);
-  addresses.remote = addresses.local;
-  return addresses;
-}
-
-void prepare(tcp::socket& socket) {
-  error_code ignored;
-  socket.set_option(tcp::no_delay(true), ignored);
-  socket.set_option(asio::socket_base::keep_alive(true), ignored);
-}
-
-void prepare(unix_stream::socket&) {}
 
 template <typename Protocol>
 class Listener_Of final : public Listener {

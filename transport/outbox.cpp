@@ -27,6 +27,11 @@ bool Outbox::gone(const json_spirit::Value& id) {
   return awaited_.gone(id);
 }
 
+bool Outbox::share(const json_spirit::Value& id) {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  return awaited_.share(id);
+}
+
 /// Whether a message of that size may join the line. Requires mutex_.
 Outbox::Result Outbox::admit(Kind kind, std::size_t bytes) {
   if (closed_) return CLOSED;
@@ -58,7 +63,7 @@ Outbox::Result Outbox::put(Kind kind, const json_spirit::Value& id, std::string_
   if (kind == ANSWER && !awaited_.settle(id)) return NOT_AWAITED;
   if (!head.empty()) add(head);
   if (shared && text.size() > copied_text) {
-    line_.push_back({std::string(), shared, 0});
+    line_.push_back({std::string(), shared});
     unsent_ += text.size();
   } else {
     add(text);
@@ -98,6 +103,7 @@ Outbox::Result Outbox::end(std::uint64_t stream, std::string_view text, bool& wa
 Outbox::Result Outbox::grow(std::uint64_t stream, std::string_view text, bool complete,
                             bool& wake) {
   wake = false;
+  Waiters ready;
   {
     const std::lock_guard<std::mutex> guard(mutex_);
     Output_Piece* const piece = find(stream);
@@ -107,9 +113,71 @@ Outbox::Result Outbox::grow(std::uint64_t stream, std::string_view text, bool co
     unsent_ += text.size();
     ++progress_;
     wake = must_wake();
+    if (complete) ready = ready_waiters();
   }
   room_.notify_all();
+  resume(ready);
   return SENT;
+}
+
+bool Outbox::replace(std::uint64_t stream, std::string_view text, bool& wake) {
+  wake = false;
+  Waiters ready;
+  {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    Output_Piece* const piece = find(stream);
+    if (closed_ || piece == nullptr) return true;
+    if (piece->started) return false;
+    unsent_ = unsent_ - piece->own.size() + text.size();
+    piece->own.assign(text);
+    piece->stream = 0;
+    ++progress_;
+    wake = must_wake();
+    ready = ready_waiters();
+  }
+  room_.notify_all();
+  resume(ready);
+  return true;
+}
+
+/// Whether an open message is the first one and little stands up to its end, or it is open no
+/// longer. Requires mutex_.
+bool Outbox::has_room(std::uint64_t stream, std::size_t mark) const {
+  std::size_t bytes = in_flight_;
+  bool first = true;
+  for (const Output_Piece& piece : line_) {
+    bytes += piece.text().size();
+    if (piece.stream == stream) return first && bytes <= mark;
+    if (piece.stream != 0) first = false;
+  }
+  return true;
+}
+
+bool Outbox::may_grow(std::uint64_t stream, std::size_t mark, const std::weak_ptr<Wire>& waiter) {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  if (closed_ || has_room(stream, mark)) return true;
+  const bool known = std::any_of(waiters_.begin(), waiters_.end(),
+                                 [=](const Waiter& w) { return w.stream == stream; });
+  if (!known) waiters_.push_back({stream, mark, waiter});
+  return false;
+}
+
+/// Takes out those that need wait no longer. Requires mutex_.
+Outbox::Waiters Outbox::ready_waiters() {
+  Waiters ready;
+  if (waiters_.empty()) return ready;
+  const auto rest = std::stable_partition(
+      waiters_.begin(), waiters_.end(),
+      [this](const Waiter& w) { return !closed_ && !has_room(w.stream, w.mark); });
+  ready.assign(std::make_move_iterator(rest), std::make_move_iterator(waiters_.end()));
+  waiters_.erase(rest, waiters_.end());
+  return ready;
+}
+
+void Outbox::resume(const Waiters& waiters) {
+  for (const Waiter& waiter : waiters) {
+    if (const std::shared_ptr<Wire> wire = waiter.wire.lock()) wire->resume();
+  }
 }
 
 /// What has to leave before an open message has: all that stands in front of it, and itself.
@@ -178,8 +246,9 @@ bool Outbox::take(std::vector<Output_Piece>& batch) {
   const std::size_t before = batch.size();
   std::move(line_.begin(), open, std::back_inserter(batch));
   if (open != line_.end() && !open->own.empty()) {
-    batch.push_back({std::move(open->own), Shared_Text(), 0});
+    batch.push_back({std::move(open->own), Shared_Text()});
     open->own.clear();
+    open->started = true;
   }
   line_.erase(line_.begin(), open);
   if (line_.empty() && line_.capacity() > kept_pieces) std::vector<Output_Piece>().swap(line_);
@@ -189,25 +258,31 @@ bool Outbox::take(std::vector<Output_Piece>& batch) {
 }
 
 void Outbox::sent(std::size_t bytes) {
+  Waiters ready;
   {
     const std::lock_guard<std::mutex> guard(mutex_);
     unsent_ -= bytes;
     in_flight_ -= bytes;
     ++progress_;
+    ready = ready_waiters();
   }
   room_.notify_all();
+  resume(ready);
 }
 
 void Outbox::close() {
   std::vector<Output_Piece> dropped;  // freed after the unlock
+  Waiters ready;
   {
     const std::lock_guard<std::mutex> guard(mutex_);
     closed_ = true;
     dropped.swap(line_);
     unsent_ = in_flight_ = 0;
     awaited_.clear();
+    ready = ready_waiters();
   }
   room_.notify_all();
+  resume(ready);
 }
 
 }  // namespace transport

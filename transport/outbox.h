@@ -12,6 +12,7 @@
 
 #include "json_spirit/json_spirit_value.h"
 #include "transport/awaited_ids.h"
+#include "transport/wire.h"
 
 namespace transport {
 
@@ -24,6 +25,7 @@ struct Output_Piece {
   std::string own;
   Shared_Text shared;
   std::uint64_t stream = 0;  ///< the open message, or 0
+  bool started = false;      ///< of an open message: some of it was taken to be written
   std::string_view text() const {
     return shared ? std::string_view(*shared) : std::string_view(own);
   }
@@ -55,6 +57,10 @@ public:
   /// is then the caller's to put in.
   bool gone(const json_spirit::Value& id);
 
+  /// Somebody else answers for an awaited request with this id too, until gone(id). False when the
+  /// id awaits nothing.
+  bool share(const json_spirit::Value& id);
+
   /// Puts a whole message in: `head` and then `body`, or `shared` where it is not null. An answer
   /// settles its id in the same step, so that the peer is owed nothing only when the line has it.
   Result put(Kind kind, const json_spirit::Value& id, std::string_view head, std::string_view body,
@@ -66,6 +72,14 @@ public:
                bool& wake);
   Result append(std::uint64_t stream, std::string_view text, bool& wake);
   Result end(std::uint64_t stream, std::string_view text, bool& wake);
+  /// `text`, a whole message, takes the place of an open one that will not be completed: while none
+  /// of that was taken. False when some was.
+  bool replace(std::uint64_t stream, std::string_view text, bool& wake);
+
+  /// Whether the source of an open message may go on: it is the first open one, and no more than
+  /// `mark` bytes stand up to its end. If not, `waiter` is resumed once it may (also when the
+  /// message, or the outbox, has been closed), or sooner.
+  bool may_grow(std::uint64_t stream, std::size_t mark, const std::weak_ptr<Wire>& waiter);
 
   /// Waits until no more than `mark` bytes are unsent: of an open message (`stream`) those in front
   /// of it and its own, for what stands behind it waits for it; with 0 all. False when the outbox
@@ -97,18 +111,30 @@ public:
   void close();
 
 private:
+  /// A source that is paused until its open message may grow.
+  struct Waiter {
+    std::uint64_t stream;
+    std::size_t mark;
+    std::weak_ptr<Wire> wire;
+  };
+  typedef std::vector<Waiter> Waiters;
+
+  static void resume(const Waiters& waiters);
   Result admit(Kind kind, std::size_t bytes);
   void add(std::string_view text);
   bool must_wake();
   Output_Piece* find(std::uint64_t stream);
   std::size_t unsent_up_to(std::uint64_t stream) const;
   Result grow(std::uint64_t stream, std::string_view text, bool complete, bool& wake);
+  bool has_room(std::uint64_t stream, std::size_t mark) const;
+  Waiters ready_waiters();
 
   const std::size_t max_queue_;
   mutable std::mutex mutex_;      // a leaf
   std::condition_variable room_;  // of wait_for_room, with mutex_
   Awaited_Ids awaited_;           // guarded by mutex_, like all that follows
   std::vector<Output_Piece> line_;
+  Waiters waiters_;
   std::size_t unsent_ = 0;      // of the line and of what the loop has taken
   std::size_t in_flight_ = 0;   // of what the loop has taken
   std::uint64_t progress_ = 0;  // shows waiters that something moves

@@ -9,6 +9,7 @@
 
 #include "transport/connection.h"
 #include "transport/endpoint.h"
+#include "transport/link.h"
 #include "transport/listener.h"
 #include "transport/loop.h"
 #include "transport/server_state.h"
@@ -124,7 +125,8 @@ struct Server::Impl : std::enable_shared_from_this<Server::Impl> {
   std::vector<std::shared_ptr<Loop>> loops;
   // Until start() and after stop() the owner's, in between the accepting loop's.
   std::vector<std::unique_ptr<Listener>> listeners;
-  std::size_t next = 0;  // the accepting loop's
+  std::vector<std::shared_ptr<Link>> links;  // the owner's
+  std::size_t next = 0;                      // until start() the owner's, then the accepting loop's
   bool running = false;
 };
 
@@ -150,9 +152,21 @@ int Server::listen(const std::string& url, std::string& bound, std::string& erro
   return 0;
 }
 
+int Server::connect(const std::string& url, const Link_Options& options,
+                    JSON_RPC_Channel_ptr& channel, std::string& error) {
+  Endpoint endpoint;
+  if (!Endpoint::parse(url, endpoint, error)) return -1;
+  const std::shared_ptr<Link> link =
+      std::make_shared<Link>(impl_->next_loop(), impl_->state, endpoint, options);
+  impl_->links.push_back(link);
+  channel = link->channel();
+  return 0;
+}
+
 void Server::start() {
   for (const auto& listener : impl_->listeners) listener->start();
   impl_->accept_loop->start();
+  for (const auto& link : impl_->links) link->start();
   for (const auto& loop : impl_->loops) loop->start();
   impl_->running = true;
 }
@@ -167,6 +181,11 @@ int Server::stop(std::chrono::milliseconds drain) {
     for (const auto& listener : impl.listeners) listener->close();
   });
   answered(closed, end);
+  for (const auto& link : impl.links) {
+    asio::post(link->loop()->context(), [weak = std::weak_ptr<Link>(link)] {
+      if (const std::shared_ptr<Link> self = weak.lock()) self->close();
+    });
+  }
   impl.state->stopping = true;
   Impl::wait_until(drained, [&] {
     std::size_t owed = 0;

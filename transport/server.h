@@ -5,7 +5,9 @@
 #include <memory>
 #include <string>
 
+#include "json_rpc/json_rpc_channel.h"
 #include "transport/limits.h"
+#include "transport/link_options.h"
 #include "transport/transport_export.h"
 
 namespace transport {
@@ -34,11 +36,20 @@ public:
   /// in `bound`; or -1 and a reason in `error`. A stale Unix socket's file is replaced.
   int listen(const std::string& url, std::string& bound, std::string& error);
 
+  /// Opens a connection to a peer, and keeps opening it: from start() on, before which this is
+  /// called. 0, with the link's channel in `channel`; or -1 and a reason in `error`. The channel
+  /// lives as long as the server; while the link is down its send() gives -1 with errno ENOTCONN.
+  /// Up, it is in the channel pool. A connection's own channel, with which the peer's requests are
+  /// dispatched, is in the channel map like an accepted one.
+  int connect(const std::string& url, const Link_Options& options, JSON_RPC_Channel_ptr& channel,
+              std::string& error);
+
   void start();
 
-  /// Stops in order: no more connections; new requests are refused with -32001; those in work get
-  /// up to `drain`; what is still owed is answered -32001; all is sent and closed; the loops end.
-  /// 0, or -1 when a handler holds a loop: that loop and its connections are left as they are.
+  /// Stops in order: no more connections, in or out; new requests are refused with -32001; those in
+  /// work get up to `drain`; what is still owed is answered -32001; all is sent and closed; the
+  /// loops end. 0, or -1 when a handler holds a loop: that loop and its connections are left as
+  /// they are.
   int stop(std::chrono::milliseconds drain);
 
   std::size_t connections() const;

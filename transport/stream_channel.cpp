@@ -4,19 +4,28 @@
 #include <cerrno>
 #include <cstdio>
 #include <exception>
+#include <limits>
 #include <new>
 #include <utility>
 
+#include "json_rpc/json_rpc_dispatcher.h"
 #include "json_rpc/json_rpc_fan_out.h"
+#include "json_rpc/json_rpc_generator.h"
+#include "json_rpc/json_rpc_response_map.h"
 #include "json_rpc/json_rpc_writer.h"
+#include "transport/answer_endpoint.h"
 #include "transport/current_message.h"
 #include "transport/outgoing_stream.h"
+#include "vexa/adopt.h"
 #include "vexa/exception_text.h"
 #include "vexa/log.h"
+#include "vexa/on_exit.h"
 
 namespace transport {
 
 namespace {
+
+const char* const channel_closed = "Internal error, channel is closed.";
 
 /// A buffer for the text of one message, kept by the thread from one to the next.
 std::string& scratch() {
@@ -74,6 +83,16 @@ JSON_RPC_Response_Error error_response(const json_spirit::Value& id, int code,
   return error;
 }
 
+/// Whether a response's id can be one that a forward map gave out.
+bool forward_id_of(const json_spirit::Value& id, int& forward_id) {
+  if (id.type() != json_spirit::int_type || id.is_uint64()) return false;
+  const std::int64_t number = id.get_int64();
+  forward_id = static_cast<int>(number);
+  return number >= std::numeric_limits<int>::min() && number <= std::numeric_limits<int>::max();
+}
+
+void forget_waiter(const json_spirit::Value& id) { JSON_RPC_Response_Map::instance()->remove(id); }
+
 }  // namespace
 
 /// A message that send_begin() opened: its thread, and the generator that it writes with.
@@ -89,7 +108,11 @@ struct Stream_Channel::Open_Message {
 
 Stream_Channel::Stream_Channel(const Limits& limits, const Addresses& addresses,
                                std::weak_ptr<Wire> wire)
-    : limits_(limits), addresses_(addresses), wire_(std::move(wire)), outbox_(limits.max_queue) {}
+    : limits_(limits),
+      addresses_(addresses),
+      wire_(std::move(wire)),
+      outbox_(limits.max_queue),
+      forwards_(std::make_unique<JSON_RPC_Forward_Map>()) {}
 
 Stream_Channel::~Stream_Channel() = default;
 
@@ -106,6 +129,7 @@ int Stream_Channel::send_object(const JSON_RPC_Object& obj) {
   }
   std::string& text = scratch();
   if (serialise(obj, text)) {
+    if (obj.type == JSON_RPC_Object::TYPE_REQUEST) return send_call(obj.id, text);
     return put(kind_of(obj), obj.id, text);
   }
   VEXA_ERROR(
@@ -113,6 +137,14 @@ int Stream_Channel::send_object(const JSON_RPC_Object& obj) {
       "that is not finite.\n");
   if (is_response(obj)) answer_error(obj.id, JSON_RPC_INTERNAL_ERROR, nullptr);
   return fail(EINVAL);
+}
+
+int Stream_Channel::send_call(const json_spirit::Value& id, std::string_view text) {
+  if (!calls_.note(id, Sent_Calls::OBJECT)) return fail(ENOTCONN);
+  const int result = put(Outbox::CALL, id, text);
+  Sent_Calls::Kind ignored;
+  if (result == -1) calls_.take(id, ignored);
+  return result;
 }
 
 /// One of several receivers of a notification: the first of them serialises it for all.
@@ -179,6 +211,10 @@ void Stream_Channel::report_dropped(Outbox::Result result, const json_spirit::Va
   }
 }
 
+void Stream_Channel::request_gone(const json_spirit::Value& id) noexcept {
+  if (outbox_.gone(id)) answer_error(id, JSON_RPC_INTERNAL_ERROR, nullptr);
+}
+
 bool Stream_Channel::answer_error(const json_spirit::Value& id, int code, const char* message) {
   bool answered = false;
   guarded([&] {
@@ -202,6 +238,24 @@ void Stream_Channel::complain(const json_spirit::Value& id, int code, const char
 }
 
 int Stream_Channel::send(JSON_Generator& gen) {
+  const auto* const call = dynamic_cast<const JSON_RPC_Request_Generator*>(&gen);
+  return call == nullptr ? generate(gen) : send_generated_call(call->id(), gen);
+}
+
+int Stream_Channel::send_generated_call(const std::string& id, JSON_Generator& gen) {
+  return guarded([&] {
+    const json_spirit::Value key(id);
+    const bool open = calls_.note(key, Sent_Calls::GENERATED);
+    if (open && generate(gen) == 0) return 0;
+    const int error = open ? errno : ENOTCONN;
+    Sent_Calls::Kind ignored;
+    calls_.take(key, ignored);
+    forget_waiter(key);
+    return fail(error);
+  });
+}
+
+int Stream_Channel::generate(JSON_Generator& gen) {
   return guarded([&] {
     Outgoing_Stream stream(*this);
     JSON_RPC_Writer writer;
@@ -245,6 +299,156 @@ int Stream_Channel::send_end() {
   });
 }
 
+JSON_RPC_Channel_ptr Stream_Channel::make_endpoint(const json_spirit::Value& id) {
+  if (!outbox_.share(id)) {
+    errno = outbox_.is_closed() ? ENOTCONN : EINVAL;
+    return none();
+  }
+  try {
+    const JSON_RPC_Channel_var endpoint(new Answer_Endpoint(self_, id));
+    const std::lock_guard<std::mutex> guard(endpoints_mutex_);
+    endpoints_.emplace(endpoint.get(), endpoint);
+    return endpoint;
+  } catch (const std::bad_alloc&) {
+    errno = ENOMEM;
+    return none();
+  }
+}
+
+void Stream_Channel::drop_endpoint(const JSON_RPC_Channel& endpoint) {
+  Endpoints::node_type dropped;  // destroyed after the unlock
+  const std::lock_guard<std::mutex> guard(endpoints_mutex_);
+  dropped = endpoints_.extract(&endpoint);
+}
+
+int Stream_Channel::put_forward_entry(JSON_RPC_Channel_ptr requester,
+                                      const json_spirit::Value& id) {
+  const JSON_RPC_Channel_var channel = strong(requester);
+  if (channel.null()) return fail(ENOTCONN);
+  Stream_Channel* const stream = dynamic_cast<Stream_Channel*>(channel.get());
+  const JSON_RPC_Channel_ptr entry = stream == nullptr ? requester : stream->make_endpoint(id);
+  if (entry.null()) return -1;
+  int forward_id;
+  {
+    const std::lock_guard<std::mutex> guard(forward_mutex_);
+    if (forwards_ == nullptr) errno = ENOTCONN;
+    forward_id = forwards_ == nullptr ? -1 : forwards_->put(id, entry);
+  }
+  if (forward_id == -1 && stream != nullptr) {
+    const int error = errno;
+    stream->drop_endpoint(*entry.unsafe_get());
+    errno = error;
+  }
+  return forward_id;
+}
+
+int Stream_Channel::get_forward_entry(int forward_id, JSON_RPC_Channel_ptr& requester,
+                                      json_spirit::Value& id) {
+  JSON_RPC_Forward_Map::data_type entry(json_spirit::Value(), none());
+  {
+    const std::lock_guard<std::mutex> guard(forward_mutex_);
+    if (forwards_ == nullptr || forwards_->get(forward_id, entry) == -1) return -1;
+  }
+  id = std::move(entry.first);
+  requester = entry.second;
+  return 0;
+}
+
+void Stream_Channel::drop_forward_entry(int forward_id) {
+  JSON_RPC_Channel_ptr requester(none());
+  json_spirit::Value id;
+  if (get_forward_entry(forward_id, requester, id) == -1) return;
+  const JSON_RPC_Channel_var channel = strong(requester);
+  Answer_Endpoint* const endpoint = dynamic_cast<Answer_Endpoint*>(channel.get());
+  if (endpoint != nullptr) endpoint->release();
+}
+
+int Stream_Channel::forward(JSON_RPC_Channel_ptr requester, JSON_RPC_Object_var obj) {
+  if (obj.get() == nullptr) return fail(EINVAL);
+  if (requester.unsafe_get() == this) return fail(ELOOP);
+  if (obj->type != JSON_RPC_Object::TYPE_REQUEST) return send(obj);
+  const int forward_id = put_forward_entry(requester, obj->id);
+  if (forward_id == -1) return -1;
+  const int result = guarded([&] { return send_under(*obj, forward_id); });
+  if (result == 0) return 0;
+  const int error = errno;
+  drop_forward_entry(forward_id);
+  return fail(error);
+}
+
+/// Sends a request under another id, which it has only meanwhile.
+int Stream_Channel::send_under(JSON_RPC_Object& obj, int forward_id) {
+  json_spirit::Value id(forward_id);
+  std::swap(obj.id, id);
+  const auto put_back = vexa::on_exit([&] { std::swap(obj.id, id); });
+  std::string& text = scratch();
+  return serialise(obj, text) ? put(Outbox::CALL, obj.id, text) : fail(EINVAL);
+}
+
+int Stream_Channel::answered(const JSON_RPC_Object_var& response) {
+  if (answer_forwarded(response)) return 0;
+  Sent_Calls::Kind kind = Sent_Calls::OBJECT;
+  calls_.take(response->id, kind);
+  if (kind == Sent_Calls::OBJECT) return JSON_RPC_Dispatcher::instance()->dispatch(self_, response);
+  const json_spirit::Value id = response->id;
+  const int result = JSON_RPC_Dispatcher::instance()->dispatch(self_, response);
+  forget_waiter(id);
+  return result;
+}
+
+/// An answer that is no stream: an error, or one whose result came before its id.
+bool Stream_Channel::answer_forwarded(const JSON_RPC_Object_var& response) {
+  int forward_id;
+  JSON_RPC_Channel_ptr requester(none());
+  json_spirit::Value id;
+  if (!forward_id_of(response->id, forward_id) ||
+      get_forward_entry(forward_id, requester, id) == -1) {
+    return false;
+  }
+  response->id = std::move(id);
+  const JSON_RPC_Channel_var channel = strong(requester);
+  if (channel.null()) {
+    VEXA_ERROR("Abort forwarding JSON-RPC response, requester is gone.\n");
+  } else {
+    channel->send(response);
+  }
+  return true;
+}
+
+bool Stream_Channel::awaits_answers() const {
+  if (!calls_.empty()) return true;
+  const std::lock_guard<std::mutex> guard(forward_mutex_);
+  return forwards_ != nullptr && !forwards_->empty();
+}
+
+/// An open message will not be completed.
+void Stream_Channel::break_off(std::uint64_t stream, const json_spirit::Value& id,
+                               const char* message) {
+  const int replaced = guarded([&] {
+    std::string& text = scratch();
+    serialise(error_response(id, JSON_RPC_INTERNAL_ERROR, message), text);
+    bool wake_loop;
+    if (!outbox_.replace(stream, text, wake_loop)) return fail(EPIPE);
+    if (wake_loop) wake();
+    return 0;
+  });
+  if (replaced != 0) close_soon("an answer broke off of which it had been sent a part");
+}
+
+void Stream_Channel::fail_calls() {
+  for (const auto& call : calls_.close()) {
+    guarded([&] {
+      JSON_RPC_Object_var object;
+      if (!vexa::adopt(object, new JSON_RPC_Response_Error(error_response(
+                                   call.first, JSON_RPC_INTERNAL_ERROR, channel_closed)))) {
+        return -1;
+      }
+      return JSON_RPC_Dispatcher::instance()->dispatch(self_, object);
+    });
+    if (call.second == Sent_Calls::GENERATED) forget_waiter(call.first);
+  }
+}
+
 namespace {
 
 int copy_address(const ACE_INET_Addr& from, ACE_Addr& to) {
@@ -280,6 +484,18 @@ void Stream_Channel::close_soon(const char* reason) {
   if (const std::shared_ptr<Wire> wire = wire_.lock()) wire->close_soon(reason);
 }
 
-void Stream_Channel::closed() { outbox_.close(); }
+void Stream_Channel::closed() {
+  outbox_.close();
+  fail_calls();
+  std::unique_ptr<JSON_RPC_Forward_Map> forwards;
+  {
+    const std::lock_guard<std::mutex> guard(forward_mutex_);
+    forwards = std::move(forwards_);
+  }
+  if (forwards != nullptr) forwards->clear();
+  Endpoints endpoints;  // destroyed after the unlock
+  const std::lock_guard<std::mutex> guard(endpoints_mutex_);
+  endpoints.swap(endpoints_);
+}
 
 }  // namespace transport

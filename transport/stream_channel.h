@@ -8,13 +8,17 @@
 #include <string>
 #include <string_view>
 #include <thread>
+#include <unordered_map>
 #include <vector>
 
 #include "json_rpc/json_rpc_channel.h"
+#include "json_rpc/json_rpc_forward_map.h"
 #include "json_rpc/json_rpc_object.h"
 #include "json_spirit/json_spirit_value.h"
+#include "transport/framing.h"
 #include "transport/limits.h"
 #include "transport/outbox.h"
+#include "transport/sent_calls.h"
 #include "transport/transport_export.h"
 #include "transport/wire.h"
 
@@ -22,18 +26,13 @@ class JSON_RPC_Fan_Out;
 
 namespace transport {
 
-/// How messages are told apart on a stream; a connection's first byte decides.
-enum class Framing {
-  LINES,   ///< JSON texts one after the other; each that we send ends in a line feed
-  HEADERS  ///< `Content-Length: N`, a blank line, N bytes of JSON
-};
-
 /// A JSON-RPC channel over a stream socket. Its connection, on one loop, owns it; everyone else
 /// holds it weakly, or strong for the length of a call. Any thread may send.
 ///
 /// A request is answered exactly once: the channel keeps the ids that await an answer, and a
-/// response to any other id is dropped with a log line. io_mutex() is null: messages are queued
-/// whole, so no writer has to keep others out.
+/// response to any other id is dropped with a log line. It also keeps the ids of the requests that
+/// it sent: when it closes, whoever waits for them in the response map gets -32603. io_mutex() is
+/// null: messages are queued whole, so no writer has to keep others out.
 class TRANSPORT_EXPORT Stream_Channel : public JSON_RPC_Channel {
 public:
   /// Channel types; `type()` of every channel of this transport is one of them.
@@ -68,6 +67,17 @@ public:
   yajl_gen_t* send_begin() override;
   int send_end() override;
 
+  /// Stands in for the requester until answer `forward_id` comes: a Stream_Channel's request must
+  /// await an answer (EINVAL). -1 with errno ENOTCONN when either end is closed, ENOMEM.
+  int put_forward_entry(JSON_RPC_Channel_ptr requester, const json_spirit::Value& id) override;
+  /// Gives the endpoint that put_forward_entry() made for a requester that is a Stream_Channel.
+  int get_forward_entry(int forward_id, JSON_RPC_Channel_ptr& requester,
+                        json_spirit::Value& id) override;
+  /// Sends `obj`, a request under its requester's id or a notification; `obj` is as before
+  /// afterwards. 0; -1 with errno as send(), or as put_forward_entry(), or ELOOP when `requester`
+  /// is this channel: the request is then the caller's to answer.
+  int forward(JSON_RPC_Channel_ptr requester, JSON_RPC_Object_var obj) override;
+
   int get_local_addr(ACE_Addr& addr) override;
   int get_remote_addr(ACE_Addr& addr) override;
   int get_original_addr(ACE_Addr& addr) const override;
@@ -79,6 +89,9 @@ public:
   std::size_t await(const json_spirit::Value& id) { return outbox_.await(id); }
   /// Answers `id` with an error if it still awaits an answer; whether it did.
   bool answer_error(const json_spirit::Value& id, int code, const char* message);
+  /// A request with this id, or somebody who was to answer it, has gone: if that leaves an answer
+  /// that nobody will give, -32603 is sent.
+  void request_gone(const json_spirit::Value& id) noexcept;
   /// An error under `id`, null where none was read, for text that is no message.
   void complain(const json_spirit::Value& id, int code, const char* message = nullptr);
 
@@ -87,14 +100,34 @@ public:
   const Limits& limits() const { return limits_; }
   Outbox& outbox() { return outbox_; }
 
+  /// A response was read: hands it to whose request was forwarded, or else to whoever waits in the
+  /// response map. 0, or -1 when it ended nowhere. On the channel's loop.
+  int answered(const JSON_RPC_Object_var& response);
+  /// Whether answers are to come.
+  bool awaits_answers() const;
+
   /// Asks the loop to close the connection.
   void close_soon(const char* reason);
-  /// The connection has gone: nothing can be sent any more, and whoever waits to send gives up.
+  /// The connection has gone: nothing can be sent any more, whoever waits to send gives up, and
+  /// calls and forwarded requests end with -32603. On the channel's loop.
   void closed();
 
 private:
+  friend class Answer_Endpoint;
   friend class Outgoing_Stream;
   struct Open_Message;
+  typedef std::unordered_map<const JSON_RPC_Channel*, JSON_RPC_Channel_var> Endpoints;
+
+  int send_call(const json_spirit::Value& id, std::string_view text);
+  int send_under(JSON_RPC_Object& obj, int forward_id);
+  int send_generated_call(const std::string& id, JSON_Generator& gen);
+  int generate(JSON_Generator& gen);
+  JSON_RPC_Channel_ptr make_endpoint(const json_spirit::Value& id);
+  void drop_endpoint(const JSON_RPC_Channel& endpoint);
+  void drop_forward_entry(int forward_id);
+  bool answer_forwarded(const JSON_RPC_Object_var& response);
+  void break_off(std::uint64_t stream, const json_spirit::Value& id, const char* message);
+  void fail_calls();
 
   int send_object(const JSON_RPC_Object& obj);
   int send_prepared(JSON_RPC_Fan_Out& fan_out, const JSON_RPC_Object& obj);
@@ -113,7 +146,13 @@ private:
   std::atomic<Framing> framing_{Framing::LINES};
   std::atomic<bool> closing_{false};  // the loop has been asked to close
   Outbox outbox_;
-  std::mutex open_mutex_;                            // a leaf
+  Sent_Calls calls_;
+  mutable std::mutex forward_mutex_;                // a leaf
+  std::unique_ptr<JSON_RPC_Forward_Map> forwards_;  // guarded by forward_mutex_; null when closed
+  std::mutex endpoints_mutex_;                      // a leaf
+  Endpoints endpoints_;    // guarded by endpoints_mutex_: for requests of this channel that others
+                           // are to answer
+  std::mutex open_mutex_;  // a leaf
   std::vector<std::unique_ptr<Open_Message>> open_;  // guarded by open_mutex_; one a thread at most
 };
 

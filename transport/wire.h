@@ -11,6 +11,8 @@ public:
   virtual ~Wire() = default;
   /// There is output in the outbox.
   virtual void wake() = 0;
+  /// What it waited for may have come: it looks whether it can read on.
+  virtual void resume() = 0;
   /// Close the connection; `reason` is a literal for the log.
   virtual void close_soon(const char* reason) = 0;
 };

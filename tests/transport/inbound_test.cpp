@@ -71,7 +71,7 @@ protected:
   Case read(const std::string& input, std::size_t size) {
     Wired_Channel wired(limits_);
     Fake_Sink sink;
-    Inbound inbound(*wired.stream, sink);
+    Inbound inbound(*wired.stream, sink, true);
     Case result{input, "", "", false};
     for (std::size_t at = 0; at < input.size() && !result.stopped; at += size) {
       std::size_t used;
@@ -161,7 +161,8 @@ TEST_F(InboundTest, ThreeBadOnesInARowEndTheChannel) {
       {"[][]" + good + "[][][]" + good, "1:m ",
        no_message + no_message + no_message + no_message + no_message, true},
       // Bad answers count like the others.
-      {R"({"id":4,"result":1,"x":1}{"id":4,"error":{}}{"id":4,"error":5})" + good, "", "", true},
+      {R"({"id":4,"result":1,"x":1}{"id":4,"error":{}}{"id":4,"error":5})" + good, "=4 =4 =4 ", "",
+       true},
   });
 }
 
@@ -176,7 +177,7 @@ TEST_F(InboundTest, TheEndOfTheInputMakesAnUnfinishedMessageABadOne) {
       {"x y", "", no_json},
       {"[1", "", no_message},
       {R"({"id":4,"method":5)", "", error_line("4", -32600)},
-      {R"({"id":4,"result":[1)", "", ""},
+      {R"({"id":4,"result":[1)", "=4 ", ""},
   });
 }
 
@@ -258,7 +259,7 @@ TEST_F(InboundTest, ABadAnswerCompletesWhoeverWaitsForItAndIsNotAnswered) {
       JSON_RPC_Response_Map::instance()->insert(7, JSON_RPC_Handler_var(new Waiting_Handler(got)));
       Wired_Channel wired(limits_);
       Fake_Sink sink;
-      Inbound inbound(*wired.stream, sink);
+      Inbound inbound(*wired.stream, sink, true);
       for (std::size_t at = 0; at < c.text.size(); at += size) {
         std::size_t used;
         inbound.feed(c.text.data() + at, std::min(size, c.text.size() - at), used);
@@ -278,7 +279,7 @@ TEST_F(InboundTest, ABadAnswerCompletesWhoeverWaitsForItAndIsNotAnswered) {
 TEST_F(InboundTest, AnOverloadedChannelLeavesTheRestForLater) {
   Wired_Channel wired(limits_);
   Fake_Sink sink;
-  Inbound inbound(*wired.stream, sink);
+  Inbound inbound(*wired.stream, sink, true);
   const std::string text = good + good + good + "\n";
   std::size_t used;
   sink.room = 2;
@@ -308,7 +309,7 @@ TEST_F(InboundTest, KnowsWhetherMoreIsToCome) {
   for (const auto& c : cases) {
     Wired_Channel wired(limits_);
     Fake_Sink sink;
-    Inbound inbound(*wired.stream, sink);
+    Inbound inbound(*wired.stream, sink, true);
     std::size_t used;
     inbound.feed(c.input.data(), c.input.size(), used);
     EXPECT_EQ(c.in_message, inbound.in_message()) << c.input;
@@ -324,7 +325,7 @@ public:
 TEST_F(InboundTest, ARequestSeesToItsAnswerWhenItsLastHandleGoes) {
   Wired_Channel wired(limits_);
   Fake_Sink sink;
-  Inbound inbound(*wired.stream, sink);
+  Inbound inbound(*wired.stream, sink, true);
   std::size_t used;
   inbound.feed(good.data(), good.size(), used);
   const std::shared_ptr<Noted_Debt> debt = std::make_shared<Noted_Debt>();

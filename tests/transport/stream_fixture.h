@@ -17,6 +17,7 @@ using namespace transport;
 class Fake_Wire final : public Wire {
 public:
   void wake() override { ++wakes; }
+  void resume() override { ++resumes; }
   void close_soon(const char* reason) override {
     reason_ = reason;
     ++closes;
@@ -25,6 +26,7 @@ public:
   std::string reason() const { return reason_.load(); }
 
   std::atomic<int> wakes{0};
+  std::atomic<int> resumes{0};
   std::atomic<int> closes{0};
 
 private:
