@@ -18,6 +18,8 @@ public:
   /// A new connection, blocking.
   int connect() const;
 
+  pid_t pid() const { return pid_; }
+  unsigned short port() const { return port_; }
   std::size_t resident_bytes() const;
   std::size_t descriptors() const;
 

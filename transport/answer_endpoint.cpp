@@ -10,7 +10,8 @@ namespace transport {
 
 namespace {
 
-constexpr std::size_t piece = 64u << 10;  // bytes gathered before the line is touched
+constexpr std::size_t held_most = 64u << 10;  // then the answer stands in the line
+constexpr std::size_t piece = 256u << 10;     // bytes gathered before the line is touched again
 const char* const forwarder_closed = "Internal error, forwarder is closed.";
 
 Stream_Channel& stream_of(const JSON_RPC_Channel_var& channel) {
@@ -71,7 +72,7 @@ void Answer_Endpoint::print(const char* text, std::size_t length) {
   if (error_ != 0 || state_ == DONE) return;
   try {
     text_.append(text, length);
-    if (text_.size() >= piece) pass_on();
+    if (text_.size() >= (state_ == HELD ? held_most : piece)) pass_on();
   } catch (const std::bad_alloc&) {
     fail(ENOMEM);
   }

@@ -48,7 +48,7 @@ public:
   static Loop_Time now();
 
   /// A buffer for one read; what is in it is gone after the next.
-  static constexpr std::size_t buffer_size = 64u << 10;
+  static constexpr std::size_t buffer_size = 256u << 10;
   char* buffer() { return buffer_.get(); }
 
 private:

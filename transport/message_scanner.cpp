@@ -2,6 +2,8 @@
 
 #include <array>
 
+#include "vexa/json_plain_text.h"
+
 namespace transport {
 
 namespace {
@@ -19,16 +21,6 @@ constexpr std::array<Class, 256> make_classes() {
 }
 constexpr std::array<Class, 256> classes = make_classes();
 
-/// The bytes inside a string that are more than text: quotes, escapes, and controls, which are
-/// none.
-constexpr std::array<bool, 256> make_special() {
-  std::array<bool, 256> special{};
-  for (unsigned int c = 0; c < 0x20; ++c) special[c] = true;
-  special['"'] = special['\\'] = true;
-  return special;
-}
-constexpr std::array<bool, 256> special = make_special();
-
 }  // namespace
 
 void Message_Scanner::reset() { *this = Message_Scanner(); }
@@ -44,7 +36,7 @@ std::size_t Message_Scanner::scan(const char* data, std::size_t length) {
         ++i;
         continue;
       }
-      while (i < length && !special[text[i]]) ++i;
+      i += vexa::json_plain_prefix(data + i, length - i);
       if (i == length) break;
       const unsigned char c = text[i++];
       if (c == '\\') {

@@ -2,8 +2,10 @@
 
 #include <charconv>
 #include <cmath>
+#include <cstring>
 
 #include "vexa/json_limits.h"
+#include "vexa/json_plain_text.h"
 #include "vexa/utf8.h"
 
 namespace {
@@ -63,10 +65,25 @@ bool YAJL_Gen::string(const char* text, std::size_t length) {
   if (!ok()) return false;
   if (vexa::utf8_valid_prefix(text, length) != length) {
     const std::string repaired = vexa::utf8_repaired(text, length);
-    return note(yajl_gen_string(gen_, reinterpret_cast<const unsigned char*>(repaired.data()),
-                                repaired.size()));
+    return note(write_string(repaired.data(), repaired.size()));
   }
-  return note(yajl_gen_string(gen_, reinterpret_cast<const unsigned char*>(text), length));
+  return note(write_string(text, length));
+}
+
+/// yajl looks at each byte of a string whether it must be escaped, but prints a number's text as it
+/// stands. So does a string, quotes included, that needs no escape; keys alone must be strings to
+/// yajl.
+yajl_gen_status YAJL_Gen::write_string(const char* text, std::size_t length) {
+  constexpr std::size_t shortest = 32;
+  char quoted[4096];
+  if (length >= shortest && length + 2 <= sizeof quoted &&
+      vexa::json_plain_prefix(text, length) == length) {
+    quoted[0] = quoted[length + 1] = '"';
+    std::memcpy(quoted + 1, text, length);
+    const yajl_gen_status status = yajl_gen_number(gen_, quoted, length + 2);
+    if (status != yajl_gen_keys_must_be_strings) return status;
+  }
+  return yajl_gen_string(gen_, reinterpret_cast<const unsigned char*>(text), length);
 }
 
 void YAJL_Gen::close_map_at_end() noexcept {

@@ -61,6 +61,7 @@ public:
 
 private:
   bool note(yajl_gen_status status);
+  yajl_gen_status write_string(const char* text, std::size_t length);
   bool fail(yajl_gen_status status);
   template <typename Integer>
   bool decimal(Integer value);
