@@ -55,7 +55,8 @@ public:
   void close(const char* reason);
   bool closed() const { return closed_; }
   const JSON_RPC_Channel_ptr& channel() const { return weak_; }
-  std::size_t owed() const { return stream_->outbox().pending(); }
+  /// The requests in work: those that await an answer, and answers that are being produced.
+  std::size_t owed() const { return stream_->outbox().in_work(); }
 
   void wake() override;
   void resume() override;

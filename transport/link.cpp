@@ -181,12 +181,15 @@ void Link::greet() {
   after(state_->limits.stall_timeout,
         [](Link& self) { self.end_connection("its greeting was not answered"); });
   const JSON_RPC_Channel_var channel = JSON_RPC_Channel::strong(connection_.lock()->channel());
-  if (channel->send(request) != 0) end_connection("its greeting could not be sent");
+  if (channel.null() || channel->send(request) != 0) {
+    end_connection("its greeting could not be sent");
+  }
 }
 
 void Link::greeted(const JSON_RPC_Object* answer) {
   JSON_RPC_Response_Map::instance()->remove(std::exchange(greeting_id_, std::string()));
-  if (closed_ || up_ || connection_.expired()) return;
+  const std::shared_ptr<Connection> connection = connection_.lock();
+  if (up_ || connection == nullptr || connection->closed()) return;
   timer_.cancel();
   if (answer != nullptr && answer->type == JSON_RPC_Object::TYPE_RESPONSE) return up();
   if (answer != nullptr && answer->type == JSON_RPC_Object::TYPE_RESPONSE_ERROR) {

@@ -214,6 +214,13 @@ std::size_t Outbox::pending() const {
   return awaited_.size();
 }
 
+std::size_t Outbox::in_work() const {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  return awaited_.size() + std::count_if(line_.begin(), line_.end(), [](const Output_Piece& piece) {
+           return piece.stream != 0;
+         });
+}
+
 bool Outbox::owes() const {
   const std::lock_guard<std::mutex> guard(mutex_);
   return awaited_.size() > 0 || unsent_ > 0 || !line_.empty();

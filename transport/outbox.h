@@ -89,6 +89,8 @@ public:
 
   std::size_t unsent() const;
   std::size_t pending() const;
+  /// The same, and the messages that are still being produced.
+  std::size_t in_work() const;
   /// Whether the peer is owed anything: an answer or a byte.
   bool owes() const;
   bool is_closed() const;

@@ -53,7 +53,8 @@ public:
   int stop(std::chrono::milliseconds drain);
 
   std::size_t connections() const;
-  /// Requests that await an answer, over all channels. While it runs.
+  /// Requests in work, over all channels: they await an answer, or it is being produced. While it
+  /// runs.
   std::size_t owed() const;
 
 private:
