@@ -1,5 +1,6 @@
 #pragma once
 
+#include "json_rpc/http_form_post.h"
 #include "json_rpc/json_rpc_channel.h"
 #include "json_rpc/json_rpc_export.h"
 #include "json_spirit/json_spirit_value.h"

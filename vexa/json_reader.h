@@ -19,6 +19,13 @@ public:
   JSON_Reader(const JSON_Reader&) = delete;
   JSON_Reader& operator=(const JSON_Reader&) = delete;
 
+  /// Whether it could be made: without memory it could not, and every read() fails.
+  bool is_open() const { return handle_ != nullptr; }
+
+  /// Builds the value in `*target`, which is borrowed, instead of in value(). Before the first
+  /// read().
+  void result(json_spirit::Value* target) { parser_.result(target); }
+
   /// Feeds input. False when it is no JSON, deeper than vexa::max_value_depth, or there is no
   /// memory.
   bool read(const char* data, std::size_t length);

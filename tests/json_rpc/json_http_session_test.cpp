@@ -1,0 +1,489 @@
+// JSON, JSON-RPC, REST and forms over HTTP, against a server that does what a script says.
+
+#include "json_rpc/json_http_session.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "json_rpc/json_http_session_inl.h"
+#include "json_rpc/json_restful_client.h"
+#include "json_rpc/json_rpc_http_session.h"
+#include "json_rpc/json_rpc_session.h"
+#include "json_rpc/json_rpc_utils.h"
+#include "tests/support/log_capture.h"
+#include "tests/support/scripted_http_server.h"
+#include "vexa/http_query_string_builder_t.h"
+#include "vexa/http_session_factory.h"
+#include "vexa/yajl_gen.h"
+
+namespace {
+
+typedef Scripted_Reply Reply;
+typedef json_spirit::Value Value;
+typedef std::vector<std::string> Texts;
+
+const std::string json_type = "application/json; charset=utf-8";
+
+Reply reply(int status, const std::string& body, const std::string& type = json_type) {
+  return {"HTTP/1.1 " + std::to_string(status) + " X\r\nContent-Type: " + type +
+          "\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body};
+}
+
+HTTP_Session_var session_to(unsigned short port, int timeout = 5) {
+  return HTTP_Session_Factory::create("127.0.0.1", port, false, nullptr, 3, nullptr, false, timeout,
+                                      timeout, timeout, 0);
+}
+
+/// A port that nobody listens on.
+unsigned short closed_port() { return Scripted_HTTP_Server({}).port(); }
+
+bool has(const std::string& text, const std::string& part) {
+  return text.find(part) != std::string::npos;
+}
+
+/// {key: value}
+Value member(const std::string& key, const Value& value) {
+  json_spirit::Object object;
+  object[key] = value;
+  return Value(object);
+}
+
+/// Writes [0, 1, ... n-1]; fails behind that when told.
+class Counting final : public JSON_Generator {
+public:
+  explicit Counting(int n, bool good = true) : n_(n), good_(good) {}
+  bool generate_i(YAJL_Gen& gen) override {
+    gen.array_open();
+    for (int i = 0; i < n_; ++i) gen.integer(i);
+    return gen.array_close() && good_;
+  }
+
+private:
+  const int n_;
+  const bool good_;
+};
+
+class Text_Output final : public IO_Base {
+public:
+  ssize_t write(const char* data, std::size_t length) override {
+    if (text.size() >= limit) return -1;
+    text.append(data, length);
+    return static_cast<ssize_t>(length);
+  }
+  std::string text;
+  std::size_t limit = std::string::npos;
+};
+
+class JsonHttpTest : public ::testing::Test {
+protected:
+  /// The error lines, with the server's address as S.
+  Texts errors(const Scripted_HTTP_Server& server) const {
+    Texts texts = log_.texts(LM_ERROR);
+    const std::string address = "http://127.0.0.1:" + std::to_string(server.port());
+    for (std::string& text : texts) {
+      const std::size_t at = text.find(address);
+      if (at != std::string::npos) text.replace(at, address.size(), "S");
+    }
+    return texts;
+  }
+
+  Log_Capture log_;
+};
+
+TEST_F(JsonHttpTest, ABodyIsChunkedOrHasALength) {
+  const Value body = member("a", 1);
+  Counting generator(3);
+  HTTP_Response response;
+  Value result;
+  typedef std::function<bool(JSON_HTTP_Session&, HTTP_Request&)> Call;
+  const struct {
+    const char* name;
+    Call call;
+    std::string line;
+    std::string chunked;   // what stands in the request when it is streamed
+    std::string buffered;  // and when it is not
+  } cases[] = {
+      {"get", [&](auto& s, auto& r) { return s.get(r, response, &result); }, "GET /u ", "", ""},
+      {"delete", [&](auto& s, auto& r) { return s.delete_(r, response, &result); }, "DELETE /u ",
+       "", ""},
+      {"post", [&](auto& s, auto& r) { return s.post(r, &body, response, &result); }, "POST /u ",
+       "\r\n7\r\n{\"a\":1}\r\n0\r\n\r\n", "Content-Length: 7\r\n\r\n{\"a\":1}"},
+      {"post generated", [&](auto& s, auto& r) { return s.post(r, generator, response, &result); },
+       "POST /u ", "\r\n7\r\n[0,1,2]\r\n0\r\n\r\n", "Content-Length: 7\r\n\r\n[0,1,2]"},
+      {"put", [&](auto& s, auto& r) { return s.put(r, &body, response, &result); }, "PUT /u ",
+       "\r\n7\r\n{\"a\":1}\r\n0\r\n\r\n", "Content-Length: 7\r\n\r\n{\"a\":1}"},
+      {"put nothing", [&](auto& s, auto& r) { return s.put(r, nullptr, response, &result); },
+       "PUT /u ", "Transfer-Encoding: chunked\r\n\r\n0\r\n\r\n", "Content-Length: 0\r\n\r\n"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    Scripted_HTTP_Server server({{reply(200, "[5]"), reply(200, "[6]")}});
+    JSON_HTTP_Session session(session_to(server.port()), 0, -1);
+    HTTP_Request request(HTTP_METHOD_HEAD, "/u");
+    EXPECT_TRUE(c.call(session, request));
+    EXPECT_EQ(Value(json_spirit::Array{5}), result);
+    EXPECT_EQ(0u, server.request().find(c.line));
+    EXPECT_TRUE(has(server.request(), c.chunked)) << server.request();
+    EXPECT_EQ(!c.chunked.empty(), has(server.request(), "chunked"));
+    session.streaming(false);
+    EXPECT_TRUE(c.call(session, request));
+    EXPECT_EQ(Value(json_spirit::Array{6}), result);
+    EXPECT_TRUE(has(server.request(), c.buffered)) << server.request();
+    EXPECT_FALSE(has(server.request(), "chunked"));
+    EXPECT_EQ(1, server.connections());
+  }
+}
+
+TEST_F(JsonHttpTest, RepliesAreTakenOrRefused) {
+  const struct {
+    Reply reply;
+    bool taken;
+    Value result;
+    Texts errors;
+  } cases[] = {
+      {reply(404, R"({"no":1})"), true, member("no", 1), {}},
+      {{"HTTP/1.1 204 No\r\n\r\n"}, true, Value(), {}},
+      {reply(302, "1"), true, 1, {}},
+      {reply(200, "1", "text/json"),
+       false,
+       Value("before"),
+       {"HTTP response Content-Type (text/json) of JSON S/u must be application/json\n"}},
+      {reply(200, "[1,}"),
+       false,
+       Value(json_spirit::Array{1}),
+       {"Failed to parse JSON S/u response.\n"}},
+      {reply(200, "[1"),
+       false,
+       Value(json_spirit::Array{1}),
+       {"Failed to finish parsing JSON S/u response.\n"}},
+      {{"HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nContent-Length: 9\r\n\r\n[1,",
+        Reply::close},
+       false,
+       Value(json_spirit::Array{1}),
+       {"Failed to GET data from JSON S/u, errno=104, Connection reset by peer\n"}},
+      {{"", Reply::close},
+       false,
+       Value("before"),
+       {"Failed to receive response from S/u, errno=104, Connection reset by peer\n"}},
+      {{"", Reply::stall},
+       false,
+       Value("before"),
+       {"Failed to receive response from S/u, errno=110, Connection timed out\n"}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.reply.text);
+    log_.clear();
+    Scripted_HTTP_Server server({{c.reply}});
+    JSON_HTTP_Session session(session_to(server.port(), 1), 0, -1);
+    HTTP_Request request(HTTP_METHOD_GET, "/u");
+    HTTP_Response response;
+    Value result("before");
+    EXPECT_EQ(c.taken, session.get(request, response, result));
+    EXPECT_EQ(c.result, result);
+    EXPECT_EQ(c.errors, errors(server));
+  }
+}
+
+TEST_F(JsonHttpTest, OnlyTheTransportIsTriedAgain) {
+  HTTP_Request request(HTTP_METHOD_GET, "/u");
+  HTTP_Response response;
+  Value result;
+  {
+    Scripted_HTTP_Server server({{{"", Reply::close}}, {reply(200, "[1")}});
+    JSON_HTTP_Session session(session_to(server.port()), 5, 300);
+    EXPECT_FALSE(session.get(request, response, &result));
+    EXPECT_EQ(2, server.connections());
+    EXPECT_EQ(1u, log_.count("Retry(1) "));
+    EXPECT_EQ(1u, log_.count("Failed to finish parsing JSON"));
+  }
+  log_.clear();
+  JSON_HTTP_Session session(session_to(closed_port()), 1, -1);
+  EXPECT_FALSE(session.get(request, response, &result));
+  EXPECT_EQ(1u, log_.count("Retry("));
+  session.retries(-1);
+  session.retry_timeout(0);
+  EXPECT_FALSE(session.get(request, response, &result));
+  EXPECT_EQ(1u, log_.count("Retry("));
+  log_.clear();
+  session.retry_timeout(1);
+  EXPECT_EQ(nullptr, session.get(request, response).get());
+  EXPECT_EQ(1u, log_.count("Retry(")) << "the sleeps, not the attempts, count";
+}
+
+TEST_F(JsonHttpTest, ABodyThatCannotBeWrittenIsAFailureOfTheTransport) {
+  for (const bool streaming : {true, false}) {
+    Scripted_HTTP_Server server({{reply(200, "1")}});
+    JSON_HTTP_Session session(session_to(server.port()), 0, -1);
+    session.streaming(streaming);
+    HTTP_Request request(HTTP_METHOD_POST, "/u");
+    HTTP_Response response;
+    Value result;
+    Counting bad(3, false);
+    log_.clear();
+    EXPECT_FALSE(session.post(request, bad, response, &result));
+    EXPECT_EQ(Texts{"Failed to serialize JSON body to HTTP connection S/u.\n"}, errors(server));
+  }
+  Scripted_HTTP_Server server({{{"", Reply::reset, 0, true}}});
+  JSON_HTTP_Session session(session_to(server.port()), 0, -1);
+  HTTP_Request request(HTTP_METHOD_POST, "/u");
+  HTTP_Response response;
+  Counting endless(20'000'000);
+  log_.clear();
+  EXPECT_FALSE(session.post(request, endless, response, nullptr));
+  ASSERT_EQ(1u, errors(server).size());
+  EXPECT_EQ(0u, errors(server)[0].find("Failed to POST/PUT data to S/u, errno="));
+}
+
+TEST_F(JsonHttpTest, TheCallerReadsTheBodyHimself) {
+  const std::string large = "\"" + std::string(1'000'000, 'x') + "\"";
+  Scripted_HTTP_Server server({{reply(200, large)}, {reply(200, large)}, {reply(200, "1", "a/b")}});
+  JSON_HTTP_Session session(session_to(server.port()), 0, -1);
+  session.streaming(false);
+  HTTP_Request request(HTTP_METHOD_POST, "/u");
+  HTTP_Response response;
+  Text_Output out;
+  EXPECT_TRUE(session.get(request, response, session.get(request, response), out));
+  EXPECT_EQ(large, out.text);
+  Text_Output full;
+  full.limit = 1;
+  session.reset(session_to(server.port()));
+  EXPECT_FALSE(session.get(request, response, session.get(request, response), full));
+  EXPECT_EQ(1u, log_.count("Failed to write data of JSON"));
+  session.reset(session_to(server.port()));
+  const HTTP_Connection_var other = session.get(request, response);
+  EXPECT_FALSE(session.get(request, response, other, out));
+  session.skip_content_type(true);
+  EXPECT_TRUE(session.get(request, response, other, out));
+}
+
+TEST_F(JsonHttpTest, WithoutASessionNothingIsTried) {
+  JSON_HTTP_Session session(HTTP_Session_var(), 5, 300);
+  HTTP_Request request;
+  HTTP_Response response;
+  EXPECT_FALSE(session);
+  EXPECT_FALSE(session.clear_cookie());
+  EXPECT_FALSE(session.get(request, response, nullptr));
+  EXPECT_EQ(2u, log_.count(", session_ is NULL:\n"));
+  JSON_RESTful_Client client(true);
+  EXPECT_FALSE(client);
+  EXPECT_FALSE(client.get("/", nullptr) || client.set_header("A", "b") ||
+               client.set_header(HTTP_HEAD_ACCEPT, "b"));
+  EXPECT_EQ(3u, log_.count(", session_ is false:\n"));
+  EXPECT_FALSE(client.get("", nullptr) || client.del(static_cast<const char*>(nullptr)));
+  EXPECT_EQ(2u, log_.count(", uri is NULL or \"\":\n"));
+  JSON_RPC_HTTP_Session calls(HTTP_Session_var(), "/", 5, 300);
+  EXPECT_FALSE(calls.request("m", nullptr));
+  EXPECT_FALSE(calls.request("", nullptr));
+  EXPECT_EQ(1u, log_.count(", method is NULL or \"\":\n"));
+}
+
+TEST_F(JsonHttpTest, MessagesGoAndComeAsObjects) {
+  const std::string good = R"({"jsonrpc":"2.0","id":"7","result":[1]})";
+  const struct {
+    Reply reply;
+    bool taken;
+    bool notified;
+    Texts errors;
+  } cases[] = {
+      {reply(200, good), true, true, {}},
+      {reply(202, good), false, false, {"JSON_RPC response status (202) is not OK.\n"}},
+      {reply(200, ""), false, true, {"No body data for JSON-RPC request.\n"}},
+      {reply(200, good, "text/plain"),
+       false,
+       true,
+       {"Invalid Content-Type (text/plain) of JSON-RPC response.\n"}},
+      {reply(200, "{}"), false, true, {"Failed to finish JSON-RPC response.\n"}},
+      {{"HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nContent-Length: 99\r\n\r\n{",
+        Reply::close},
+       false,
+       true,
+       {"Failed to read JSON-RPC response data errno=104, Connection reset by peer.\n"}},
+      {{"", Reply::close},
+       false,
+       false,
+       {"Failed to receive HTTP response, errno=104, Connection reset by peer\n"}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.reply.text);
+    Scripted_HTTP_Server server({{c.reply}, {c.reply}});
+    JSON_RPC_HTTP_Session session(session_to(server.port()), "/rpc", 0, -1);
+    const JSON_RPC_Object_var call = JSON_RPC_Session::make_rpc_request("m", Value(2));
+    call->id = "7";
+    log_.clear();
+    const JSON_RPC_Object_var answer = session.request(call);
+    EXPECT_EQ(c.taken, answer.get() != nullptr);
+    EXPECT_EQ(c.errors, errors(server));
+    EXPECT_TRUE(has(server.request(), R"({"jsonrpc":"2.0","id":"7","method":"m","params":2})"));
+    EXPECT_TRUE(has(server.request(), "Connection: Keep-Alive\r\n"));
+    session.reset(session_to(server.port()), "/other");
+    call->type = JSON_RPC_Object::TYPE_NOTIFY;
+    EXPECT_EQ(c.notified, session.notify(call));
+    EXPECT_EQ(0u, server.request().find("POST /other "));
+    if (c.taken) {
+      EXPECT_EQ(Value(json_spirit::Array{1}),
+                static_cast<const JSON_RPC_Response&>(*answer).result);
+    }
+  }
+  JSON_RPC_HTTP_Session session(session_to(closed_port()), "/rpc", 0, -1);
+  EXPECT_EQ(nullptr, session.request(JSON_RPC_Object_var(new JSON_RPC_Response(nullptr))).get());
+  EXPECT_EQ(1u, log_.count("obj is neither JSON-RPC request nor notify!\n"));
+  EXPECT_FALSE(session.notify(JSON_RPC_Session::make_rpc_request("m", Value(2))));
+  EXPECT_EQ(1u, log_.count("Failed to send JSON-RPC request to HTTP connection http://"));
+}
+
+TEST_F(JsonHttpTest, MethodsAreCalledByName) {
+  Value result;
+  const auto call = [&](const Reply& answer, const Value* params) {
+    Scripted_HTTP_Server server({{answer}});
+    JSON_RPC_HTTP_Session session(session_to(closed_port()), "/rpc", 0, -1);
+    session.reset(session_to(server.port()), "/other");
+    log_.clear();
+    const bool good = params == nullptr ? session.request("sum", &result)
+                                        : session.request("sum", *params, &result);
+    EXPECT_EQ(0u, server.request().find("POST /rpc ")) << "by name the URI stays";
+    EXPECT_TRUE(has(server.request(), params == nullptr
+                                          ? R"(","jsonrpc":"2.0","method":"sum"})"
+                                          : R"(","jsonrpc":"2.0","method":"sum","params":[1,2]})"));
+    const Texts texts = errors(server);
+    return good ? "good" : texts.empty() ? "" : texts[0];
+  };
+  const Value params(json_spirit::Array{1, 2});
+  EXPECT_EQ("good", call(reply(200, R"({"result":1})"), &params));
+  EXPECT_EQ(member("result", 1), result);
+  EXPECT_EQ("", call(reply(500, R"({"error":1})"), nullptr));
+  EXPECT_EQ(member("error", 1), result);
+  EXPECT_EQ("Failed to finish parsing JOSN S/rpc response.\n", call(reply(200, "[1"), &params));
+  EXPECT_EQ("Failed to parse JSON S/rpc response.\n", call(reply(200, "[1}"), &params));
+  EXPECT_EQ("No body data of JSON S/rpc.\n", call(reply(200, ""), &params));
+  EXPECT_EQ("HTTP response Content-Type (a/b) of JSON S/rpc must be application/json\n",
+            call(reply(200, "1", "a/b"), nullptr));
+  EXPECT_EQ("Failed to receive response from S/rpc, errno=104, Connection reset by peer\n",
+            call({"", Reply::close}, nullptr));
+
+  Scripted_HTTP_Server server({{reply(500, "[1]")}});
+  JSON_RPC_HTTP_Session session(session_to(server.port()), "/rpc", 0, -1);
+  HTTP_Request request(HTTP_METHOD_PUT, "/own");
+  HTTP_Response response;
+  Counting body(2);
+  EXPECT_TRUE(session.request(request, body, response, &result)) << "any status will do";
+  EXPECT_EQ(0u, server.request().find("PUT /own "));
+  EXPECT_TRUE(has(server.request(), "[0,1]"));
+}
+
+TEST_F(JsonHttpTest, RestJudgesTheStatus) {
+  class Client final : public JSON_RESTful_Client {
+  public:
+    using JSON_RESTful_Client::JSON_RESTful_Client;
+    bool fill_request(HTTP_Request& request) const override {
+      return request.headers().put("X-Filled", "yes") && fill;
+    }
+    bool fill = true;
+  };
+  const struct {
+    const char* word;
+    const char* stop;
+    std::function<bool(Client&, HTTP_Response&, Value*)> call;
+  } verbs[] = {
+      {"GET", ".", [](Client& c, auto& response, Value* v) { return c.get("/u", response, v); }},
+      {"POST", "",
+       [](Client& c, auto& response, Value* v) { return c.post("/u", nullptr, response, v); }},
+      {"PUT", "",
+       [](Client& c, auto& response, Value* v) { return c.put("/u", nullptr, response, v); }},
+      {"DELETE", "",
+       [](Client& c, auto& response, Value* v) {
+         HTTP_Request request(HTTP_METHOD_GET, "/u");
+         return c.del(request, response, v);
+       }},
+  };
+  for (const auto& verb : verbs) {
+    const std::string word = verb.word;
+    SCOPED_TRACE(word);
+    log_.clear();
+    Scripted_HTTP_Server server(
+        {{reply(302, "[1]"), reply(404, "[2]"), {"HTTP/1.1 204 No\r\n\r\n"}, reply(302, "[4]")}});
+    const HTTP_Session_var session = session_to(server.port());
+    Client client(session, true);
+    HTTP_Response response;
+    Value result("before");
+    EXPECT_FALSE(verb.call(client, response, &result));
+    EXPECT_EQ(Value(json_spirit::Array{1}), result) << "an error document can be read";
+    EXPECT_TRUE(has(server.request(), "X-Filled: yes\r\n"));
+    client.logging_error(false);
+    EXPECT_FALSE(verb.call(client, response, &result));
+    client.fill = false;
+    EXPECT_FALSE(verb.call(client, response, &result));
+    client.logging_error(true);
+    EXPECT_FALSE(verb.call(client, response, &result));
+    client.fill = true;
+    EXPECT_TRUE(verb.call(client, response, &result));
+    EXPECT_EQ(Value(), result);
+    EXPECT_EQ((Texts{"Failed to " + word + (word == "GET" ? " data from" : " data to") +
+                         " 'S/u', status=302\n",
+                     "Failed to fill request of " + word + " 'S/u'" + verb.stop + "\n"}),
+              errors(server));
+    Client lenient(session, false);
+    EXPECT_TRUE(verb.call(lenient, response, &result));
+    EXPECT_EQ(302, response.status());
+  }
+}
+
+TEST_F(JsonHttpTest, AFormIsSentEncoded) {
+  std::string encoded;
+  EXPECT_FALSE(http_encode_string_i("", 0, std::back_inserter(encoded)) ||
+               http_encode_string_i(nullptr, 0, std::back_inserter(encoded)));
+  const struct {
+    const char* text;
+    unsigned long flags;
+    const char* encoded;
+  } texts[] = {
+      {"a-_.~/ *!+=&\xc3\xa9", 0, "a-_.~/%20%2a%21%2b%3d%26%c3%a9"},
+      {"/ *\xc3\xa9", HUT_FLAG_SLASH | HUT_FLAG_SPACE | HUT_FLAG_UPPERCASE, "%2F+%2A%C3%A9"},
+      {"/()'*!:@", HUT_FLAG_JS_ENCODE_URI_COMPONENT, "%2F()'*!%3A%40"},
+      {"/:()'*!#$&+,;=?@ \"%", HUT_FLAG_JS_ENCODE_URI, "/:()'*!#$&+,;=?@%20%22%25"},
+  };
+  for (const auto& t : texts) {
+    encoded.clear();
+    EXPECT_TRUE(http_encode_string_i(t.text, t.flags, std::back_inserter(encoded)));
+    EXPECT_EQ(t.encoded, encoded);
+  }
+  std::string query = "/u?x";
+  HTTP_Query_String_Builder_T(std::back_inserter(query), true)("k", nullptr)("", "v")(
+      "a b", "c d", false, false, "p.")
+      .offset(20)
+      .desc(true);
+  EXPECT_EQ("/u?x&k&p.a b=c d&offset=20&desc=true", query);
+
+  Scripted_HTTP_Server server({{reply(500, "[1]", "text/html"),
+                                reply(200, "[1"),
+                                {"HTTP/1.1 204 No\r\n\r\n"},
+                                reply(200, "1"),
+                                {"", Reply::close}}});
+  const HTTP_Session_var session = session_to(server.port());
+  HTTP_Request request(HTTP_METHOD_POST, "/u");
+  HTTP_Response response;
+  Value result;
+  const std::map<std::string, std::string> form = {{"a b", "x/y"}, {"", "no"}, {"k", ""}};
+  EXPECT_TRUE(http_post_urlencoded_form(session, request, form, response, &result));
+  EXPECT_EQ(Value(json_spirit::Array{1}), result);
+  EXPECT_TRUE(has(server.request(), "\r\n\r\na+b=x%2fy&k="));
+  EXPECT_TRUE(has(server.request(), "Accept: application/json\r\n"));
+  EXPECT_TRUE(has(server.request(), "Content-Type: application/x-www-form-urlencoded\r\n"));
+  EXPECT_FALSE(http_post_urlencoded_form(session, request, {}, response, &result));
+  EXPECT_TRUE(has(server.request(), "Content-Length: 0\r\n"));
+  EXPECT_FALSE(http_post_urlencoded_form(session, request, form, response, &result));
+  EXPECT_TRUE(http_post_urlencoded_form(session, request, form, response, nullptr));
+  EXPECT_FALSE(http_post_urlencoded_form(session, request, form, response, nullptr));
+  EXPECT_EQ(
+      (Texts{"Failed to finish parsing JSON response from 'S/u'.\n",
+             "Response from 'S/u' has no body.\n", "Failed to receive response from 'S/u'.\n"}),
+      errors(server));
+  EXPECT_FALSE(
+      http_post_urlencoded_form(session_to(closed_port()), request, form, response, &result));
+  EXPECT_EQ(1u, log_.count("Failed to send request to 'http://"));
+}
+
+}  // namespace
