@@ -7,10 +7,11 @@ BENCH_PACKAGES := libbenchmark-dev valgrind
 CHECK_PACKAGES := clang-format clang-tidy
 JOBS ?= $(shell nproc)
 
-.PHONY: help deps build run test check sanitize asan tsan bench format clean
+.PHONY: help deps build run test test-peers check sanitize asan tsan bench format clean
 help:
 	@echo "make run       build everything and serve on tcp://127.0.0.1:7070"
 	@echo "make test      build and run the tests"
+	@echo "make test-peers  the HTTP clients against nginx, gunicorn and jayson"
 	@echo "make build     build the libraries, the host and the sample plug-ins"
 	@echo "make deps      install the Debian packages that are missing"
 	@echo "make check     formatting, layers, clang-tidy on changed files, tests"
@@ -33,6 +34,10 @@ test: deps
 	@tools/configure release -DJSON_RPC_TESTS=ON
 	@cmake --build --preset release -j $(JOBS)
 	@ctest --test-dir build/release --output-on-failure
+
+test-peers: deps
+	@tools/configure release -DJSON_RPC_TESTS=ON
+	@tests/peers/run release
 
 asan tsan: deps
 	@tools/configure $@
