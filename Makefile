@@ -3,7 +3,7 @@
 BUILD_PACKAGES := g++ cmake ninja-build libace-dev libace-ssl-dev libssl-dev \
                   libyajl-dev libboost-dev libcli11-dev
 TEST_PACKAGES  := libgtest-dev libgmock-dev openssl
-BENCH_PACKAGES := libbenchmark-dev valgrind
+BENCH_PACKAGES := libbenchmark-dev libcurl4-openssl-dev valgrind
 CHECK_PACKAGES := clang-format clang-tidy
 JOBS ?= $(shell nproc)
 
