@@ -1,0 +1,70 @@
+#include "tools/json_rpc_call/peer.h"
+
+#include <cerrno>
+#include <cstring>
+
+#include "transport/link_options.h"
+
+namespace {
+
+transport::Limits limits_of(const Peer::Options& options) {
+  transport::Limits limits;
+  limits.max_message = 0;
+  limits.stall_timeout = options.timeout;
+  if (options.unbuffered) limits.max_queue = 1;
+  return limits;
+}
+
+}  // namespace
+
+Peer::Peer(const Options& options)
+    : options_(options), limits_(limits_of(options)), channel_(JSON_RPC_Channel::none()) {}
+
+bool Peer::open(std::string& error) {
+  channel_ = JSON_RPC_Channel::none();
+  server_.reset();
+  state_ = CONNECTING;  // no loop runs
+  server_ = std::make_unique<transport::Server>(limits_, 1);
+  transport::Link_Options link;
+  link.framing = options_.framing;
+  link.reconnect = false;
+  link.changed = [this](bool up, const std::string& reason) { changed(up, reason); };
+  JSON_RPC_Channel_ptr channel(JSON_RPC_Channel::none());
+  if (server_->connect(options_.url, link, channel, error) != 0) return false;
+  channel_ = JSON_RPC_Channel::strong(channel);
+  server_->start();
+
+  std::unique_lock<std::mutex> guard(mutex_);
+  turned_.wait(guard, [this] { return state_ != CONNECTING; });  // the link keeps the time
+  if (state_ == UP) return true;
+  error = reason_;
+  return false;
+}
+
+void Peer::changed(bool up, const std::string& reason) {
+  bool was_up;
+  {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    was_up = state_ == UP;
+    state_ = up ? UP : DOWN;
+    reason_ = reason;
+  }
+  turned_.notify_all();
+  if (was_up && !up && lost_) lost_(reason);
+}
+
+bool Peer::lost(std::chrono::milliseconds patience, std::string& reason) {
+  std::unique_lock<std::mutex> guard(mutex_);
+  if (!turned_.wait_for(guard, patience, [this] { return state_ == DOWN; })) return false;
+  reason = reason_;
+  return true;
+}
+
+bool Peer::finish(std::string& error) {
+  // An empty message is refused, but only once there is room for it: when all before it has left.
+  const bool begun = channel_->send_begin() != nullptr;
+  const bool left = begun && channel_->send_end() == -1 && errno == EINVAL;
+  if (!left && !lost(std::chrono::seconds(0), error)) error = std::strerror(errno);
+  server_->stop(std::chrono::seconds(0));
+  return left;
+}
