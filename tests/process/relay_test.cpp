@@ -1,0 +1,479 @@
+// Calls that a hub relays to its agents. An agent is a host of its own, or a client of the test
+// that has registered and then answers as it likes.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <memory>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/process/host_client.h"
+#include "tests/process/host_process.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+using ::testing::HasSubstr;
+using ::testing::Not;
+using ::testing::StartsWith;
+
+const char* const closed_text = "Internal error, forwarder is closed.";
+
+/// What is sized by JSON_RPC_SOAK: `few` times that, at most `most`.
+int soaked(int few, int most) {
+  const char* const factor = std::getenv("JSON_RPC_SOAK");
+  return std::min(most, few * std::max(1, factor == nullptr ? 1 : std::atoi(factor)));
+}
+
+std::string methods() {
+  std::string text;
+  for (const std::string name : {"echo", "sleep", "blob", "agent_call"}) {
+    text += (text.empty() ? "[" : ",") + std::string(R"({"method":")") +
+            (name == "agent_call" ? "agent.call" : name) + R"(","dll":")" SAMPLE_PLUGIN_DIR "/lib" +
+            name + R"(.so","init":"make_)" + name + "\"}";
+  }
+  return text + "]";
+}
+
+std::string agent_call(const std::string& agent, const std::string& method,
+                       const std::string& params, const std::string& id = std::string()) {
+  return request(
+      "agent.call",
+      R"({"agent":")" + agent + R"(","method":")" + method + R"(","params":)" + params + "}", id);
+}
+
+std::string registration(const std::string& params) {
+  return request("channel.register", params, "0");
+}
+
+/// What "blob" answers.
+std::string blob(std::size_t bytes) {
+  std::string text = "[";
+  for (std::size_t size; bytes > 0; bytes -= size) {
+    size = std::min<std::size_t>(bytes, 1024);
+    text += (text.size() > 1 ? ",\"" : "\"") + std::string(size, 'x') + "\"";
+  }
+  return text + "]";
+}
+
+/// An answer and its line feed; or what came of it before the host closed. Errors are longer than
+/// its head.
+std::string answer(Host_Client& client, std::size_t result_size) {
+  constexpr std::size_t head = 60;
+  std::string text = client.bytes(head);
+  if (text.size() < head) return text;
+  if (text.find("\"error\"") != std::string::npos) return text + client.line() + "\n";
+  return text + client.bytes(result_size + 1 - head);
+}
+
+/// An agent that the test plays.
+class Agent : public Host_Client {
+public:
+  Agent(const std::string& url, const std::string& id) : Host_Client(url) {
+    EXPECT_EQ(result("0", "true"), call(registration(R"({"type":1,"id":")" + id + "\"}")));
+  }
+  /// The id of the next call that comes.
+  std::string next() {
+    json_spirit::Object call = object();
+    EXPECT_EQ(json_spirit::int_type, call["id"].type());
+    return call["id"].type() == json_spirit::int_type ? std::to_string(call["id"].get_int64()) : "";
+  }
+  /// The beginning of an answer, of about that size, whose result is an open array.
+  bool begin_answer(const std::string& id, std::size_t bytes) {
+    std::string text = result(id, "[");
+    text.pop_back();
+    for (; bytes > 1000; bytes -= 1000) text += "\"" + std::string(997, 'x') + "\",";
+    return send(text);
+  }
+};
+
+class RelayTest : public ::testing::Test {
+protected:
+  static std::unique_ptr<Host_Process> host(std::vector<std::string> options) {
+    Host_Setup setup;
+    setup.options = std::move(options);
+    setup.methods = methods();
+    return std::make_unique<Host_Process>(setup);
+  }
+  /// A hub on a Unix socket, whose buffers are small.
+  void start(std::vector<std::string> options = {}) {
+    options.insert(options.end(), {"--listen", "unix://" + (directory_ / "hub")});
+    hub_ = host(std::move(options));
+    ASSERT_TRUE(hub_->ready());
+  }
+  std::unique_ptr<Host_Process> agent(const std::string& id,
+                                      std::vector<std::string> options = {}) const {
+    options.insert(options.end(), {"--connect", "unix://" + (directory_ / "hub"), "--agent-id", id,
+                                   "--log-level", "warning"});
+    return host(std::move(options));
+  }
+  /// Until calls reach that agent.
+  void reach(const std::string& id) {
+    Host_Client client(url());
+    EXPECT_TRUE(wait_until([&] {
+      return client.call(agent_call(id, "echo", "1", "1")) == result("1", "1");
+    })) << id;
+  }
+  void TearDown() override {
+    if (hub_ != nullptr) hub_->stop();
+  }
+  const std::string& url() const { return hub_->url(); }
+
+  Temporary_Directory directory_;
+  std::unique_ptr<Host_Process> hub_;
+};
+
+TEST_F(RelayTest, AnswersToTheLetter) {
+  start();
+  const auto a = agent("a");
+  reach("a");
+  Host_Client client(url());
+  for (const char* id : {"1", "\"x\"", "-7", "9223372036854775807", "18446744073709551615"}) {
+    const std::string value = R"({"a":[1.5,null,"é\u0000\"/"],"b":{}})";
+    EXPECT_EQ(result(id, value), client.call(agent_call("a", "echo", value, id)));
+    EXPECT_EQ(result(id, blob(3000)),
+              client.call(agent_call("a", "blob", R"({"bytes":3000})", id)));
+    EXPECT_EQ(error(id, -32601, "Method not found"), client.call(agent_call("a", "no", "[]", id)));
+    EXPECT_EQ(error(id, -32602, "Invalid params, agent 'b' is not connected."),
+              client.call(agent_call("b", "echo", "1", id)));
+    EXPECT_THAT(client.call(request("agent.call", R"({"agent":"a"})", id)), HasSubstr(":-32602,"));
+  }
+  Agent b(url(), "b");
+  EXPECT_EQ(error("1", -32602, "Invalid params, agent 'b' is the caller itself."),
+            b.call(agent_call("b", "echo", "1", "1")));
+  EXPECT_EQ(result("1", "2"), b.call(agent_call("a", "echo", "2", "1")));
+  ASSERT_TRUE(client.send(agent_call("b", "m", "[1]") + agent_call("b", "n", "[2]", "5")));
+  EXPECT_EQ(R"({"jsonrpc":"2.0","method":"m","params":[1]})", b.line());
+  const std::string id = b.next();
+  const std::string late = R"({"jsonrpc":"2.0","result":[3],"id":)" + id + "}\n";
+  ASSERT_TRUE(b.send(late + late));  // an id awaits one answer
+  EXPECT_EQ(result("5", "[3]"), client.line());
+  EXPECT_EQ(result("6", "1"), client.call(request("echo", "1", "6")));
+}
+
+TEST_F(RelayTest, OnlyAFreeIdAndTheTokenMakeAnAgent) {
+  start({"--agent-token", directory_.write("token", "secret\n")});
+  const auto a = agent("a", {"--agent-token", directory_ / "token"});
+  reach("a");
+  Host_Client client(url());
+  const struct {
+    const char* params;
+    const char* reason;
+  } cases[] = {
+      {R"({"type":1,"id":"b"})", "the token is wrong"},
+      {R"({"type":1,"id":"b","token":"Secret"})", "the token is wrong"},
+      {R"({"type":2,"id":"b","token":"secret"})", "is expected"},
+      {R"({"type":1,"id":"","token":"secret"})", "is expected"},
+      {R"([1,"b"])", "is expected"},
+      {R"({"type":1,"id":"a","token":"secret"})", "an agent with this id is connected"},
+  };
+  for (const auto& c : cases) {
+    const std::string refusal = client.call(registration(c.params));
+    EXPECT_THAT(refusal, HasSubstr(":-32602,")) << c.params;
+    EXPECT_THAT(refusal, HasSubstr(c.reason)) << c.params;
+  }
+  EXPECT_THAT(client.call(agent_call("b", "echo", "1", "1")), HasSubstr("'b' is not connected"));
+  const auto wrong = agent("b", {"--agent-token", directory_.write("wrong", "guess\n")});
+  wrong->wait_for_log("is refused: -32602");
+  a->signal(SIGKILL);
+  a->wait();
+  const std::string takeover = registration(R"({"type":1,"id":"a","token":"secret"})");
+  EXPECT_TRUE(wait_until([&] { return client.call(takeover) == result("0", "true"); }));
+}
+
+/// A call and its answer, which names the requester and the call, or is of a size of their own.
+struct Call {
+  Call(int requester, int number) {
+    const int kind = (number * 7 + requester) % 50;
+    const std::string who = std::to_string(requester) + "." + std::to_string(number);
+    const std::string agent = kind % 2 == 0 ? "a" : "b";
+    const std::size_t bytes = kind == 0 ? 1000000 : kind < 4 ? 200000 : kind < 8 ? 66000 : kind;
+    if (kind % 10 == 3) {
+      text = agent_call(agent, "nosuch", "\"" + who + "\"", "1");
+      expected = error("1", -32601, "Method not found");
+    } else if (kind % 5 == 2) {
+      const std::size_t size = bytes + 100 * requester + number;
+      text = agent_call(agent, "blob", "{\"bytes\":" + std::to_string(size) + "}", "1");
+      expected = result("1", blob(size));
+    } else {
+      const std::string value = "[\"" + who + "\",\"" + std::string(bytes, 'y') + "\"]";
+      text = agent_call(agent, "echo", value, "1");
+      expected = result("1", value);
+    }
+  }
+  std::string text;
+  std::string expected;
+};
+
+TEST_F(RelayTest, EveryRequesterGetsItsOwnAnswers) {
+  const int requesters = soaked(sanitized ? 4 : 8, 64);
+  const int calls = soaked(sanitized ? 25 : 50, 2000);
+  for (const char* threads : {"1", "2"}) {
+    start({"--threads", threads, "--stall-timeout", "60"});
+    const auto a = agent("a", {"--threads", threads});
+    const auto b = agent("b", {"--threads", threads});
+    reach("a");
+    reach("b");
+    std::vector<std::thread> all;
+    for (int r = 0; r < requesters; ++r) {
+      all.emplace_back([this, r, calls] {
+        Host_Client client(url());
+        for (int i = 0; i < calls; ++i) {
+          const Call call(r, i);
+          const std::string got = client.call(call.text);
+          ASSERT_TRUE(got == call.expected) << r << '.' << i << ": " << got.substr(0, 200);
+        }
+      });
+    }
+    for (std::thread& thread : all) thread.join();
+    // Two agents at once: the answers come one after the other, in either order.
+    Host_Client client(url());
+    for (int i = 0; i < 3; ++i) {
+      client.send(agent_call("a", "blob", R"({"bytes":3000000})", "1") +
+                  agent_call("b", "blob", R"({"bytes":3000001})", "2"));
+      const std::string one = client.line(), two = client.line();
+      EXPECT_TRUE(std::min(one, two) == result("1", blob(3000000)) &&
+                  std::max(one, two) == result("2", blob(3000001)));
+    }
+    client.close();
+    a->stop();
+    b->stop();
+    hub_->stop();
+    EXPECT_EQ(0u, hub_->logged(" error "));
+  }
+}
+
+/// Calls "a" until told to stop. Each call is answered once, whatever becomes of the agent; where a
+/// part of the answer had come already, the connection is closed.
+class Persistent_Requester {
+public:
+  Persistent_Requester(const std::string& url, int seed, const std::atomic<bool>& stop)
+      : url_(url), random_(seed), stop_(stop), thread_([this] { run(); }) {}
+  ~Persistent_Requester() { thread_.join(); }
+  int served() const { return served_; }
+
+private:
+  void run() {
+    std::unique_ptr<Host_Client> client;
+    for (int i = 1; !stop_ && !::testing::Test::HasFailure(); ++i) {
+      if (client == nullptr) client = std::make_unique<Host_Client>(url_);
+      const std::string id = std::to_string(i);
+      const std::size_t bytes = 100 + (random_() % 4 == 0 ? random_() % 3000000 : random_() % 5000);
+      const std::string value = blob(bytes);
+      const bool echo = bytes < 900000 && random_() % 2 == 0;
+      ASSERT_TRUE(client->send(
+          echo ? agent_call("a", "echo", value, id)
+               : agent_call("a", "blob", "{\"bytes\":" + std::to_string(bytes) + "}", id)));
+      const std::string whole = result(id, value) + "\n";
+      const std::string got = answer(*client, whole.size() - 1);
+      if (got == whole) {
+        ++served_;
+      } else if (got.empty() || got.back() != '\n') {
+        ASSERT_TRUE(!got.empty() && whole.compare(0, got.size(), got) == 0)
+            << "not a part of it: " << got.substr(0, 200);
+        client.reset();
+      } else {
+        ASSERT_TRUE(got == error(id, -32603, closed_text) + "\n" ||
+                    got == error(id, -32603, "Internal error, agent 'a' could not be reached.") +
+                               "\n" ||
+                    got == error(id, -32602, "Invalid params, agent 'a' is not connected.") + "\n")
+            << got.substr(0, 200);
+      }
+    }
+  }
+
+  const std::string url_;
+  std::mt19937 random_;
+  const std::atomic<bool>& stop_;
+  std::atomic<int> served_{0};
+  std::thread thread_;
+};
+
+TEST_F(RelayTest, AnAgentMayDieAtAnyMoment) {
+  start();
+  const std::size_t idle = hub_->descriptors();
+  std::mt19937 random(1);
+  std::size_t threads = 0, resident = 0;
+  const auto kill_agents = [&](int kills) {
+    std::atomic<bool> stop{false};
+    {
+      std::vector<std::unique_ptr<Persistent_Requester>> requesters;
+      for (int i = 0; i < 6; ++i) {
+        requesters.push_back(std::make_unique<Persistent_Requester>(url(), i, stop));
+      }
+      for (int i = 0; i < kills && !HasFailure(); ++i) {
+        const auto dies = agent("a");
+        const int before = requesters[i % 6]->served();
+        EXPECT_TRUE(wait_until([&] { return requesters[i % 6]->served() > before; })) << i;
+        std::this_thread::sleep_for(milliseconds(random() % 50));
+        dies->signal(SIGKILL);
+        EXPECT_EQ(128 + SIGKILL, dies->wait());
+      }
+      stop = true;
+    }
+    hub_->wait_for_descriptors(idle);
+  };
+  kill_agents(2);
+  threads = hub_->threads();
+  resident = hub_->resident_bytes();
+  kill_agents(soaked(sanitized ? 3 : 5, 200));
+  EXPECT_EQ(idle, hub_->descriptors());
+  EXPECT_EQ(threads, hub_->threads());
+  if (!sanitized) {
+    EXPECT_LT(hub_->resident_bytes(), resident + (8u << 20));
+  }
+  const auto next = agent("a");
+  reach("a");
+}
+
+TEST_F(RelayTest, ASlowRequesterHoldsItsAnswerBackAndADeafOneIsClosed) {
+  start({"--stall-timeout", "1", "--max-message", "0", "--threads", "2"});
+  constexpr std::size_t pieces = sanitized ? 600 : 2000;  // of 100 KB
+  Agent a(url(), "a");
+  Host_Client slow(url()), other(url());
+  slow.send(agent_call("a", "huge", "[]", "1"));
+  const std::string id = a.next();
+  const std::size_t resident = hub_->resident_bytes();
+  std::atomic<std::size_t> sent{0};
+  std::thread sender([&] {
+    ASSERT_TRUE(a.begin_answer(id, 1000));
+    const std::string texts = blob(100000);
+    const std::string piece = texts.substr(1, texts.size() - 2) + ",";
+    for (std::size_t i = 0; i < pieces; ++i) {
+      ASSERT_TRUE(a.send(piece));
+      sent += piece.size();
+    }
+    ASSERT_TRUE(a.send("0]}\n"));
+  });
+  std::size_t taken = 0;
+  for (int i = 0; i < 15; ++i) {  // three times the stall time
+    taken += slow.bytes(150000).size();
+    std::this_thread::sleep_for(milliseconds(200));
+    EXPECT_LT(sent, taken + (8u << 20));
+    if (!sanitized) {
+      EXPECT_LT(hub_->resident_bytes(), resident + (24u << 20));
+    }
+  }
+  EXPECT_EQ(15u * 150000, taken);
+  EXPECT_EQ(0u, hub_->logged("is closed"));
+  EXPECT_EQ(result("1", "1"), other.call(request("echo", "1", "1")));
+  other.send(agent_call("a", "m", "[]", "2"));
+  hub_->wait_for_log("is closed: it takes no output.");  // from here on nothing is taken
+  EXPECT_EQ(1u, hub_->logged("is closed"));
+  sender.join();
+  const std::string next = a.next();
+  ASSERT_TRUE(a.send(result(next, "7") + "\n"));
+  EXPECT_EQ(result("2", "7"), other.line());
+}
+
+TEST_F(RelayTest, AnAnswerThatStopsTakesItsAgentAlong) {
+  start({"--stall-timeout", "1"});
+  for (const std::size_t bytes : {2000, 60000, 300000}) {
+    SCOPED_TRACE(bytes);
+    Agent a(url(), "a");
+    Host_Client half(url()), waiting(url());
+    half.send(agent_call("a", "m", "[]", "1"));
+    const std::string id = a.next();
+    ASSERT_TRUE(
+        waiting.send(agent_call("a", "m", "[]", "\"x\"") + agent_call("a", "m", "[]", "\"y\"")));
+    a.next();
+    a.next();
+    ASSERT_TRUE(a.begin_answer(id, bytes));
+    EXPECT_EQ(error("\"x\"", -32603, closed_text), waiting.line());
+    EXPECT_EQ(error("\"y\"", -32603, closed_text), waiting.line());
+    if (bytes < 65536) {
+      EXPECT_EQ(error("1", -32603, closed_text), half.line());
+      EXPECT_EQ(result("1", "1"), half.call(request("echo", "1", "1")));
+    } else {
+      EXPECT_THAT(half.rest(), StartsWith(result("1", "[\"xxx").substr(0, 36)));
+    }
+    EXPECT_EQ("", a.rest());
+    EXPECT_THAT(waiting.call(agent_call("a", "m", "[]", "1")), HasSubstr("'a' is not connected"));
+  }
+  EXPECT_EQ(3u, hub_->logged("is closed: it stopped in a message."));
+}
+
+TEST_F(RelayTest, ABrokenAnswerEndsForItsRequesterAlone) {
+  start({"--max-message", "1000000"});
+  const struct {
+    const char* name;
+    std::string rest;
+    bool survives;
+  } cases[] = {
+      {"no JSON", "],}\n", true},
+      {"cut by a line feed in a text", "\"a\nb\"]}\n", true},
+      {"too deep", std::string(130, '[') + std::string(130, ']') + "]}\n", true},
+      {"too large", blob(1000000) + "]}\n", false},
+  };
+  int number = 0;
+  for (const auto& c : cases) {
+    for (const std::size_t bytes : {2000, 300000}) {
+      SCOPED_TRACE(std::string(c.name) + " after " + std::to_string(bytes));
+      const std::string name = "a" + std::to_string(++number);
+      Agent a(url(), name);
+      Host_Client broken(url()), other(url());
+      broken.send(agent_call(name, "m", "[]", "1"));
+      const std::string first = a.next();
+      other.send(agent_call(name, "m", "[]", "2"));
+      const std::string second = a.next();
+      ASSERT_TRUE(a.begin_answer(first, bytes));
+      if (bytes > 65536) broken.bytes(1000);
+      ASSERT_TRUE(a.send(c.rest + result(second, "3") + "\n") || !c.survives);
+      if (bytes < 65536 && c.survives) {
+        EXPECT_EQ(error("1", -32603, closed_text), broken.line());
+        EXPECT_EQ(result("1", "1"), broken.call(request("echo", "1", "1")));
+      } else {
+        EXPECT_THAT(broken.rest(), Not(HasSubstr("\n"))) << "its connection is closed";
+      }
+      if (!c.survives) a.close();
+      EXPECT_EQ(c.survives ? result("2", "3") : error("2", -32603, closed_text), other.line());
+    }
+  }
+  // As deep as any value that a host sends.
+  Agent a(url(), "a");
+  Host_Client client(url());
+  const std::string deep = std::string(124, '[') + std::string(124, ']');
+  client.send(agent_call("a", "m", "[]", "1"));
+  a.send(result(a.next(), deep) + "\n");
+  EXPECT_EQ(result("1", deep), client.line());
+}
+
+TEST_F(RelayTest, RequestersThatVanishAreNotTheAgentsFault) {
+  start();
+  Agent a(url(), "a");
+  for (int i = 0; i < 5; ++i) {
+    auto gone = std::make_unique<Host_Client>(url());
+    gone->send(agent_call("a", "m", "[]", "1") + agent_call("a", "m", "[]", "2"));
+    const std::string first = a.next(), second = a.next();
+    ASSERT_TRUE(a.begin_answer(first, 300000));
+    gone->bytes(1000);
+    const std::size_t open = hub_->descriptors();
+    gone.reset();
+    hub_->wait_for_descriptors(open - 1);
+    ASSERT_TRUE(a.send("0]}\n" + result(second, blob(100000)) + "\n"));
+  }
+  Host_Client client(url());
+  client.send(agent_call("a", "m", "[]", "1"));
+  ASSERT_TRUE(a.send(result(a.next(), "1") + "\n"));
+  EXPECT_EQ(result("1", "1"), client.line());
+}
+
+TEST_F(RelayTest, ALinkComesUpWhenItsHubDoes) {
+  const auto a = agent("a");
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_TRUE(wait_until([&] { return a->logged("is down") > static_cast<std::size_t>(i); }));
+    start();
+    reach("a");
+    hub_->stop();
+  }
+}
+
+}  // namespace
