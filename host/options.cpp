@@ -82,12 +82,12 @@ bool Options::parse(int argc, char** argv, int& status) {
       ->check(CLI::Range(std::size_t{0}, std::numeric_limits<std::size_t>::max() / 2))
       ->capture_default_str();
   app.add_option("--max-queue", limits.max_queue,
-                 "Unsent bytes of a channel: over it a notification closes the channel, over a "
-                 "quarter of it reading pauses")
+                 "Unsent bytes of a channel: over it a notification closes the channel, with a "
+                 "quarter of it in answers requests wait")
       ->check(CLI::Range(std::size_t{1024}, std::numeric_limits<std::size_t>::max() / 2))
       ->capture_default_str();
   app.add_option("--max-pending", limits.max_pending,
-                 "Requests of a channel in work: at it reading pauses")
+                 "Requests of a channel in work: at it further ones wait")
       ->check(CLI::Range(std::size_t{1}, std::size_t{1} << 24))
       ->capture_default_str();
   app.add_option("--max-connections", limits.max_connections,

@@ -36,6 +36,7 @@ constexpr std::chrono::seconds slow_handler{1};
 
 constexpr int server_busy = -32000;
 constexpr int server_stopping = -32001;
+const char* const busy_text = "Server busy";
 const char* const stopping_text = "Server is stopping";
 
 std::string next_id() {
@@ -60,6 +61,13 @@ struct Buffer_Range {
 };
 
 bool starts_with(const std::string& text, const char* prefix) { return text.rfind(prefix, 0) == 0; }
+
+/// Whether a notification tells of this process itself: a peer must not make that up for others.
+bool is_made_up(const JSON_RPC_Object& notification) {
+  const std::string& method = static_cast<const JSON_RPC_Request&>(notification).method;
+  return (starts_with(method, "channel.") || starts_with(method, "rpc.")) &&
+         JSON_RPC_Request_Map::instance()->find(method) == nullptr;
+}
 
 }  // namespace
 
@@ -187,11 +195,17 @@ bool Connection::consume(const char* data, std::size_t length) {
 
 void Connection::resume() { post(&Connection::try_resume); }
 
-/// Where neither the channel owes too much nor its relay must wait any longer: what was left over
-/// first, then the socket.
+/// Where neither the channel owes too much nor its relay must wait any longer: what was parked and
+/// what was left over first, then the socket.
 void Connection::try_resume() {
   guarded([this] {
-    if (paused_ && !overloaded() && !inbound_->relay_waits(weak_from_this())) take_leftover();
+    stream_->outbox().attend();
+    dispatch_parked();
+    if (paused_ && !overloaded() && !inbound_->relay_waits(weak_from_this())) {
+      take_leftover();
+    } else {
+      flush();
+    }
   });
 }
 
@@ -200,7 +214,6 @@ void Connection::take_leftover() {
   last_read_ = Loop::now();
   std::string bytes;
   bytes.swap(leftover_);
-  stream_->outbox().attend();
   const bool go_on = consume(bytes.data(), bytes.size());
   flush();
   if (go_on && !closed_) read();
@@ -213,35 +226,65 @@ void Connection::end_of_input() {
   flush();
 }
 
-bool Connection::overloaded() {
-  return stream_->outbox().overloaded(state_->limits.queue_mark(), state_->limits.max_pending);
+/// While this end awaits answers of the peer, what would not fit is refused rather than left
+/// unread.
+bool Connection::overloaded() const {
+  return parked_full() && (refused_ >= state_->limits.max_pending || !stream_->awaits_answers());
 }
 
-void Connection::message(const JSON_RPC_Object_var& object) {
-  if (refuse(*object)) return;
-  if (object->type == JSON_RPC_Object::TYPE_REQUEST) {
+bool Connection::parked_full() const { return parked_bytes_ > state_->limits.max_queue; }
+
+/// Whether the channel owes so much that no further request is begun. What is parked awaits an
+/// answer too, but is not in work.
+bool Connection::busy() const {
+  const Limits& limits = state_->limits;
+  return stream_->outbox().overloaded(limits.queue_mark(), limits.max_pending + parked_.size());
+}
+
+/// Whether bytes that left, or an answer that was given, made room for what waits.
+bool Connection::can_go_on() const { return parked_.empty() ? paused_ && !overloaded() : !busy(); }
+
+void Connection::message(const JSON_RPC_Object_var& object, std::size_t bytes) {
+  if (object->type == JSON_RPC_Object::TYPE_NOTIFY) {
+    if (is_made_up(*object)) return;
+    if (!parked_.empty()) return park(object, bytes);
+  } else if (object->type == JSON_RPC_Object::TYPE_REQUEST) {
+    const bool wait = !parked_.empty() || busy();
     stream_->outbox().await(object->id);
     static_cast<Owed_Request&>(*object).owe(weak_from_this());
+    if (wait && parked_full()) return refuse(object->id);
+    if (wait) return park(object, bytes);
   }
   dispatch(object);
 }
 
-/// Whether a message is not dispatched at all.
-bool Connection::refuse(const JSON_RPC_Object& object) {
-  if (object.type == JSON_RPC_Object::TYPE_REQUEST && state_->stopping) {
-    stream_->complain(object.id, server_stopping, stopping_text);
-    return true;
+void Connection::refuse(const json_spirit::Value& id) {
+  ++refused_;
+  stream_->answer_error(id, server_busy, busy_text);
+}
+
+void Connection::park(const JSON_RPC_Object_var& object, std::size_t bytes) {
+  parked_.push_back({object, bytes + sizeof(Owed_Request)});
+  parked_bytes_ += parked_.back().bytes;
+}
+
+void Connection::dispatch_parked() {
+  while (!parked_.empty() && !busy()) {
+    const Parked next = std::move(parked_.front());
+    parked_.pop_front();
+    parked_bytes_ -= next.bytes;
+    dispatch(next.object);
   }
-  if (object.type != JSON_RPC_Object::TYPE_NOTIFY) return false;
-  // These tell of the process itself: a peer must not make them up for others.
-  const std::string& method = static_cast<const JSON_RPC_Request&>(object).method;
-  return (starts_with(method, "channel.") || starts_with(method, "rpc.")) &&
-         JSON_RPC_Request_Map::instance()->find(method) == nullptr;
+  if (!parked_full()) refused_ = 0;
 }
 
 void Connection::dispatch(const JSON_RPC_Object_var& object) {
   const bool request = object->type == JSON_RPC_Object::TYPE_REQUEST;
   const bool call = request || object->type == JSON_RPC_Object::TYPE_NOTIFY;
+  if (request && state_->stopping) {
+    stream_->answer_error(object->id, server_stopping, stopping_text);
+    return;
+  }
   const Current_Message current(stream_, object.get());
   const Loop_Time begin = Loop::now();
   errno = 0;
@@ -256,7 +299,7 @@ void Connection::dispatch(const JSON_RPC_Object_var& object) {
   }
   if (result != -1 || !request) return;
   if (error == EWOULDBLOCK) {
-    stream_->answer_error(object->id, server_busy, "Server busy");
+    stream_->answer_error(object->id, server_busy, busy_text);
   } else {
     stream_->answer_error(object->id, JSON_RPC_INTERNAL_ERROR, nullptr);
   }
@@ -297,8 +340,8 @@ void Connection::write_out() {
     if (!write()) break;
   }
   if (closed_) return;
-  if (paused_ && !overloaded()) resume();
-  const bool done = input_ended_ || stopped_reading_;
+  if (can_go_on()) resume();
+  const bool done = (input_ended_ || stopped_reading_) && parked_.empty();
   if (done && !lingering_ && !stream_->outbox().owes()) linger();
 }
 
@@ -334,14 +377,16 @@ bool Connection::write() {
     close(nullptr);
     return false;
   }
-  stream_->outbox().sent(written);
-  for (written += batch_byte_;
-       batch_piece_ < batch_.size() && written >= batch_[batch_piece_].text().size();
+  std::size_t answers = 0;
+  std::size_t whole = written + batch_byte_;  // bytes in whole pieces, and then of the next
+  for (; batch_piece_ < batch_.size() && whole >= batch_[batch_piece_].text().size();
        ++batch_piece_) {
-    written -= batch_[batch_piece_].text().size();
+    whole -= batch_[batch_piece_].text().size();
+    answers += batch_[batch_piece_].answers;
     batch_[batch_piece_] = Output_Piece();
   }
-  batch_byte_ = written;
+  batch_byte_ = whole;
+  stream_->outbox().sent(written, answers);
   return true;
 }
 
@@ -368,6 +413,7 @@ void Connection::drain() {
   for (const json_spirit::Value& id : stream_->outbox().awaited()) {
     stream_->answer_error(id, server_stopping, stopping_text);
   }
+  parked_.clear();
   stopped_reading_ = true;
   flush();
 }
@@ -422,6 +468,7 @@ void Connection::close(const char* reason) {
   socket_.close(ignored);
   if (inbound_ != nullptr) inbound_->abandon_relay();
   stream_->closed();
+  parked_.clear();
   JSON_RPC_Notify_Manager::instance()->unsubscribe(stream_->self());
   JSON_RPC_Channel_Pool::instance()->remove(stream_->self());
   JSON_RPC_Channel_Map::instance()->remove(channel_);

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <boost/asio/generic/stream_protocol.hpp>
+#include <list>
 #include <memory>
 #include <string>
 #include <vector>
@@ -28,9 +29,13 @@ public:
 /// A connected socket on its loop: reads bytes into messages and dispatches them, writes what the
 /// channel's outbox holds, closes by the limits. Owns the channel.
 ///
+/// While the channel owes its peer much, requests are read but parked, so that answers which stand
+/// behind them still arrive: two ends that both waited for the other to read would wait forever.
+/// When too much is parked as well, further requests are refused where this end awaits answers, and
+/// else the channel is not read.
+///
 /// Everything happens on the loop's thread, except wake(), resume(), close_soon() and
-/// request_gone(). Lives
-/// while the loop lists it or one of its handlers is pending.
+/// request_gone(). Lives while the loop lists it or one of its handlers is pending.
 class Connection final : public Wire,
                          public Answer_Debt,
                          public Loop_Member,
@@ -66,9 +71,14 @@ public:
   void loop_ended() override { close(nullptr); }
 
 private:
+  struct Parked {
+    JSON_RPC_Object_var object;
+    std::size_t bytes;
+  };
+
   void begin(const Stream_Channel::Addresses& addresses, Framing framing);
-  void message(const JSON_RPC_Object_var& object) override;
-  bool overloaded() override;
+  void message(const JSON_RPC_Object_var& object, std::size_t bytes) override;
+  bool overloaded() const override;
 
   template <typename Operation>
   void guarded(Operation operation);
@@ -81,7 +91,12 @@ private:
   void try_resume();
   void take_leftover();
   void end_of_input();
-  bool refuse(const JSON_RPC_Object& object);
+  bool parked_full() const;
+  bool busy() const;
+  bool can_go_on() const;
+  void park(const JSON_RPC_Object_var& object, std::size_t bytes);
+  void refuse(const json_spirit::Value& id);
+  void dispatch_parked();
   void dispatch(const JSON_RPC_Object_var& object);
 
   void flush();
@@ -106,7 +121,7 @@ private:
   std::unique_ptr<Inbound> inbound_;
 
   bool reading_ = false;          // a read of the socket is pending
-  bool paused_ = false;           // not read: the channel owes too much, or its relay must wait
+  bool paused_ = false;           // not read: too much is parked, or its relay must wait
   bool input_ended_ = false;      // the peer sends no more
   bool stopped_reading_ = false;  // what the peer sends is not wanted any more
   bool lingering_ = false;    // all is sent; what still comes is thrown away until the peer closes
@@ -115,6 +130,11 @@ private:
   Loop_Time last_read_;
   Loop_Time last_write_;
   Loop_Time linger_until_;
+
+  // Calls that were read while the channel was busy, in their order, and the bytes that they cost.
+  std::list<Parked> parked_;
+  std::size_t parked_bytes_ = 0;
+  std::size_t refused_ = 0;  // since there was room for more of them
 
   std::string leftover_;             // read, but not yet taken: the channel was paused
   std::vector<Output_Piece> batch_;  // taken from the outbox

@@ -77,10 +77,9 @@ std::size_t Inbound::within_limit(const char* data, std::size_t length) {
     return length;
   }
   if (limit != 0) length = std::min(length, limit - size_);
+  if (state_ == TEXT) return text(data, length);
   std::size_t used = length;
-  if (state_ == TEXT) {
-    used = text(data, length);
-  } else if (state_ == SKIP_BY_LINE) {
+  if (state_ == SKIP_BY_LINE) {
     used = skip_line(data, length);
   } else if (feeder_.skip(data, length, used)) {
     end_text();
@@ -147,6 +146,7 @@ std::size_t Inbound::text(const char* data, std::size_t length) {
   if (by_length && length > body_left_) length = body_left_;
   std::size_t used;
   Text_Feeder::Outcome outcome = feeder_.feed(*reader_, data, length, used);
+  size_ += used;
   if (by_length) {
     body_left_ -= used;
     if (outcome == Text_Feeder::MORE && body_left_ == 0) outcome = feeder_.finish(*reader_);
@@ -162,7 +162,10 @@ std::size_t Inbound::text(const char* data, std::size_t length) {
       bad(JSON_RPC_PARSE_ERROR);
       state_ = SKIP_BY_LINE;
       // The byte that was wrong may be the line feed itself.
-      if (!by_length && used > 0) --used;
+      if (!by_length && used > 0) {
+        --used;
+        --size_;
+      }
       break;
     case Text_Feeder::REFUSED:
       bad(JSON_RPC_INVALID_REQUEST);
@@ -210,7 +213,7 @@ void Inbound::deliver() {
     return;
   }
   bad_in_a_row_ = 0;
-  sink_.message(*message);
+  sink_.message(*message, size_);
 }
 
 /// The text is no message. It is answered once, unless it pretended to be an answer.
@@ -240,7 +243,7 @@ void Inbound::fail_waiter() {
   if (!vexa::adopt(object, static_cast<JSON_RPC_Object*>(error))) return;
   error->id = reader_->id();
   error->message = "Internal error, the answer is broken.";
-  sink_.message(object);
+  sink_.message(object, size_);
 }
 
 bool Inbound::relaying() const { return reader_->state() == JSON_RPC_Reader::STATE_FORWARDING; }

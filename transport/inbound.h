@@ -24,7 +24,7 @@ class Inbound {
 public:
   enum Verdict {
     GO_ON,
-    PAUSE,  ///< the channel owes too much: the bytes that were not used come again later
+    PAUSE,  ///< the sink has no room: the bytes that were not used come again later
     STOP    ///< read no further; close when all is sent
   };
 
@@ -32,9 +32,10 @@ public:
   class Sink {
   public:
     virtual ~Sink() = default;
-    virtual void message(const JSON_RPC_Object_var& object) = 0;
-    /// Whether the channel owes so much that it is not read further now.
-    virtual bool overloaded() = 0;
+    /// `bytes` is the length of its text.
+    virtual void message(const JSON_RPC_Object_var& object, std::size_t bytes) = 0;
+    /// Whether the sink wants no more messages now.
+    virtual bool overloaded() const = 0;
   };
 
   /// @param complains whether text that is no message is answered

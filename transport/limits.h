@@ -13,10 +13,12 @@ struct Limits {
 
   /// Unsent bytes of a channel. A notification that would exceed it closes the channel, a call is
   /// refused (ENOBUFS), an answer is queued all the same; one message may always be queued. Over a
-  /// quarter of it the channel is not read further, and streamed output blocks its producer.
+  /// quarter of it streamed output blocks its producer, and with that much in answers the peer's
+  /// requests wait. Those that wait may cost as much as this: over it the channel is not read
+  /// further, or, where answers are awaited from it, they are refused (-32000).
   std::size_t max_queue = 8u << 20;
 
-  /// Requests of a channel that await an answer: at it, the channel is not read further.
+  /// Requests of a channel in work: at it, further ones wait.
   std::size_t max_pending = 1000;
 
   /// Connections of a server: at it, accepting pauses.

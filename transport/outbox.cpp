@@ -35,8 +35,7 @@ bool Outbox::share(const json_spirit::Value& id) {
 /// Whether a message of that size may join the line. Requires mutex_.
 Outbox::Result Outbox::admit(Kind kind, std::size_t bytes) {
   if (closed_) return CLOSED;
-  const bool refusable = kind == NOTICE || kind == CALL;
-  if (refusable && unsent_ > 0 && unsent_ + bytes > max_queue_) return OVERFLOW;
+  if (kind != ANSWER && unsent_ > 0 && unsent_ + bytes > max_queue_) return OVERFLOW;
   return SENT;
 }
 
@@ -44,13 +43,21 @@ Outbox::Result Outbox::admit(Kind kind, std::size_t bytes) {
 bool Outbox::must_wake() { return !std::exchange(attended_, true); }
 
 /// Appends to the last piece where that is small and complete. Requires mutex_.
-void Outbox::add(std::string_view text) {
+void Outbox::add(std::string_view text, bool answer) {
   if (line_.empty() || line_.back().stream != 0 || line_.back().shared ||
       line_.back().own.size() + text.size() > joined_piece) {
     line_.emplace_back();
   }
   line_.back().own.append(text);
-  unsent_ += text.size();
+  count(line_.back(), text.size(), answer);
+}
+
+/// Bytes have been added to a piece. Requires mutex_.
+void Outbox::count(Output_Piece& piece, std::size_t bytes, bool answer) {
+  unsent_ += bytes;
+  if (!answer) return;
+  piece.answers += bytes;
+  answers_ += bytes;
 }
 
 Outbox::Result Outbox::put(Kind kind, const json_spirit::Value& id, std::string_view head,
@@ -61,12 +68,13 @@ Outbox::Result Outbox::put(Kind kind, const json_spirit::Value& id, std::string_
   const Result admitted = admit(kind, head.size() + text.size());
   if (admitted != SENT) return admitted;
   if (kind == ANSWER && !awaited_.settle(id)) return NOT_AWAITED;
-  if (!head.empty()) add(head);
+  const bool answer = kind == ANSWER || kind == COMPLAINT;
+  if (!head.empty()) add(head, answer);
   if (shared && text.size() > copied_text) {
     line_.push_back({std::string(), shared});
-    unsent_ += text.size();
+    count(line_.back(), text.size(), answer);
   } else {
-    add(text);
+    add(text, answer);
   }
   wake = must_wake();
   return SENT;
@@ -79,8 +87,8 @@ Outbox::Result Outbox::begin(std::string_view text, const json_spirit::Value* an
   if (closed_) return CLOSED;
   if (answered != nullptr && !awaited_.settle(*answered)) return NOT_AWAITED;
   stream = ++last_stream_;
-  line_.push_back({std::string(text), Shared_Text(), stream});
-  unsent_ += text.size();
+  line_.push_back({std::string(text), Shared_Text(), 0, stream, answered != nullptr});
+  count(line_.back(), text.size(), line_.back().answer);
   wake = must_wake();
   return SENT;
 }
@@ -110,7 +118,7 @@ Outbox::Result Outbox::grow(std::uint64_t stream, std::string_view text, bool co
     if (closed_ || piece == nullptr) return CLOSED;
     piece->own.append(text);
     if (complete) piece->stream = 0;
-    unsent_ += text.size();
+    count(*piece, text.size(), piece->answer);
     ++progress_;
     wake = must_wake();
     if (complete) ready = ready_waiters();
@@ -128,8 +136,10 @@ bool Outbox::replace(std::uint64_t stream, std::string_view text, bool& wake) {
     Output_Piece* const piece = find(stream);
     if (closed_ || piece == nullptr) return true;
     if (piece->started) return false;
-    unsent_ = unsent_ - piece->own.size() + text.size();
+    unsent_ -= piece->own.size();
+    answers_ -= std::exchange(piece->answers, 0);
     piece->own.assign(text);
+    count(*piece, text.size(), piece->answer);
     piece->stream = 0;
     ++progress_;
     wake = must_wake();
@@ -228,7 +238,7 @@ bool Outbox::owes() const {
 
 bool Outbox::overloaded(std::size_t mark, std::size_t max_pending) const {
   const std::lock_guard<std::mutex> guard(mutex_);
-  return unsent_ > mark || awaited_.size() >= max_pending;
+  return answers_ > mark || awaited_.size() >= max_pending;
 }
 
 bool Outbox::is_closed() const {
@@ -253,7 +263,7 @@ bool Outbox::take(std::vector<Output_Piece>& batch) {
   const std::size_t before = batch.size();
   std::move(line_.begin(), open, std::back_inserter(batch));
   if (open != line_.end() && !open->own.empty()) {
-    batch.push_back({std::move(open->own), Shared_Text()});
+    batch.push_back({std::move(open->own), Shared_Text(), std::exchange(open->answers, 0)});
     open->own.clear();
     open->started = true;
   }
@@ -264,12 +274,13 @@ bool Outbox::take(std::vector<Output_Piece>& batch) {
   return attended_;
 }
 
-void Outbox::sent(std::size_t bytes) {
+void Outbox::sent(std::size_t bytes, std::size_t answers) {
   Waiters ready;
   {
     const std::lock_guard<std::mutex> guard(mutex_);
     unsent_ -= bytes;
     in_flight_ -= bytes;
+    answers_ -= answers;
     ++progress_;
     ready = ready_waiters();
   }
@@ -284,7 +295,7 @@ void Outbox::close() {
     const std::lock_guard<std::mutex> guard(mutex_);
     closed_ = true;
     dropped.swap(line_);
-    unsent_ = in_flight_ = 0;
+    unsent_ = answers_ = in_flight_ = 0;
     awaited_.clear();
     ready = ready_waiters();
   }

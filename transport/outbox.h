@@ -24,7 +24,9 @@ typedef std::shared_ptr<const std::string> Shared_Text;
 struct Output_Piece {
   std::string own;
   Shared_Text shared;
+  std::size_t answers = 0;   ///< how many of the bytes are answers
   std::uint64_t stream = 0;  ///< the open message, or 0
+  bool answer = false;       ///< of an open message: it is an answer
   bool started = false;      ///< of an open message: some of it was taken to be written
   std::string_view text() const {
     return shared ? std::string_view(*shared) : std::string_view(own);
@@ -94,7 +96,8 @@ public:
   /// Whether the peer is owed anything: an answer or a byte.
   bool owes() const;
   bool is_closed() const;
-  /// Whether more than `mark` bytes are unsent or at least `max_pending` requests await an answer.
+  /// Whether more than `mark` bytes of answers are unsent or at least `max_pending` requests await
+  /// an answer.
   bool overloaded(std::size_t mark, std::size_t max_pending) const;
 
   /// The ids that await an answer.
@@ -107,8 +110,9 @@ public:
   void attend();
   /// Moves what may be written behind `batch`. False when there is nothing: the next message wakes.
   bool take(std::vector<Output_Piece>& batch);
-  /// So many bytes of what was taken have left.
-  void sent(std::size_t bytes);
+  /// So many bytes of what was taken have left, and with them the last ones of pieces with so many
+  /// bytes of answers.
+  void sent(std::size_t bytes, std::size_t answers);
   /// Drops everything; every later call gives CLOSED.
   void close();
 
@@ -123,7 +127,8 @@ private:
 
   static void resume(const Waiters& waiters);
   Result admit(Kind kind, std::size_t bytes);
-  void add(std::string_view text);
+  void add(std::string_view text, bool answer);
+  void count(Output_Piece& piece, std::size_t bytes, bool answer);
   bool must_wake();
   Output_Piece* find(std::uint64_t stream);
   std::size_t unsent_up_to(std::uint64_t stream) const;
@@ -138,6 +143,7 @@ private:
   std::vector<Output_Piece> line_;
   Waiters waiters_;
   std::size_t unsent_ = 0;      // of the line and of what the loop has taken
+  std::size_t answers_ = 0;     // of those, bytes of answers
   std::size_t in_flight_ = 0;   // of what the loop has taken
   std::uint64_t progress_ = 0;  // shows waiters that something moves
   std::uint64_t last_stream_ = 0;

@@ -189,6 +189,8 @@ int Stream_Channel::conclude(Outbox::Kind kind, const json_spirit::Value& id, Ou
   }
   if (result == Outbox::OVERFLOW && kind == Outbox::NOTICE) {
     close_soon("it does not take its notifications");
+  } else if (result == Outbox::OVERFLOW && kind == Outbox::COMPLAINT) {
+    close_soon("it sends bad messages and does not take the errors");
   }
   report_dropped(result, id);
   return -1;

@@ -57,7 +57,7 @@ TEST_F(HostLimitsTest, AMessageOverTheLimitIsRefusedAndItsChannelClosed) {
   EXPECT_TRUE(result("1", large) == Host_Client(url()).call(request("echo", large, "1")));
 }
 
-TEST_F(HostLimitsTest, ReadingPausesWhileTooManyRequestsAreInWork) {
+TEST_F(HostLimitsTest, RequestsWaitWhileTooManyAreInWork) {
   start({"--max-pending", "2"});
   Host_Client client(url());
   std::string all;

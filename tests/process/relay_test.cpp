@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <memory>
 #include <random>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -444,6 +445,32 @@ TEST_F(RelayTest, ABrokenAnswerEndsForItsRequesterAlone) {
   client.send(agent_call("a", "m", "[]", "1"));
   a.send(result(a.next(), deep) + "\n");
   EXPECT_EQ(result("1", deep), client.line());
+}
+
+TEST_F(RelayTest, AnAgentThatReadsNothingIsStillHeard) {
+  start({"--max-queue", "400000"});
+  Agent agent(url(), "a");
+  Host_Client client(url());
+  client.send(agent_call("a", "m", "1", "7"));
+  const std::string id = agent.next();
+  constexpr int calls = 40;
+  const std::string text = "\"" + std::string(50'000, 'x') + "\"";
+  std::string flood;
+  for (int i = 0; i < calls; ++i) flood += request("echo", text, std::to_string(i));
+  ASSERT_TRUE(agent.send(flood + result(id, "true") + "\n"));
+  EXPECT_EQ(result("7", "true"), client.line());
+  std::multiset<std::string> lines;
+  for (int i = 0; i < calls; ++i) lines.insert(agent.line());
+  int refused = 0;
+  for (int i = 0; i < calls; ++i) {
+    const std::string number = std::to_string(i);
+    const std::size_t answered = lines.count(result(number, text));
+    const std::size_t busy = lines.count(error(number, -32000, "Server busy"));
+    EXPECT_EQ(1u, answered + busy) << i;
+    refused += busy;
+  }
+  EXPECT_GT(refused, 0);
+  EXPECT_GT(calls - refused, 8) << "as many as fit into the queue";
 }
 
 TEST_F(RelayTest, RequestersThatVanishAreNotTheAgentsFault) {

@@ -25,7 +25,7 @@ std::string framed(const std::string& body) {
 /// Messages as short text: "1:m " for a request, "m " for a notification, "=1 " for an answer.
 class Fake_Sink final : public Inbound::Sink {
 public:
-  void message(const JSON_RPC_Object_var& object) override {
+  void message(const JSON_RPC_Object_var& object, std::size_t) override {
     const bool call = object->type == JSON_RPC_Object::TYPE_REQUEST ||
                       object->type == JSON_RPC_Object::TYPE_NOTIFY;
     if (object->type != JSON_RPC_Object::TYPE_NOTIFY) {
@@ -36,7 +36,7 @@ public:
     last = object;
     if (room > 0) --room;
   }
-  bool overloaded() override { return room == 0; }
+  bool overloaded() const override { return room == 0; }
 
   std::string seen;
   JSON_RPC_Object_var last;

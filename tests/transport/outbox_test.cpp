@@ -58,7 +58,7 @@ TEST(OutboxTest, RefusesByKindWhenItHoldsTooMuch) {
   } cases[] = {{Outbox::NOTICE, true},
                {Outbox::CALL, true},
                {Outbox::ANSWER, false},
-               {Outbox::COMPLAINT, false}};
+               {Outbox::COMPLAINT, true}};
   const std::string large(101, 'x');
   for (const auto& c : cases) {
     SCOPED_TRACE(c.kind);
@@ -69,11 +69,39 @@ TEST(OutboxTest, RefusesByKindWhenItHoldsTooMuch) {
     ASSERT_TRUE(outbox.take(batch));
     const Outbox::Result full = c.refusable ? Outbox::OVERFLOW : Outbox::SENT;
     EXPECT_EQ(full, put(outbox, c.kind, "x")) << "what is taken is still unsent";
-    outbox.sent(outbox.unsent());
+    outbox.sent(outbox.unsent(), 0);
     EXPECT_EQ(Outbox::SENT, put(outbox, c.kind, std::string(60, 'x')));
     EXPECT_EQ(Outbox::SENT, put(outbox, c.kind, std::string(40, 'x')));
     EXPECT_EQ(full, put(outbox, c.kind, "x"));
   }
+}
+
+TEST(OutboxTest, IsOverloadedByAnswersAlone) {
+  Outbox outbox(1000);
+  const Value one = 1;
+  std::uint64_t stream;
+  bool wake;
+  put(outbox, Outbox::CALL, std::string(90, 'c'));
+  put(outbox, Outbox::NOTICE, std::string(90, 'n'));
+  outbox.begin(std::string(90, 's'), nullptr, stream, wake);
+  outbox.end(stream, "s", wake);
+  EXPECT_FALSE(outbox.overloaded(0, 1));
+  for (int i = 0; i < 3; ++i) outbox.await(1);
+  put(outbox, Outbox::ANSWER, std::string(10, 'a'));
+  outbox.begin(std::string(10, 'b'), &one, stream, wake);
+  outbox.append(stream, std::string(10, 'b'), wake);
+  std::vector<Output_Piece> batch;
+  EXPECT_TRUE(outbox.take(batch));
+  EXPECT_TRUE(outbox.overloaded(29, 9)) << "what is taken is still unsent";
+  EXPECT_FALSE(outbox.overloaded(30, 9));
+  std::uint64_t unsent;
+  outbox.begin(std::string(10, 'd'), &one, unsent, wake);
+  EXPECT_TRUE(outbox.overloaded(39, 9));
+  EXPECT_TRUE(outbox.replace(unsent, "dd", wake));
+  EXPECT_TRUE(outbox.overloaded(31, 9));
+  outbox.end(stream, "", wake);
+  drain(outbox);
+  EXPECT_FALSE(outbox.overloaded(30, 9));
 }
 
 TEST(OutboxTest, WakesTheLoopOnceUntilItHasFoundNothing) {
@@ -151,9 +179,9 @@ TEST(OutboxTest, WaitersGoOnWhenBytesLeaveAndGiveUpWhenNoneDo) {
   for (int i = 0; i < 7; ++i) {
     std::this_thread::sleep_for(milliseconds(400));
     EXPECT_FALSE(room);
-    outbox.sent(1);
+    outbox.sent(1, 0);
   }
-  outbox.sent(1);
+  outbox.sent(1, 0);
   waiter.join();
   EXPECT_TRUE(room);
   EXPECT_GT(std::chrono::steady_clock::now() - begin, milliseconds(2000));

@@ -25,8 +25,10 @@ typedef json_spirit::Value Value;
 class Answer_Sink final : public Inbound::Sink {
 public:
   explicit Answer_Sink(Stream_Channel& channel) : channel_(channel) {}
-  void message(const JSON_RPC_Object_var& object) override { channel_.answered(object); }
-  bool overloaded() override { return false; }
+  void message(const JSON_RPC_Object_var& object, std::size_t) override {
+    channel_.answered(object);
+  }
+  bool overloaded() const override { return false; }
 
 private:
   Stream_Channel& channel_;

@@ -39,8 +39,12 @@ inline std::string drain(Outbox& outbox) {
   while (outbox.take(batch)) {
   }
   std::string text;
-  for (const Output_Piece& piece : batch) text += piece.text();
-  outbox.sent(text.size());
+  std::size_t answers = 0;
+  for (const Output_Piece& piece : batch) {
+    text += piece.text();
+    answers += piece.answers;
+  }
+  outbox.sent(text.size(), answers);
   return text;
 }
 
