@@ -98,6 +98,7 @@ bool open_listeners(transport::Server& server, const Options& options) {
 
 bool open_links(transport::Server& server, const Options& options) {
   transport::Link_Options link;
+  link.patient = true;
   if (!options.agent_id.empty()) {
     link.greeting = agent_greeting(options.agent_id, options.agent_token);
   }

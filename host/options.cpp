@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstddef>
 #include <fstream>
 #include <iostream>
@@ -26,9 +27,11 @@ std::string default_svc() {
 }
 
 /// The first line of a file.
+/// Of characters that are the same in any file and in JSON.
 bool read_token(const std::string& file, std::string& token) {
   std::ifstream in(file);
-  return std::getline(in, token) && !token.empty();
+  return std::getline(in, token) && !token.empty() &&
+         std::all_of(token.begin(), token.end(), [](char c) { return c >= ' ' && c <= '~'; });
 }
 
 bool good_urls(const char* option, const std::vector<std::string>& urls) {
@@ -68,8 +71,9 @@ bool Options::parse(int argc, char** argv, int& status) {
   app.add_flag("--default", default_link,
                "Calls that name no channel, and notifications, go over the first --connect")
       ->needs(links);
-  app.add_option("--agent-id", agent_id, "Register with the peers of --connect as this agent")
-      ->needs(links);
+  const CLI::Option* const given_id =
+      app.add_option("--agent-id", agent_id, "Register with the peers of --connect as this agent")
+          ->needs(links);
   std::string token_file;
   app.add_option("--agent-token", token_file,
                  "File whose first line is the secret that agents show; without it agents register "
@@ -127,7 +131,12 @@ bool Options::parse(int argc, char** argv, int& status) {
   if (listen.empty() && connect.empty()) listen.push_back("tcp://127.0.0.1:7070");
   status = usage_error;
   if (!token_file.empty() && !read_token(token_file, agent_token)) {
-    std::cerr << "json_rpc_host: --agent-token " << token_file << ": it has no first line\n";
+    std::cerr << "json_rpc_host: --agent-token " << token_file
+              << ": it has no first line of printable ASCII\n";
+    return false;
+  }
+  if (given_id->count() > 0 && agent_id.empty()) {
+    std::cerr << "json_rpc_host: --agent-id: it is empty\n";
     return false;
   }
   if (!good_urls("--listen", listen) || !good_urls("--connect", connect)) return false;

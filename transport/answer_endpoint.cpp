@@ -97,6 +97,10 @@ void Answer_Endpoint::pass_on() {
   if (wake) requester.wake();
 }
 
+void Answer_Endpoint::pass_on_begun() {
+  if (state_ == IN_LINE && error_ == 0 && !text_.empty()) pass_on();
+}
+
 int Answer_Endpoint::send_end() {
   const JSON_RPC_Channel_var requester = strong(requester_);
   if (error_ == 0) error_ = requester.null() ? ENOTCONN : finish(stream_of(requester));
@@ -152,7 +156,8 @@ void Answer_Endpoint::break_off() {
 }
 
 bool Answer_Endpoint::may_go_on(const std::weak_ptr<Wire>& source) {
-  if (state_ != IN_LINE || error_ != 0) return true;
+  const bool small = state_ == HELD && text_.size() < held_most;
+  if (small || state_ == DONE || error_ != 0) return true;
   const JSON_RPC_Channel_var requester = strong(requester_);
   if (requester.null()) return true;
   Stream_Channel& stream = stream_of(requester);

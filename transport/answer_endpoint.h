@@ -20,7 +20,8 @@ class Stream_Channel;
 ///
 /// A streamed answer is held until it is complete or over 64 KiB; then it stands in the requester's
 /// line as an open message, which its source is not to overtake (may_go_on()). With header framing,
-/// whose length comes first, it is held until it is complete. It never waits. When it goes without
+/// whose length comes first, it is held until it is complete, and over 64 KiB its source goes on
+/// only while the requester takes what is before it. It never waits. When it goes without
 /// having answered, and nobody else answers for the request, -32603 is sent.
 ///
 /// Used by one thread at a time: whoever took it out of a forward map.
@@ -43,6 +44,10 @@ public:
   /// The stream breaks off. The requester gets -32603 "Internal error, forwarder is closed."
   /// instead; where it has been sent a part of the answer already, its connection is closed.
   void abandon();
+
+  /// What has come goes into the requester's line, if the stream stands there already: its source
+  /// may be slow.
+  void pass_on_begun();
 
   /// Whether what feeds the stream may go on; if not, `source` is resumed when it may.
   bool may_go_on(const std::weak_ptr<Wire>& source);

@@ -1,6 +1,8 @@
 #include "transport/connection.h"
 
+#include <linux/sockios.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 
 #include <algorithm>
 #include <atomic>
@@ -33,6 +35,7 @@ constexpr std::size_t pieces_a_write = 64;
 constexpr std::size_t kept_pieces = 16;  // room that an idle connection may keep
 constexpr std::chrono::seconds linger_time{2};
 constexpr std::chrono::seconds slow_handler{1};
+constexpr std::chrono::hours without_end{24 * 365};
 
 constexpr int server_busy = -32000;
 constexpr int server_stopping = -32001;
@@ -83,26 +86,29 @@ Connection::~Connection() {
 }
 
 void Connection::start(const Stream_Channel::Addresses& addresses) {
-  begin(addresses, Framing::LINES);
+  begin(addresses, Link_Options());
 }
 
-void Connection::start(const Stream_Channel::Addresses& addresses, Framing framing,
+void Connection::start(const Stream_Channel::Addresses& addresses, const Link_Options& options,
                        const std::weak_ptr<Connection_Watcher>& watcher) {
   dialed_ = true;
+  abrupt_ = options.abrupt;
   watcher_ = watcher;
-  begin(addresses, framing);
+  begin(addresses, options);
 }
 
-void Connection::begin(const Stream_Channel::Addresses& addresses, Framing framing) {
+void Connection::begin(const Stream_Channel::Addresses& addresses, const Link_Options& options) {
+  Limits limits = state_->limits;
+  if (options.patient) limits.stall_timeout = without_end;
   std::unique_ptr<Stream_Channel> stream =
-      std::make_unique<Stream_Channel>(state_->limits, addresses, weak_from_this());
+      std::make_unique<Stream_Channel>(limits, addresses, weak_from_this());
   channel_ = JSON_RPC_Channel_var(stream.get());
   stream_ = stream.release();
   weak_ = JSON_RPC_Channel_ptr(channel_);
   stream_->self(weak_);
   stream_->type(Stream_Channel::STREAM);
   stream_->id(next_id());
-  stream_->framing(framing);
+  stream_->framing(options.framing);
   label_ = "channel " + stream_->id();
   inbound_.reset(new Inbound(*stream_, *this, !dialed_));
   last_read_ = last_write_ = Loop::now();
@@ -153,6 +159,7 @@ void Connection::take_input(const error_code& error, std::size_t length) {
   // What this wake-up answers leaves in one write at its end.
   stream_->outbox().attend();
   const bool go_on = consume(input_.data(), length) && (length < input_.size() || read_more());
+  inbound_->pass_on_relay();
   flush();
   if (go_on && !closed_) read();
 }
@@ -188,6 +195,7 @@ bool Connection::consume(const char* data, std::size_t length) {
       return false;
     case Inbound::STOP:
       stopped_reading_ = true;
+      no_more_answers();
       return false;
   }
   return false;
@@ -215,15 +223,35 @@ void Connection::take_leftover() {
   std::string bytes;
   bytes.swap(leftover_);
   const bool go_on = consume(bytes.data(), bytes.size());
+  inbound_->pass_on_relay();
   flush();
   if (go_on && !closed_) read();
 }
 
 void Connection::end_of_input() {
   input_ended_ = true;
+  if (dialed_) return no_more_answers();
   stream_->outbox().attend();
   inbound_->end();
+  no_more_answers();
   flush();
+}
+
+/// The peer says nothing that would be understood any more. It is still sent what it is owed,
+/// unless this end opened the connection and can open another.
+void Connection::no_more_answers() {
+  if (dialed_) {
+    flush();
+    return close(nullptr);
+  }
+  stream_->no_more_answers();
+  unlist();
+}
+
+/// Nobody else finds the channel any more; an agent's id is free.
+void Connection::unlist() {
+  JSON_RPC_Channel_Pool::instance()->remove(stream_->self());
+  JSON_RPC_Channel_Map::instance()->remove(channel_);
 }
 
 /// While this end awaits answers of the peer, what would not fit is refused rather than left
@@ -400,7 +428,7 @@ void Connection::on_writable(const error_code& error) {
 /// The peer is owed nothing. What it still sends is read and thrown away for a while: closing at
 /// once would reset the connection and could cost it our last words.
 void Connection::linger() {
-  if (input_ended_) return close(nullptr);
+  if (input_ended_ || abrupt_) return close(nullptr);
   error_code ignored;
   socket_.shutdown(Socket::shutdown_send, ignored);
   lingering_ = true;
@@ -419,6 +447,7 @@ void Connection::drain() {
 }
 
 bool Connection::idle_allowed() {
+  stream_->forget_given_up_calls();
   return dialed_ || stream_->type() == Stream_Channel::AGENT || stream_->outbox().owes() ||
          stream_->awaits_answers() ||
          JSON_RPC_Notify_Manager::instance()->subscribed(stream_->self());
@@ -428,6 +457,20 @@ bool Connection::idle_allowed() {
 /// the loop meanwhile.
 bool Connection::socket_ready(short events) {
   pollfd poll_set = {socket_.native_handle(), events, 0};
+  return ::poll(&poll_set, 1, 0) > 0;
+}
+
+/// Whether the peer has taken bytes that the kernel held for it. A socket counts as writable only
+/// when a good part of its buffer is free: a slow reader takes longer for that than the stall time.
+bool Connection::output_moved() {
+  int held = 0;
+  if (::ioctl(socket_.native_handle(), SIOCOUTQ, &held) != 0) return false;
+  return std::exchange(held_by_kernel_, held) > held;
+}
+
+/// Whether the peer sends no more, though what it has sent may not be read yet.
+bool Connection::hung_up() {
+  pollfd poll_set = {socket_.native_handle(), POLLRDHUP, 0};
   return ::poll(&poll_set, 1, 0) > 0;
 }
 
@@ -441,9 +484,13 @@ void Connection::check_time(Loop_Time now) {
     if (now > linger_until_) close(nullptr);
     return;
   }
-  if (write_waits_ && now - last_write_ > limits.stall_timeout && !socket_ready(POLLOUT)) {
-    return close("it takes no output");
+  if (paused_ && hung_up()) unlist();
+  if (write_waits_ && output_moved()) {
+    last_write_ = now;
+    stream_->outbox().sent(0, 0);  // whoever waits for room has more patience again
   }
+  const bool stalled = write_waits_ && now - last_write_ > stream_->limits().stall_timeout;
+  if (stalled && !socket_ready(POLLOUT)) return close("it takes no output");
   const bool expects = !paused_ && !input_ended_ && !stopped_reading_ && inbound_->in_message();
   if (expects && now - last_read_ > limits.stall_timeout && !socket_ready(POLLIN)) {
     return close("it stopped in a message");
@@ -467,18 +514,17 @@ void Connection::close(const char* reason) {
   error_code ignored;
   socket_.close(ignored);
   if (inbound_ != nullptr) inbound_->abandon_relay();
+  if (const std::shared_ptr<Connection_Watcher> watcher = watcher_.lock()) {
+    watcher->connection_closed(reason);  // before the calls end: who is told that they did can look
+  }
   stream_->closed();
   parked_.clear();
   JSON_RPC_Notify_Manager::instance()->unsubscribe(stream_->self());
-  JSON_RPC_Channel_Pool::instance()->remove(stream_->self());
-  JSON_RPC_Channel_Map::instance()->remove(channel_);
+  unlist();
   inbound_.reset();
   loop_->remove(this);
   stream_ = nullptr;
   channel_ = JSON_RPC_Channel::none();
-  if (const std::shared_ptr<Connection_Watcher> watcher = watcher_.lock()) {
-    watcher->connection_closed(reason);
-  }
 }
 
 }  // namespace transport

@@ -9,6 +9,7 @@
 
 #include "json_rpc/json_rpc_channel.h"
 #include "transport/inbound.h"
+#include "transport/link_options.h"
 #include "transport/loop.h"
 #include "transport/outbox.h"
 #include "transport/owed_request.h"
@@ -52,7 +53,7 @@ public:
   void start(const Stream_Channel::Addresses& addresses);
   /// The same where this end opened the connection: it is not closed for being idle, text that is
   /// no message is not answered, and `watcher` is told of the end.
-  void start(const Stream_Channel::Addresses& addresses, Framing framing,
+  void start(const Stream_Channel::Addresses& addresses, const Link_Options& options,
              const std::weak_ptr<Connection_Watcher>& watcher);
 
   /// Answers what is owed with -32001, sends all and closes.
@@ -62,6 +63,7 @@ public:
   const JSON_RPC_Channel_ptr& channel() const { return weak_; }
   /// The requests in work: those that await an answer, and answers that are being produced.
   std::size_t owed() const { return stream_->outbox().in_work(); }
+  std::size_t unsent() const { return stream_->outbox().unsent(); }
 
   void wake() override;
   void resume() override;
@@ -76,7 +78,7 @@ private:
     std::size_t bytes;
   };
 
-  void begin(const Stream_Channel::Addresses& addresses, Framing framing);
+  void begin(const Stream_Channel::Addresses& addresses, const Link_Options& options);
   void message(const JSON_RPC_Object_var& object, std::size_t bytes) override;
   bool overloaded() const override;
 
@@ -91,6 +93,8 @@ private:
   void try_resume();
   void take_leftover();
   void end_of_input();
+  void no_more_answers();
+  void unlist();
   bool parked_full() const;
   bool busy() const;
   bool can_go_on() const;
@@ -108,6 +112,8 @@ private:
   void check_time(Loop_Time now);
   bool idle_allowed();
   bool socket_ready(short events);
+  bool output_moved();
+  bool hung_up();
 
   const std::shared_ptr<Loop> loop_;
   const std::shared_ptr<Server_State> state_;
@@ -117,6 +123,7 @@ private:
   Stream_Channel* stream_ = nullptr;           // the same
   std::string label_;                          // for log lines
   bool dialed_ = false;                        // this end opened the connection
+  bool abrupt_ = false;                        // it does not linger
   std::weak_ptr<Connection_Watcher> watcher_;  // where dialed_
   std::unique_ptr<Inbound> inbound_;
 
@@ -127,6 +134,7 @@ private:
   bool lingering_ = false;    // all is sent; what still comes is thrown away until the peer closes
   bool write_waits_ = false;  // for the socket to become writable
   bool closed_ = false;
+  int held_by_kernel_ = 0;  // bytes, when that was last looked at
   Loop_Time last_read_;
   Loop_Time last_write_;
   Loop_Time linger_until_;

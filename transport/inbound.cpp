@@ -3,11 +3,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <new>
 
 #include "transport/answer_endpoint.h"
 #include "transport/owed_request.h"
-#include "vexa/adopt.h"
 #include "vexa/log.h"
 
 namespace transport {
@@ -216,15 +214,15 @@ void Inbound::deliver() {
   sink_.message(*message, size_);
 }
 
-/// The text is no message. It is answered once, unless it pretended to be an answer.
+/// The text is no message. It is answered once, unless it was to be an answer: then whoever waits
+/// for it learns that it will not come. Where nobody can tell whose answer it was, nothing that is
+/// awaited can be trusted to come.
 void Inbound::bad(int code) {
   if (relaying()) {
     // It may be the requester that failed, and has been let go: not this peer's fault.
     if (reader_->request_channel().null()) return reader_->close();
     abandon_relay();
-  } else if (reader_->members() & (JSON_RPC_Reader::RESULT_BIT | JSON_RPC_Reader::ERROR_BIT)) {
-    fail_waiter();
-  } else if (complains_) {
+  } else if (!answer_failed() && complains_) {
     channel_.complain(code == JSON_RPC_PARSE_ERROR ? json_spirit::Value() : reader_->id(), code);
   }
   reader_->close();
@@ -235,31 +233,44 @@ void Inbound::bad(int code) {
   }
 }
 
-/// A broken answer: whatever waits for it learns that it will not come.
-void Inbound::fail_waiter() {
-  if (reader_->id().is_null()) return;
-  JSON_RPC_Response_Error* const error = new (std::nothrow) JSON_RPC_Response_Error;
-  JSON_RPC_Object_var object;
-  if (!vexa::adopt(object, static_cast<JSON_RPC_Object*>(error))) return;
-  error->id = reader_->id();
-  error->message = "Internal error, the answer is broken.";
-  sink_.message(object, size_);
+/// Whether the text was to be an answer; then it has been failed.
+bool Inbound::answer_failed() {
+  const int members = reader_->members();
+  const bool answer = members & (JSON_RPC_Reader::RESULT_BIT | JSON_RPC_Reader::ERROR_BIT);
+  const bool call = members & (JSON_RPC_Reader::METHOD_BIT | JSON_RPC_Reader::PARAMS_BIT);
+  if (members == 0 || (call && !answer)) return false;
+  if (!reader_->id().is_null()) return channel_.fail_answer(reader_->id(), answer);
+  if (channel_.awaits_answers()) {
+    VEXA_WARNING("Channel %C sent what may have been any of the answers that it owes.\n",
+                 channel_.id().c_str());
+    stopped_ = true;
+  }
+  return answer;
 }
 
 bool Inbound::relaying() const { return reader_->state() == JSON_RPC_Reader::STATE_FORWARDING; }
 
-bool Inbound::relay_waits(const std::weak_ptr<Wire>& source) const {
-  if (!relaying()) return false;
-  const JSON_RPC_Channel_var requester = reader_->request_channel();
-  Answer_Endpoint* const endpoint = dynamic_cast<Answer_Endpoint*>(requester.get());
-  return endpoint != nullptr && !endpoint->may_go_on(source);
-}
-
-void Inbound::abandon_relay() {
+/// Does something with the endpoint of the answer that is being relayed, if one is.
+template <typename Operation>
+void Inbound::with_relay(Operation operation) const {
   if (!relaying()) return;
   const JSON_RPC_Channel_var requester = reader_->request_channel();
   Answer_Endpoint* const endpoint = dynamic_cast<Answer_Endpoint*>(requester.get());
-  if (endpoint != nullptr) endpoint->abandon();
+  if (endpoint != nullptr) operation(*endpoint);
+}
+
+bool Inbound::relay_waits(const std::weak_ptr<Wire>& source) const {
+  bool waits = false;
+  with_relay([&](Answer_Endpoint& endpoint) { waits = !endpoint.may_go_on(source); });
+  return waits;
+}
+
+void Inbound::pass_on_relay() {
+  with_relay([](Answer_Endpoint& endpoint) { endpoint.pass_on_begun(); });
+}
+
+void Inbound::abandon_relay() {
+  with_relay([](Answer_Endpoint& endpoint) { endpoint.abandon(); });
 }
 
 /// Nothing that follows can be made out, or is wanted.

@@ -17,9 +17,9 @@ namespace transport {
 /// Text that is no JSON is answered -32700 and skipped to the next line feed; JSON that is no
 /// message is answered -32600 and skipped by its braces; with header framing either is skipped by
 /// its length. Where this end opened the connection such text is not answered, but counts. A broken
-/// answer is never answered: whatever waits for its id gets -32603. Three bad
-/// ones in a row, a message over the limit and a bad header end the channel. On the channel's loop
-/// alone.
+/// answer is never answered: whatever waits for its id gets -32603. Three bad ones in a row, a bad
+/// one that may have been any of the answers that are awaited, a message over the limit and a bad
+/// header end the channel. On the channel's loop alone.
 class Inbound {
 public:
   enum Verdict {
@@ -53,6 +53,8 @@ public:
   /// Whether the answer that is being relayed must wait for its requester; `source` is then
   /// resumed.
   bool relay_waits(const std::weak_ptr<Wire>& source) const;
+  /// What of it has come goes to the requester, if it stands in its line.
+  void pass_on_relay();
   /// The rest of it will not come. Nothing when none is being relayed.
   void abandon_relay();
 
@@ -80,8 +82,10 @@ private:
   bool begin_text();
   void end_text();
   void bad(int code);
-  void fail_waiter();
+  bool answer_failed();
   bool relaying() const;
+  template <typename Operation>
+  void with_relay(Operation operation) const;
   void stop(int code);
   void deliver();
   bool headers() const { return channel_.framing() == Framing::HEADERS; }

@@ -3,6 +3,7 @@
 #include <boost/asio/connect.hpp>
 #include <boost/asio/error.hpp>
 #include <new>
+#include <thread>
 #include <utility>
 
 #include "json_rpc/json_rpc_channel_pool.h"
@@ -63,7 +64,6 @@ Link::Link(std::shared_ptr<Loop> loop, std::shared_ptr<Server_State> state,
       options_(options),
       facade_(new Link_Channel(endpoint.url())),
       channel_(facade_),
-      resolver_(loop_->context()),
       timer_(loop_->context()),
       wait_(new_wait()) {}
 
@@ -93,7 +93,13 @@ void Link::after(std::chrono::milliseconds time, Operation operation) {
   }));
 }
 
-void Link::start() { dial(); }
+void Link::start() {
+  try {
+    dial();
+  } catch (...) {
+    down(vexa::exception_text());
+  }
+}
 
 void Link::close() {
   closed_ = true;
@@ -103,7 +109,6 @@ void Link::close() {
 /// What is pending of the present attempt ends.
 void Link::abandon_attempt() {
   ++attempt_;
-  resolver_.cancel();
   timer_.cancel();
   if (hang_up_) std::exchange(hang_up_, nullptr)();
 }
@@ -126,26 +131,40 @@ void Link::dial_unix() {
                         }));
 }
 
+/// The name is looked up on a thread of its own, which nobody waits for: a look-up cannot be broken
+/// off, and may take longer than anybody has time.
 void Link::dial_tcp() {
-  resolver_.async_resolve(
-      endpoint_.host, std::to_string(endpoint_.port),
-      while_current([](Link& self, const error_code& error,
-                       const tcp::resolver::results_type& found) {
-        if (error) return self.down(error.message());
-        const auto socket = std::make_shared<Tcp_Socket>(self.loop_->context());
-        self.hang_up_ = hanging_up(socket);
-        asio::async_connect(
-            *socket, found,
-            self.while_current([socket](Link& link, const error_code& failed,
-                                        const tcp::endpoint&) { link.dialed(failed, *socket); }));
+  auto found = while_current(
+      [](Link& self, const error_code& error, const tcp::resolver::results_type& endpoints) {
+        self.resolved(error, endpoints);
+      });
+  std::thread([endpoint = endpoint_, loop = std::weak_ptr<Loop>(loop_), found] {
+    asio::io_context context;
+    error_code error;
+    const tcp::resolver::results_type endpoints =
+        tcp::resolver(context).resolve(endpoint.host, std::to_string(endpoint.port), error);
+    if (const std::shared_ptr<Loop> alive = loop.lock()) {
+      asio::post(alive->context(), [found, error, endpoints] { found(error, endpoints); });
+    }
+  }).detach();
+}
+
+void Link::resolved(const error_code& error, const tcp::resolver::results_type& found) {
+  if (error) return down(error.message());
+  const auto socket = std::make_shared<Tcp_Socket>(loop_->context());
+  hang_up_ = hanging_up(socket);
+  asio::async_connect(
+      *socket, found,
+      while_current([socket](Link& self, const error_code& failed, const tcp::endpoint&) {
+        self.dialed(failed, *socket);
       }));
 }
 
 template <typename Socket>
 void Link::dialed(const error_code& error, Socket& socket) {
   if (error) return down(error.message());
-  timer_.cancel();
   hang_up_ = nullptr;
+  abandon_attempt();  // the time-out may be on its way already
   const Stream_Channel::Addresses addresses = addresses_of(socket);
   prepare(socket);
   error_code failed;
@@ -158,7 +177,7 @@ void Link::connected(Connection::Socket socket, const Stream_Channel::Addresses&
   const std::shared_ptr<Connection> connection =
       std::make_shared<Connection>(loop_, state_, std::move(socket));
   connection_ = connection;
-  connection->start(addresses, options_.framing, weak_from_this());
+  connection->start(addresses, options_, weak_from_this());
   if (connection->closed()) return;  // connection_closed() has seen to it
   if (options_.greeting) {
     greet();

@@ -47,6 +47,8 @@ private:
   void after(std::chrono::milliseconds time, Operation operation);
   void dial();
   void dial_tcp();
+  void resolved(const boost::system::error_code& error,
+                const boost::asio::ip::tcp::resolver::results_type& found);
   void dial_unix();
   template <typename Socket>
   void dialed(const boost::system::error_code& error, Socket& socket);
@@ -62,9 +64,8 @@ private:
   const std::shared_ptr<Server_State> state_;
   const Endpoint endpoint_;
   const Link_Options options_;
-  Link_Channel* facade_;          // what channel_ refers to
-  JSON_RPC_Channel_var channel_;  // owned
-  boost::asio::ip::tcp::resolver resolver_;
+  Link_Channel* facade_;             // what channel_ refers to
+  JSON_RPC_Channel_var channel_;     // owned
   boost::asio::steady_timer timer_;  // of the attempt, of the greeting, or until the next one
   // The socket that is being connected is its handler's; this closes it.
   std::function<void()> hang_up_;

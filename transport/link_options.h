@@ -16,6 +16,15 @@ struct Link_Options {
   /// with jitter; from the start again when the link has been up. Without it, once.
   bool reconnect = true;
 
+  /// What waits to be sent may stand still for as long as the peer likes: a hub does not read an
+  /// agent whose answer it relays to a slow reader. Without it the stall time closes the
+  /// connection.
+  bool patient = false;
+
+  /// At the stop the connection is closed when all is sent, without waiting for the peer to close
+  /// too: where what it sends meanwhile has not been read, it may lose what was sent last.
+  bool abrupt = false;
+
   /// Makes a request that is sent first, under a fresh id: the link is up when it was answered with
   /// a result. An error response, or none within the stall time, ends the connection. Null: up when
   /// connected. On a loop thread; may give a null handle, which counts as a failure.

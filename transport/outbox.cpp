@@ -151,8 +151,9 @@ bool Outbox::replace(std::uint64_t stream, std::string_view text, bool& wake) {
 }
 
 /// Whether an open message is the first one and little stands up to its end, or it is open no
-/// longer. Requires mutex_.
+/// longer; of one that is not in the line yet (0), whether little stands there. Requires mutex_.
 bool Outbox::has_room(std::uint64_t stream, std::size_t mark) const {
+  if (stream == 0) return unsent_ <= mark;
   std::size_t bytes = in_flight_;
   bool first = true;
   for (const Output_Piece& piece : line_) {
@@ -166,8 +167,9 @@ bool Outbox::has_room(std::uint64_t stream, std::size_t mark) const {
 bool Outbox::may_grow(std::uint64_t stream, std::size_t mark, const std::weak_ptr<Wire>& waiter) {
   const std::lock_guard<std::mutex> guard(mutex_);
   if (closed_ || has_room(stream, mark)) return true;
-  const bool known = std::any_of(waiters_.begin(), waiters_.end(),
-                                 [=](const Waiter& w) { return w.stream == stream; });
+  const bool known = std::any_of(waiters_.begin(), waiters_.end(), [&](const Waiter& w) {
+    return w.stream == stream && !w.wire.owner_before(waiter) && !waiter.owner_before(w.wire);
+  });
   if (!known) waiters_.push_back({stream, mark, waiter});
   return false;
 }

@@ -79,8 +79,9 @@ public:
   bool replace(std::uint64_t stream, std::string_view text, bool& wake);
 
   /// Whether the source of an open message may go on: it is the first open one, and no more than
-  /// `mark` bytes stand up to its end. If not, `waiter` is resumed once it may (also when the
-  /// message, or the outbox, has been closed), or sooner.
+  /// `mark` bytes stand up to its end; with 0, of one that is not in the line yet: no more than
+  /// that is unsent. If not, `waiter` is resumed once it may (also when the message, or the outbox,
+  /// has been closed), or sooner.
   bool may_grow(std::uint64_t stream, std::size_t mark, const std::weak_ptr<Wire>& waiter);
 
   /// Waits until no more than `mark` bytes are unsent: of an open message (`stream`) those in front

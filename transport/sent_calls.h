@@ -1,9 +1,13 @@
 #pragma once
 
+#include <algorithm>
+#include <cstddef>
+#include <iterator>
 #include <mutex>
 #include <unordered_map>
 #include <utility>
 
+#include "json_rpc/json_rpc_response_map.h"
 #include "json_spirit/json_spirit_value.h"
 
 namespace transport {
@@ -19,8 +23,13 @@ public:
   /// A request is about to be sent. False when the channel has closed.
   bool note(const json_spirit::Value& id, Kind kind) {
     const std::lock_guard<std::mutex> guard(mutex_);
-    if (!closed_) ids_.insert_or_assign(id, kind);
-    return !closed_;
+    if (closed_) return false;
+    if (ids_.size() >= crowd_) {
+      prune();
+      crowd_ = std::max(first_crowd, 2 * ids_.size());
+    }
+    ids_.insert_or_assign(id, kind);
+    return true;
   }
 
   /// It was answered, or could not be sent. Whether it was noted, and then as what.
@@ -38,6 +47,12 @@ public:
     return ids_.empty();
   }
 
+  /// Forgets those for which nobody waits any more.
+  void forget_given_up() {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    prune();
+  }
+
   /// No request is sent any more: those that were not answered.
   Ids close() {
     const std::lock_guard<std::mutex> guard(mutex_);
@@ -46,9 +61,20 @@ public:
   }
 
 private:
-  mutable std::mutex mutex_;  // a leaf
-  Ids ids_;                   // guarded by mutex_
-  bool closed_ = false;       // the same
+  static constexpr std::size_t first_crowd = 1024;
+
+  /// Requires mutex_.
+  void prune() {
+    for (auto it = ids_.begin(); it != ids_.end();) {
+      const bool waits = JSON_RPC_Response_Map::instance()->find(it->first).get() != nullptr;
+      it = waits ? std::next(it) : ids_.erase(it);
+    }
+  }
+
+  mutable std::mutex mutex_;         // before the response map's lock
+  Ids ids_;                          // guarded by mutex_
+  bool closed_ = false;              // the same
+  std::size_t crowd_ = first_crowd;  // the same: so many are worth looking through
 };
 
 }  // namespace transport

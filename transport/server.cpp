@@ -80,16 +80,17 @@ struct Server::Impl : std::enable_shared_from_this<Server::Impl> {
     for (const auto& listener : listeners) listener->resume();
   }
 
-  /// The requests that await an answer; false when a loop does not say in time.
-  bool owed(Clock::time_point deadline, std::size_t& sum) const {
+  /// Adds up what the connections say; false when a loop does not say in time.
+  bool sum(std::size_t (Connection::*part)() const, Clock::time_point deadline,
+           std::size_t& sum) const {
     sum = 0;
     for (const auto& loop : loops) {
-      std::future<std::size_t> count = ask(*loop, [loop] {
-        std::size_t owed = 0;
+      std::future<std::size_t> count = ask(*loop, [loop, part] {
+        std::size_t of_loop = 0;
         for (const auto& member : loop->members()) {
-          owed += static_cast<const Connection&>(*member).owed();
+          of_loop += (static_cast<const Connection&>(*member).*part)();
         }
-        return owed;
+        return of_loop;
       });
       if (!answered(count, deadline)) return false;
       sum += count.get();
@@ -189,7 +190,7 @@ int Server::stop(std::chrono::milliseconds drain) {
   impl.state->stopping = true;
   Impl::wait_until(drained, [&] {
     std::size_t owed = 0;
-    return impl.owed(drained, owed) && owed == 0;
+    return impl.sum(&Connection::owed, drained, owed) && owed == 0;
   });
   const bool told =
       impl.for_each_connection(end, [](Connection& connection) { connection.drain(); });
@@ -208,8 +209,14 @@ std::size_t Server::connections() const { return impl_->state->connections; }
 
 std::size_t Server::owed() const {
   std::size_t owed = 0;
-  impl_->owed(Clock::time_point::max(), owed);
+  impl_->sum(&Connection::owed, Clock::time_point::max(), owed);
   return owed;
+}
+
+std::size_t Server::unsent() const {
+  std::size_t unsent = 0;
+  impl_->sum(&Connection::unsent, Clock::time_point::max(), unsent);
+  return unsent;
 }
 
 }  // namespace transport

@@ -56,6 +56,8 @@ public:
   /// Requests in work, over all channels: they await an answer, or it is being produced. While it
   /// runs.
   std::size_t owed() const;
+  /// Bytes, over all channels, that wait to be handed to the system. While it runs.
+  std::size_t unsent() const;
 
 private:
   struct Impl;

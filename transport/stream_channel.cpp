@@ -26,6 +26,8 @@ namespace transport {
 namespace {
 
 const char* const channel_closed = "Internal error, channel is closed.";
+const char* const forwarder_closed = "Internal error, forwarder is closed.";
+const char* const broken_answer = "Internal error, the answer is broken.";
 
 /// A buffer for the text of one message, kept by the thread from one to the next.
 std::string& scratch() {
@@ -81,6 +83,16 @@ JSON_RPC_Response_Error error_response(const json_spirit::Value& id, int code,
   if (message == nullptr) message = json_rpc_error_message(code);
   if (message != nullptr) error.message = message;
   return error;
+}
+
+/// -32603 as an object. Throws without memory.
+JSON_RPC_Object_var internal_error(const json_spirit::Value& id, const char* message) {
+  JSON_RPC_Object_var object;
+  if (!vexa::adopt(object, static_cast<JSON_RPC_Object*>(new JSON_RPC_Response_Error(
+                               error_response(id, JSON_RPC_INTERNAL_ERROR, message))))) {
+    throw std::bad_alloc();
+  }
+  return object;
 }
 
 /// Whether a response's id can be one that a forward map gave out.
@@ -391,11 +403,28 @@ int Stream_Channel::answered(const JSON_RPC_Object_var& response) {
   if (answer_forwarded(response)) return 0;
   Sent_Calls::Kind kind = Sent_Calls::OBJECT;
   calls_.take(response->id, kind);
+  return call_answered(response, kind);
+}
+
+int Stream_Channel::call_answered(const JSON_RPC_Object_var& response, Sent_Calls::Kind kind) {
   if (kind == Sent_Calls::OBJECT) return JSON_RPC_Dispatcher::instance()->dispatch(self_, response);
   const json_spirit::Value id = response->id;
   const int result = JSON_RPC_Dispatcher::instance()->dispatch(self_, response);
   forget_waiter(id);
   return result;
+}
+
+bool Stream_Channel::fail_answer(const json_spirit::Value& id, bool answer) {
+  guarded([&] {
+    if (answer_forwarded(internal_error(id, forwarder_closed))) {
+      answer = true;
+      return 0;
+    }
+    Sent_Calls::Kind kind = Sent_Calls::OBJECT;
+    if (calls_.take(id, kind)) answer = true;
+    return answer ? call_answered(internal_error(id, broken_answer), kind) : 0;
+  });
+  return answer;
 }
 
 /// An answer that is no stream: an error, or one whose result came before its id.
@@ -439,15 +468,7 @@ void Stream_Channel::break_off(std::uint64_t stream, const json_spirit::Value& i
 
 void Stream_Channel::fail_calls() {
   for (const auto& call : calls_.close()) {
-    guarded([&] {
-      JSON_RPC_Object_var object;
-      if (!vexa::adopt(object, new JSON_RPC_Response_Error(error_response(
-                                   call.first, JSON_RPC_INTERNAL_ERROR, channel_closed)))) {
-        return -1;
-      }
-      return JSON_RPC_Dispatcher::instance()->dispatch(self_, object);
-    });
-    if (call.second == Sent_Calls::GENERATED) forget_waiter(call.first);
+    guarded([&] { return call_answered(internal_error(call.first, channel_closed), call.second); });
   }
 }
 
@@ -486,8 +507,7 @@ void Stream_Channel::close_soon(const char* reason) {
   if (const std::shared_ptr<Wire> wire = wire_.lock()) wire->close_soon(reason);
 }
 
-void Stream_Channel::closed() {
-  outbox_.close();
+void Stream_Channel::no_more_answers() {
   fail_calls();
   std::unique_ptr<JSON_RPC_Forward_Map> forwards;
   {
@@ -495,6 +515,11 @@ void Stream_Channel::closed() {
     forwards = std::move(forwards_);
   }
   if (forwards != nullptr) forwards->clear();
+}
+
+void Stream_Channel::closed() {
+  outbox_.close();
+  no_more_answers();
   Endpoints endpoints;  // destroyed after the unlock
   const std::lock_guard<std::mutex> guard(endpoints_mutex_);
   endpoints.swap(endpoints_);

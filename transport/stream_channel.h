@@ -103,8 +103,16 @@ public:
   /// A response was read: hands it to whose request was forwarded, or else to whoever waits in the
   /// response map. 0, or -1 when it ended nowhere. On the channel's loop.
   int answered(const JSON_RPC_Object_var& response);
+  /// What came under `id` is broken: who waits for an answer under it gets -32603. `answer`: it was
+  /// one, and not only may have been. Whether it was. On the channel's loop.
+  bool fail_answer(const json_spirit::Value& id, bool answer);
   /// Whether answers are to come.
   bool awaits_answers() const;
+  /// Forgets calls whose callers have given up: their answers may never come.
+  void forget_given_up_calls() { calls_.forget_given_up(); }
+  /// The peer gives none any more: calls and forwarded requests end with -32603, and no further
+  /// ones are sent. On the channel's loop.
+  void no_more_answers();
 
   /// Asks the loop to close the connection.
   void close_soon(const char* reason);
@@ -125,6 +133,7 @@ private:
   JSON_RPC_Channel_ptr make_endpoint(const json_spirit::Value& id);
   void drop_endpoint(const JSON_RPC_Channel& endpoint);
   void drop_forward_entry(int forward_id);
+  int call_answered(const JSON_RPC_Object_var& response, Sent_Calls::Kind kind);
   bool answer_forwarded(const JSON_RPC_Object_var& response);
   void break_off(std::uint64_t stream, const json_spirit::Value& id, const char* message);
   void fail_calls();

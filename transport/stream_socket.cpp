@@ -8,6 +8,7 @@
 namespace transport {
 
 namespace asio = boost::asio;
+using asio::ip::tcp;
 using boost::system::error_code;
 
 namespace {
@@ -17,13 +18,21 @@ void set_tcp(Tcp_Socket& socket, int option, int value) {
   ::setsockopt(socket.native_handle(), IPPROTO_TCP, option, &value, sizeof value);
 }
 
+/// An IPv4 address that a listener on [::] shows as an IPv6 one.
+tcp::endpoint plain(const tcp::endpoint& endpoint) {
+  if (!endpoint.address().is_v6() || !endpoint.address().to_v6().is_v4_mapped()) return endpoint;
+  const auto bytes = endpoint.address().to_v6().to_bytes();
+  const asio::ip::address_v4::bytes_type last = {{bytes[12], bytes[13], bytes[14], bytes[15]}};
+  return {asio::ip::address_v4(last), endpoint.port()};
+}
+
 }  // namespace
 
 Stream_Channel::Addresses addresses_of(const Tcp_Socket& socket) {
   Stream_Channel::Addresses addresses;
   error_code ignored;
-  const asio::ip::tcp::endpoint local = socket.local_endpoint(ignored);
-  const asio::ip::tcp::endpoint remote = socket.remote_endpoint(ignored);
+  const tcp::endpoint local = plain(socket.local_endpoint(ignored));
+  const tcp::endpoint remote = plain(socket.remote_endpoint(ignored));
   addresses.local.set_addr(local.data(), static_cast<int>(local.size()));
   addresses.remote.set_addr(remote.data(), static_cast<int>(remote.size()));
   return addresses;

@@ -402,6 +402,47 @@ TEST_F(RelayTest, AnAnswerThatStopsTakesItsAgentAlong) {
   EXPECT_EQ(3u, hub_->logged("is closed: it stopped in a message."));
 }
 
+TEST_F(RelayTest, AnAgentThatSaysNoMoreEndsItsCallsAndItsIdIsFree) {
+  start();
+  const std::string owed = request("sleep", R"({"ms":1500})", "9");
+  for (const bool ends : {true, false}) {
+    SCOPED_TRACE(ends ? "it ends its side" : "what it says cannot be attributed");
+    Agent a(url(), "a");
+    Host_Client client(url());
+    client.send(agent_call("a", "m", "[]", "1"));
+    a.next();
+    a.send(owed + (ends ? "" : R"({"jsonrpc":"2.0","result":[1,})"));
+    if (ends) a.half_close();
+    EXPECT_EQ(error("1", -32603, closed_text), client.line());
+    Agent again(url(), "a");
+    EXPECT_TRUE(a.silent(milliseconds(100))) << "all that before it was answered itself";
+    EXPECT_EQ(result("9", "1500"), a.line());
+  }
+}
+
+TEST_F(RelayTest, AnAgentWaitsForASlowRequesterLongerThanItsOwnStallTime) {
+  start({"--stall-timeout", "60", "--max-message", "0"});
+  const auto a = agent("a", {"--stall-timeout", "1"});
+  reach("a");
+  constexpr std::size_t bytes = 20'000'000;
+  Host_Client slow(url());
+  slow.send(agent_call("a", "blob", "{\"bytes\":" + std::to_string(bytes) + "}", "1"));
+  const std::string begun = slow.bytes(1000);
+  std::this_thread::sleep_for(milliseconds(2500));
+  EXPECT_TRUE(result("1", blob(bytes)) == begun + slow.line());
+}
+
+TEST_F(RelayTest, WhatASlowAgentHasSentReachesItsRequester) {
+  start();
+  Agent a(url(), "a");
+  Host_Client client(url());
+  client.send(agent_call("a", "m", "[]", "1"));
+  ASSERT_TRUE(a.begin_answer(a.next(), 70'000));
+  EXPECT_EQ(65'000u, client.bytes(65'000).size());
+  ASSERT_TRUE(a.send("\"" + std::string(5000, 'y') + "\",\"z"));
+  EXPECT_EQ(9000u, client.bytes(9000).size()) << "although more is to come";
+}
+
 TEST_F(RelayTest, ABrokenAnswerEndsForItsRequesterAlone) {
   start({"--max-message", "1000000"});
   const struct {

@@ -158,6 +158,20 @@ TEST(OutboxTest, NothingOvertakesAnOpenMessage) {
   EXPECT_FALSE(outbox.owes());
 }
 
+TEST(OutboxTest, ASourceThatIsNotInTheLineYetWaitsForIt) {
+  Outbox outbox(1000);
+  const std::shared_ptr<Fake_Wire> first = std::make_shared<Fake_Wire>();
+  const std::shared_ptr<Fake_Wire> second = std::make_shared<Fake_Wire>();
+  EXPECT_TRUE(outbox.may_grow(0, 0, first));
+  put(outbox, Outbox::NOTICE, "0123456789");
+  for (const auto& wire : {first, first, second}) EXPECT_FALSE(outbox.may_grow(0, 9, wire));
+  EXPECT_TRUE(outbox.may_grow(0, 10, first));
+  EXPECT_EQ(0, first->resumes);
+  drain(outbox);
+  EXPECT_EQ(1, first->resumes);
+  EXPECT_EQ(1, second->resumes);
+}
+
 TEST(OutboxTest, WaitersGoOnWhenBytesLeaveAndGiveUpWhenNoneDo) {
   Outbox outbox(1000);
   EXPECT_TRUE(outbox.wait_for_room(0, 0, milliseconds(0)));

@@ -173,6 +173,7 @@ std::string Command_Line::take_words() {
   const bool rest = options_.task == Options::REST;
   const bool called = options_.task == Options::CALL || options_.task == Options::NOTIFY;
   if (called && first_word_.empty()) return "METHOD is missing";
+  if (given("--agent") && options_.agent.empty()) return "the ID of --agent is empty";
   if (!called && given(rest ? "PARAMS" : "METHOD")) return "there is a word too much";
   options_.method = rest ? verb_ : first_word_;
   options_.input = rest ? first_word_ : second_word_;

@@ -1,17 +1,17 @@
 #include "tools/json_rpc_call/peer.h"
 
-#include <cerrno>
-#include <cstring>
+#include <thread>
 
 #include "transport/link_options.h"
 
 namespace {
 
+constexpr std::chrono::milliseconds look_again{2};
+
 transport::Limits limits_of(const Peer::Options& options) {
   transport::Limits limits;
   limits.max_message = 0;
   limits.stall_timeout = options.timeout;
-  if (options.unbuffered) limits.max_queue = 1;
   return limits;
 }
 
@@ -28,6 +28,7 @@ bool Peer::open(std::string& error) {
   transport::Link_Options link;
   link.framing = options_.framing;
   link.reconnect = false;
+  link.abrupt = !options_.finishes;
   link.changed = [this](bool up, const std::string& reason) { changed(up, reason); };
   JSON_RPC_Channel_ptr channel(JSON_RPC_Channel::none());
   if (server_->connect(options_.url, link, channel, error) != 0) return false;
@@ -53,18 +54,16 @@ void Peer::changed(bool up, const std::string& reason) {
   if (was_up && !up && lost_) lost_(reason);
 }
 
-bool Peer::lost(std::chrono::milliseconds patience, std::string& reason) {
-  std::unique_lock<std::mutex> guard(mutex_);
-  if (!turned_.wait_for(guard, patience, [this] { return state_ == DOWN; })) return false;
+bool Peer::lost(std::string& reason) {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  if (state_ != DOWN) return false;
   reason = reason_;
   return true;
 }
 
 bool Peer::finish(std::string& error) {
-  // An empty message is refused, but only once there is room for it: when all before it has left.
-  const bool begun = channel_->send_begin() != nullptr;
-  const bool left = begun && channel_->send_end() == -1 && errno == EINVAL;
-  if (!left && !lost(std::chrono::seconds(0), error)) error = std::strerror(errno);
+  while (server_->unsent() > 0) std::this_thread::sleep_for(look_again);  // the link keeps the time
+  const bool left = !lost(error);
   server_->stop(std::chrono::seconds(0));
   return left;
 }

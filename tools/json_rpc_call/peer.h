@@ -19,7 +19,7 @@ public:
     std::string url;
     transport::Framing framing = transport::Framing::LINES;
     std::chrono::seconds timeout{60};  ///< to connect, and for bytes that stand still
-    bool unbuffered = false;           ///< for finish(): next to nothing waits unsent
+    bool finishes = false;             ///< finish() will be called
   };
 
   /// Nothing is connected yet.
@@ -35,12 +35,12 @@ public:
   /// Of open(), for as long as this lives or until the next open().
   const JSON_RPC_Channel_var& channel() const { return channel_; }
 
-  /// Whether the connection is lost, and why; waits for that for up to `patience`.
-  bool lost(std::chrono::milliseconds patience, std::string& reason);
+  /// Whether the connection is lost, and why.
+  bool lost(std::string& reason);
 
-  /// Of a peer that is unbuffered: waits until all that was sent has left, then until the peer
-  /// closes too, for two or three seconds at most. False with a reason in `error` when it does not
-  /// take it. Nothing can be sent afterwards.
+  /// Waits until all that was sent has left, then until the peer closes too, for two or three
+  /// seconds at most. False with a reason in `error` when it does not take it. Nothing can be sent
+  /// afterwards.
   bool finish(std::string& error);
 
 private:
