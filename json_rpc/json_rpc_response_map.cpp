@@ -22,6 +22,11 @@ JSON_RPC_Handler_var JSON_RPC_Response_Map::find(const json_spirit::Value& id) c
   return it == map_.end() ? none_ : it->second;
 }
 
+bool JSON_RPC_Response_Map::contains(const json_spirit::Value& id) const {
+  ACE_READ_GUARD_RETURN(ACE_RW_Thread_Mutex, guard, lock_, false);
+  return map_.find(id) != map_.end();
+}
+
 int JSON_RPC_Response_Map::insert(const json_spirit::Value& id,
                                   const JSON_RPC_Handler_var& handler) {
   ACE_WRITE_GUARD_RETURN(ACE_RW_Thread_Mutex, guard, lock_, -1);

@@ -26,6 +26,9 @@ public:
   /// The handler of `id`, left in place; a null handle when there is none or the lock fails.
   JSON_RPC_Handler_var find(const json_spirit::Value& id) const;
 
+  /// Whether there is one, without a share in it.
+  bool contains(const json_spirit::Value& id) const;
+
   /// 0, or -1 when `id` is taken (its handler stays), the lock fails or memory runs out (ENOMEM).
   int insert(const json_spirit::Value& id, const JSON_RPC_Handler_var& handler);
 

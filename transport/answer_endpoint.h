@@ -52,6 +52,8 @@ public:
   /// Whether what feeds the stream may go on; if not, `source` is resumed when it may.
   bool may_go_on(const std::weak_ptr<Wire>& source);
 
+  const JSON_RPC_Channel_ptr& requester() const { return requester_; }
+
   /// Will not be used: somebody else answers.
   void release();
 

@@ -468,9 +468,10 @@ bool Connection::output_moved() {
   return std::exchange(held_by_kernel_, held) > held;
 }
 
-/// Whether the peer sends no more, though what it has sent may not be read yet.
-bool Connection::hung_up() {
-  pollfd poll_set = {socket_.native_handle(), POLLRDHUP, 0};
+/// Whether the peer has gone, or with POLLRDHUP sends no more, though what it has sent may not be
+/// read yet.
+bool Connection::hung_up(short events) {
+  pollfd poll_set = {socket_.native_handle(), events, 0};
   return ::poll(&poll_set, 1, 0) > 0;
 }
 
@@ -484,7 +485,8 @@ void Connection::check_time(Loop_Time now) {
     if (now > linger_until_) close(nullptr);
     return;
   }
-  if (paused_ && hung_up()) unlist();
+  if (paused_ && hung_up(POLLRDHUP)) unlist();
+  if (input_ended_ && hung_up(0)) return close(nullptr);
   if (write_waits_ && output_moved()) {
     last_write_ = now;
     stream_->outbox().sent(0, 0);  // whoever waits for room has more patience again

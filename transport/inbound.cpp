@@ -13,6 +13,7 @@ namespace transport {
 namespace {
 
 constexpr unsigned int max_bad_in_a_row = 3;
+constexpr std::size_t much = 64u << 10;  // bytes of an answer
 
 bool is_space(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
 
@@ -201,6 +202,7 @@ void Inbound::deliver() {
   if (message == nullptr) {
     if (!relaying()) return bad(JSON_RPC_INVALID_REQUEST);
     bad_in_a_row_ = 0;
+    relayed_much_ = size_ > much;
     return;
   }
   const JSON_RPC_Object& object = **message;
@@ -211,6 +213,7 @@ void Inbound::deliver() {
     return;
   }
   bad_in_a_row_ = 0;
+  relayed_much_ = !call && size_ > much;
   sink_.message(*message, size_);
 }
 
@@ -259,10 +262,11 @@ void Inbound::with_relay(Operation operation) const {
   if (endpoint != nullptr) operation(*endpoint);
 }
 
-bool Inbound::relay_waits(const std::weak_ptr<Wire>& source) const {
+bool Inbound::relay_waits(const std::weak_ptr<Wire>& source) {
   bool waits = false;
   with_relay([&](Answer_Endpoint& endpoint) { waits = !endpoint.may_go_on(source); });
-  return waits;
+  if (waits || !relayed_much_) return waits;
+  return relayed_much_ = channel_.last_requester_waits(source);
 }
 
 void Inbound::pass_on_relay() {

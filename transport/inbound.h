@@ -50,9 +50,9 @@ public:
   /// The peer sends no more: an unfinished message is a bad one.
   void end();
 
-  /// Whether the answer that is being relayed must wait for its requester; `source` is then
-  /// resumed.
-  bool relay_waits(const std::weak_ptr<Wire>& source) const;
+  /// Whether the answer that is being relayed, or more after a large one that was, must wait for
+  /// its requester; `source` is then resumed.
+  bool relay_waits(const std::weak_ptr<Wire>& source);
   /// What of it has come goes to the requester, if it stands in its line.
   void pass_on_relay();
   /// The rest of it will not come. Nothing when none is being relayed.
@@ -99,6 +99,7 @@ private:
   State state_ = BETWEEN;
   bool framed_ = false;  // the first byte has told the framing
   bool stopped_ = false;
+  bool relayed_much_ = false;  // the last message was a large answer
   unsigned int bad_in_a_row_ = 0;
   std::size_t size_ = 0;       // of the message, so far
   std::size_t body_left_ = 0;  // with header framing

@@ -6,8 +6,10 @@
 #include <thread>
 #include <utility>
 
+#include "json_rpc/json_rpc_channel_map.h"
 #include "json_rpc/json_rpc_channel_pool.h"
 #include "json_rpc/json_rpc_handler.h"
+#include "json_rpc/json_rpc_notify_manager.h"
 #include "json_rpc/json_rpc_response_map.h"
 #include "vexa/adopt.h"
 #include "vexa/exception_text.h"
@@ -241,6 +243,8 @@ void Link::connection_closed(const char* reason) {
   connection_.reset();
   facade_->attach(JSON_RPC_Channel::none());
   JSON_RPC_Channel_Pool::instance()->remove(channel_);
+  JSON_RPC_Channel_Map::instance()->remove(channel_);  // where the process has put it
+  JSON_RPC_Notify_Manager::instance()->unsubscribe(channel_);
   if (!greeting_id_.empty()) JSON_RPC_Response_Map::instance()->remove(greeting_id_);
   greeting_id_.clear();
   up_ = false;

@@ -66,7 +66,7 @@ private:
   /// Requires mutex_.
   void prune() {
     for (auto it = ids_.begin(); it != ids_.end();) {
-      const bool waits = JSON_RPC_Response_Map::instance()->find(it->first).get() != nullptr;
+      const bool waits = JSON_RPC_Response_Map::instance()->contains(it->first);
       it = waits ? std::next(it) : ids_.erase(it);
     }
   }

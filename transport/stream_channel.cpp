@@ -263,7 +263,7 @@ int Stream_Channel::send_generated_call(const std::string& id, JSON_Generator& g
     if (open && generate(gen) == 0) return 0;
     const int error = open ? errno : ENOTCONN;
     Sent_Calls::Kind ignored;
-    calls_.take(key, ignored);
+    if (open && !calls_.take(key, ignored)) return 0;  // answered before all of it was sent
     forget_waiter(key);
     return fail(error);
   });
@@ -358,6 +358,22 @@ int Stream_Channel::put_forward_entry(JSON_RPC_Channel_ptr requester,
 
 int Stream_Channel::get_forward_entry(int forward_id, JSON_RPC_Channel_ptr& requester,
                                       json_spirit::Value& id) {
+  if (take_forward_entry(forward_id, requester, id) == -1) return -1;
+  const JSON_RPC_Channel_var channel = strong(requester);
+  const Answer_Endpoint* const endpoint = dynamic_cast<const Answer_Endpoint*>(channel.get());
+  if (endpoint != nullptr) last_requester_ = endpoint->requester();
+  return 0;
+}
+
+bool Stream_Channel::last_requester_waits(const std::weak_ptr<Wire>& source) {
+  const JSON_RPC_Channel_var requester = strong(last_requester_);
+  if (requester.null()) return false;
+  Stream_Channel& stream = static_cast<Stream_Channel&>(*requester);
+  return !stream.outbox().may_grow(0, stream.limits().queue_mark(), source);
+}
+
+int Stream_Channel::take_forward_entry(int forward_id, JSON_RPC_Channel_ptr& requester,
+                                       json_spirit::Value& id) {
   JSON_RPC_Forward_Map::data_type entry(json_spirit::Value(), none());
   {
     const std::lock_guard<std::mutex> guard(forward_mutex_);
@@ -368,13 +384,15 @@ int Stream_Channel::get_forward_entry(int forward_id, JSON_RPC_Channel_ptr& requ
   return 0;
 }
 
-void Stream_Channel::drop_forward_entry(int forward_id) {
+/// False when it was answered meanwhile: this channel has closed.
+bool Stream_Channel::drop_forward_entry(int forward_id) {
   JSON_RPC_Channel_ptr requester(none());
   json_spirit::Value id;
-  if (get_forward_entry(forward_id, requester, id) == -1) return;
+  if (take_forward_entry(forward_id, requester, id) == -1) return false;
   const JSON_RPC_Channel_var channel = strong(requester);
   Answer_Endpoint* const endpoint = dynamic_cast<Answer_Endpoint*>(channel.get());
   if (endpoint != nullptr) endpoint->release();
+  return true;
 }
 
 int Stream_Channel::forward(JSON_RPC_Channel_ptr requester, JSON_RPC_Object_var obj) {
@@ -386,8 +404,7 @@ int Stream_Channel::forward(JSON_RPC_Channel_ptr requester, JSON_RPC_Object_var 
   const int result = guarded([&] { return send_under(*obj, forward_id); });
   if (result == 0) return 0;
   const int error = errno;
-  drop_forward_entry(forward_id);
-  return fail(error);
+  return drop_forward_entry(forward_id) ? fail(error) : 0;
 }
 
 /// Sends a request under another id, which it has only meanwhile.

@@ -114,6 +114,10 @@ public:
   /// ones are sent. On the channel's loop.
   void no_more_answers();
 
+  /// Whether whoever was last relayed an answer of this channel is to take something of it before
+  /// more comes; `source` is then resumed. On the channel's loop.
+  bool last_requester_waits(const std::weak_ptr<Wire>& source);
+
   /// Asks the loop to close the connection.
   void close_soon(const char* reason);
   /// The connection has gone: nothing can be sent any more, whoever waits to send gives up, and
@@ -132,7 +136,8 @@ private:
   int generate(JSON_Generator& gen);
   JSON_RPC_Channel_ptr make_endpoint(const json_spirit::Value& id);
   void drop_endpoint(const JSON_RPC_Channel& endpoint);
-  void drop_forward_entry(int forward_id);
+  int take_forward_entry(int forward_id, JSON_RPC_Channel_ptr& requester, json_spirit::Value& id);
+  bool drop_forward_entry(int forward_id);
   int call_answered(const JSON_RPC_Object_var& response, Sent_Calls::Kind kind);
   bool answer_forwarded(const JSON_RPC_Object_var& response);
   void break_off(std::uint64_t stream, const json_spirit::Value& id, const char* message);
@@ -158,6 +163,7 @@ private:
   Sent_Calls calls_;
   mutable std::mutex forward_mutex_;                // a leaf
   std::unique_ptr<JSON_RPC_Forward_Map> forwards_;  // guarded by forward_mutex_; null when closed
+  JSON_RPC_Channel_ptr last_requester_;             // the loop's
   std::mutex endpoints_mutex_;                      // a leaf
   Endpoints endpoints_;    // guarded by endpoints_mutex_: for requests of this channel that others
                            // are to answer

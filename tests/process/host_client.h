@@ -110,10 +110,6 @@ public:
 
   std::string call(const std::string& text) { return send(text) ? line() : "not sent"; }
 
-  /// How much the system takes for it before it reads.
-  void receive_buffer(int bytes) {
-    ::setsockopt(socket_, SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes);
-  }
   void half_close() { ::shutdown(socket_, SHUT_WR); }
   void close() {
     ::close(socket_);

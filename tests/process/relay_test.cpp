@@ -432,6 +432,17 @@ TEST_F(RelayTest, AnAgentWaitsForASlowRequesterLongerThanItsOwnStallTime) {
   EXPECT_TRUE(result("1", blob(bytes)) == begun + slow.line());
 }
 
+TEST_F(RelayTest, ASlowReaderThatGoesOnIsNotStalled) {
+  // Of a Unix socket the kernel says that it can be written when three quarters of 200 KB are free.
+  start({"--stall-timeout", "1"});
+  Host_Client slow(url());
+  slow.send(request("blob", R"({"bytes":8000000})", "1"));
+  for (int i = 0; i < 30; ++i) {
+    ASSERT_EQ(10'000u, slow.bytes(10'000).size()) << i;
+    std::this_thread::sleep_for(milliseconds(100));
+  }
+}
+
 TEST_F(RelayTest, WhatASlowAgentHasSentReachesItsRequester) {
   start();
   Agent a(url(), "a");
