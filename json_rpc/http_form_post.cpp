@@ -26,7 +26,8 @@ HTTP_Connection_var send(HTTP_Session& sess, const HTTP_Request& req, const std:
     VEXA_ERROR("Failed to send request to '%s'.\n", url.c_str());
     return conn;
   }
-  if (conn->send(body.data(), body.size()) != static_cast<ssize_t>(body.size())) {
+  if (conn->send(body.data(), body.size()) != static_cast<ssize_t>(body.size()) ||
+      conn->end() == -1) {
     VEXA_ERROR("Failed to send data to '%s'.\n", url.c_str());
     return HTTP_Connection_var();
   }
@@ -80,6 +81,7 @@ bool http_post_urlencoded_form(const HTTP_Session_var& sess, HTTP_Request& req,
   try {
     return post(sess, req, form, resp, result);
   } catch (const std::bad_alloc&) {
+    VEXA_ERROR("Failed to post a form, there is no memory\n");
     errno = ENOMEM;
     return false;
   }

@@ -20,7 +20,10 @@ JSON_HTTP_Body json_http_read_body(HTTP_Connection& connection, json_spirit::Val
   char data[piece];
   while (is_open(connection.state())) {
     const ssize_t got = connection.recv(data, sizeof data);
-    if (got == -1) return JSON_HTTP_Body::NOT_RECEIVED;
+    if (got == -1) {
+      reader.abandon();
+      return JSON_HTTP_Body::NOT_RECEIVED;
+    }
     if (got > 0 && !reader.read(data, static_cast<std::size_t>(got))) {
       return JSON_HTTP_Body::NOT_PARSED;
     }

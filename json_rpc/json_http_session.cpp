@@ -9,16 +9,17 @@ bool json_http_check_type(const HTTP_Session_var& session, const HTTP_Request& r
                           const HTTP_Response& response) {
   const char* const type = response.content_type();
   if (http_header_value_match(type, "application/json", ';')) return true;
-  VEXA_ERROR("HTTP response Content-Type (%s) of JSON %s must be application/json\n",
-             type == nullptr ? "" : type, HTTP_Session_URL(session, request).c_str());
+  VEXA_LOG(LM_ERROR, JSON_HTTP_CONTENT,
+           "HTTP response Content-Type (%s) of JSON %s must be application/json\n",
+           type == nullptr ? "" : type, HTTP_Session_URL(session, request).c_str());
   return false;
 }
 
 int json_http_send_failed(const HTTP_Session_var& session, const HTTP_Request& request,
                           HTTP_Connection& connection) {
   errno = connection.error();
-  VEXA_ERROR("Failed to POST/PUT data to %s, errno=%d, %m\n",
-             HTTP_Session_URL(session, request).c_str(), connection.error());
+  VEXA_LOG(LM_ERROR, JSON_HTTP_TRANSPORT, "Failed to POST/PUT data to %s, errno=%d, %m\n",
+           HTTP_Session_URL(session, request).c_str(), connection.error());
   return JSON_HTTP_TRANSPORT;
 }
 
@@ -27,20 +28,21 @@ int json_http_receive_header(const HTTP_Session_var& session, const HTTP_Request
   response.reset();
   if (connection.recv_header(response) != -1) return JSON_HTTP_OK;
   errno = connection.error();
-  VEXA_ERROR("Failed to receive response from %s, errno=%d, %m\n",
-             HTTP_Session_URL(session, request).c_str(), connection.error());
+  VEXA_LOG(LM_ERROR, JSON_HTTP_TRANSPORT, "Failed to receive response from %s, errno=%d, %m\n",
+           HTTP_Session_URL(session, request).c_str(), connection.error());
   return JSON_HTTP_TRANSPORT;
 }
 
-bool json_http_log_body(JSON_HTTP_Body read, const HTTP_Session_URL& url,
+bool json_http_log_body(JSON_HTTP_Body read, int code, const HTTP_Session_URL& url,
                         const HTTP_Connection& connection) {
   if (read == JSON_HTTP_Body::NOT_OPENED) {
-    VEXA_ERROR("Failed to open JSON %s reader.\n", url.c_str());
+    VEXA_LOG(LM_ERROR, code, "Failed to open JSON %s reader.\n", url.c_str());
   } else if (read == JSON_HTTP_Body::NOT_PARSED) {
-    VEXA_ERROR("Failed to parse JSON %s response.\n", url.c_str());
+    VEXA_LOG(LM_ERROR, code, "Failed to parse JSON %s response.\n", url.c_str());
   } else if (read == JSON_HTTP_Body::NOT_RECEIVED) {
     errno = connection.error();
-    VEXA_ERROR("Failed to GET data from JSON %s, errno=%d, %m\n", url.c_str(), connection.error());
+    VEXA_LOG(LM_ERROR, code, "Failed to GET data from JSON %s, errno=%d, %m\n", url.c_str(),
+             connection.error());
   }
   return false;
 }
@@ -58,12 +60,14 @@ int json_http_receive_value(const HTTP_Session_var& session, const HTTP_Request&
   const JSON_HTTP_Body read = json_http_read_body(connection, *result);
   if (read == JSON_HTTP_Body::READ) return JSON_HTTP_OK;
   const HTTP_Session_URL url(session, request);
+  const int code = read == JSON_HTTP_Body::NOT_RECEIVED ? JSON_HTTP_TRANSPORT : JSON_HTTP_CONTENT;
   if (read == JSON_HTTP_Body::NOT_FINISHED) {
-    VEXA_ERROR("Failed to finish parsing JSON %s response.\n", url.c_str());
+    VEXA_LOG(LM_ERROR, JSON_HTTP_CONTENT, "Failed to finish parsing JSON %s response.\n",
+             url.c_str());
   } else {
-    json_http_log_body(read, url, connection);
+    json_http_log_body(read, code, url, connection);
   }
-  return read == JSON_HTTP_Body::NOT_RECEIVED ? JSON_HTTP_TRANSPORT : JSON_HTTP_CONTENT;
+  return code;
 }
 
 int json_http_body_do(const HTTP_Session_var& session, const HTTP_Request& request,
@@ -78,13 +82,13 @@ int json_http_body_do(const HTTP_Session_var& session, const HTTP_Request& reque
          connection->state() != HTTP_SOCK_STATE_CLOSED) {
     const ssize_t got = connection->recv(data, sizeof data);
     if (got == -1) {
-      json_http_log_body(JSON_HTTP_Body::NOT_RECEIVED, HTTP_Session_URL(session, request),
-                         *connection);
+      json_http_log_body(JSON_HTTP_Body::NOT_RECEIVED, JSON_HTTP_CONTENT,
+                         HTTP_Session_URL(session, request), *connection);
       return JSON_HTTP_CONTENT;
     }
     if (got > 0 && out.write(data, static_cast<std::size_t>(got)) == -1) {
-      VEXA_ERROR("Failed to write data of JSON %s, errno=%d, %m\n",
-                 HTTP_Session_URL(session, request).c_str(), errno);
+      VEXA_LOG(LM_ERROR, JSON_HTTP_CONTENT, "Failed to write data of JSON %s, errno=%d, %m\n",
+               HTTP_Session_URL(session, request).c_str(), errno);
       return JSON_HTTP_CONTENT;
     }
   }
@@ -158,6 +162,7 @@ bool JSON_HTTP_Session::get(HTTP_Request& request, HTTP_Response& response,
     return json_http_body_do(session_, request, response, connection, out, skip_content_type_) ==
            JSON_HTTP_OK;
   } catch (const std::bad_alloc&) {
+    VEXA_LOG(LM_ERROR, JSON_HTTP_CONTENT, "Failed to copy a JSON body, there is no memory\n");
     errno = ENOMEM;
     return false;
   }

@@ -27,8 +27,9 @@ JSON_RPC_EXPORT int json_http_receive_header(const HTTP_Session_var& session,
                                              const HTTP_Request& request, HTTP_Response& response,
                                              HTTP_Connection& connection);
 
-/// Logs why a body could not be read; false. Not for NOT_FINISHED, which clients call differently.
-JSON_RPC_EXPORT bool json_http_log_body(JSON_HTTP_Body read, const HTTP_Session_URL& url,
+/// Logs why a body could not be read, `code` as operation status; false. Not for NOT_FINISHED,
+/// which clients call differently.
+JSON_RPC_EXPORT bool json_http_log_body(JSON_HTTP_Body read, int code, const HTTP_Session_URL& url,
                                         const HTTP_Connection& connection);
 
 /// The body of a response as a JSON value in `*result`: null when there is none.
@@ -54,11 +55,13 @@ int json_http_send_body(const HTTP_Session_var& session, const HTTP_Request& req
                         HTTP_Connection& connection) {
   YAJL_HTTP_SOCK_Stream_T_Printer<HTTP_Connection> printer(&connection);
   if (!JSON_Writer::write(body, printer, false)) {
-    VEXA_ERROR("Failed to serialize JSON body to HTTP connection %s.\n",
-               HTTP_Session_URL(session, request).c_str());
+    VEXA_LOG(LM_ERROR, JSON_HTTP_TRANSPORT,
+             "Failed to serialize JSON body to HTTP connection %s.\n",
+             HTTP_Session_URL(session, request).c_str());
     return JSON_HTTP_TRANSPORT;
   }
-  return printer ? JSON_HTTP_OK : json_http_send_failed(session, request, connection);
+  if (printer && connection.end() == 0) return JSON_HTTP_OK;
+  return json_http_send_failed(session, request, connection);
 }
 
 /// Sends the request, its body in chunks while it is generated, and receives the head of the
@@ -88,8 +91,9 @@ int json_http_header_do_buffer_transfer(const HTTP_Session_var& session, HTTP_Re
   if (body != nullptr) {
     YAJL_String_Printer printer(text);
     if (!JSON_Writer::write(*body, printer, false)) {
-      VEXA_ERROR("Failed to serialize JSON body to HTTP connection %s.\n",
-                 HTTP_Session_URL(session, request).c_str());
+      VEXA_LOG(LM_ERROR, JSON_HTTP_TRANSPORT,
+               "Failed to serialize JSON body to HTTP connection %s.\n",
+               HTTP_Session_URL(session, request).c_str());
       return JSON_HTTP_TRANSPORT;
     }
     request.content_length(text.size());
@@ -97,7 +101,7 @@ int json_http_header_do_buffer_transfer(const HTTP_Session_var& session, HTTP_Re
   }
   conn = session->send_request(request);
   if (conn.get() == nullptr) return JSON_HTTP_TRANSPORT;
-  if (body != nullptr && conn->send(text.data(), text.size()) == -1) {
+  if (body != nullptr && (conn->send(text.data(), text.size()) == -1 || conn->end() == -1)) {
     return json_http_send_failed(session, request, *conn);
   }
   return json_http_receive_header(session, request, response, *conn);

@@ -22,6 +22,7 @@ Result guarded(const Result& failed, Operation operation) {
   try {
     return operation();
   } catch (const std::bad_alloc&) {
+    VEXA_ERROR("Failed to exchange JSON-RPC over HTTP, there is no memory\n");
     errno = ENOMEM;
     return failed;
   }
@@ -145,7 +146,7 @@ HTTP_Connection_var JSON_RPC_HTTP_Session::send_request(const JSON_RPC_Object_va
                  HTTP_Session_URL(sess_, request).c_str());
       return HTTP_Connection_var();
     }
-    if (!printer) {
+    if (!printer || conn->end() == -1) {
       errno = conn->error();
       VEXA_ERROR("Failed to POST JSON-RPC body to %s, errno=%d, %m\n",
                  HTTP_Session_URL(sess_, request).c_str(), conn->error());
@@ -248,6 +249,6 @@ bool JSON_RPC_HTTP_Session::parse_body_i(const HTTP_Connection_var& conn,
       VEXA_ERROR("Failed to finish parsing JOSN %s response.\n", url.c_str());
       return false;
     }
-    return read == JSON_HTTP_Body::READ || json_http_log_body(read, url, *conn);
+    return read == JSON_HTTP_Body::READ || json_http_log_body(read, -1, url, *conn);
   });
 }

@@ -39,7 +39,8 @@ std::chrono::steady_clock::time_point expiry(const HTTP_Response& response) {
   const char* const value = response.headers().get(HTTP_HEAD_KEEP_ALIVE);
   for (std::string_view rest(value != nullptr ? value : ""); !rest.empty();) {
     std::string_view item = vexa::trim(vexa::take_item(rest, ','));
-    if (!vexa::ascii_iequal(vexa::take_item(item, '='), "timeout")) continue;
+    if (!vexa::ascii_iequal(vexa::trim(vexa::take_item(item, '=')), "timeout")) continue;
+    item = vexa::trim(item);
     const unsigned seconds = natoi<unsigned>(item.data(), item.data() + item.size());
     if (errno == 0 && seconds < 86400) {
       return std::chrono::steady_clock::now() + std::chrono::seconds(seconds) -
@@ -99,7 +100,8 @@ bool HTTP_Connection::begin(const HTTP_Request& request) {
       framing_ = Framing::length;
       announced_ = request.content_length();
     } else {
-      framing_ = expects_body(method_) ? Framing::unsaid : Framing::none;
+      const bool reads = method_ == HTTP_METHOD_GET || method_ == HTTP_METHOD_HEAD;
+      framing_ = reads ? Framing::none : Framing::unsaid;
     }
     state_ = HTTP_SOCK_STATE_HEADER_SENDING;
     link_ = session_->impl_->take();
@@ -107,10 +109,12 @@ bool HTTP_Connection::begin(const HTTP_Request& request) {
     if (reused_) sent_before_ = link_->stream.sent();
     if (!reused_ && !connect()) return fail(errno) == 0;
     // Without a body nothing is to be waited for.
-    return framing_ != Framing::none || end_request();
+    if (framing_ != Framing::none || end_request()) return true;
   } catch (const std::bad_alloc&) {
-    return fail(ENOMEM) == 0;
+    fail(ENOMEM);
   }
+  VEXA_ERROR("Failed to send HTTP request to %C, errno=%d, %m\n", peer.authority.c_str(), error_);
+  return false;
 }
 
 bool HTTP_Connection::connect() {
@@ -155,6 +159,16 @@ void HTTP_Connection::end_head(bool with_body) {
     head_.append("Content-Length: ").append(std::to_string(announced_)).append("\r\n");
   }
   head_.append("\r\n");
+}
+
+int HTTP_Connection::end() {
+  if (error_ != 0) return fail(error_);
+  if (!link_) return misuse("the exchange is over");
+  try {
+    return end_request() ? 0 : -1;
+  } catch (const std::bad_alloc&) {
+    return fail(ENOMEM);
+  }
 }
 
 /// Sends what is left of the request, unless that is done.

@@ -24,7 +24,7 @@ struct HTTP_Link;
 /// One exchange with an HTTP server (RFC 9112): made by HTTP_Session::send_request(), it takes the
 /// request's body, then gives the response's head and body, in that order:
 ///
-///   send()*  recv_header()  recv()* until state() is HTTP_SOCK_STATE_CONTENT_RECEIVED
+///   send()*  [end()]  recv_header()  recv()* until state() is HTTP_SOCK_STATE_CONTENT_RECEIVED
 ///
 /// The transport connection below is the session's: it goes back there to be used again as soon as
 /// the response has been received whole, and is closed when the exchange failed or was left early.
@@ -38,14 +38,18 @@ public:
   static void intrusive_remove_ref(HTTP_Connection* connection);
 
   /// Sends the next bytes of the request's body, all of them: `length`, or -1. Small pieces are
-  /// gathered, and go out with those that follow, with the request's head before them, or at
-  /// recv_header(); so a failure to send may show only there.
+  /// gathered, and go out with those that follow, with the request's head before them, or at the
+  /// end; so a failure to send may show only there.
   ///
   /// A body is framed as the request says: chunked, or of that Content-Length, where more than
-  /// announced is refused (EINVAL). A POST, PUT or PATCH that says neither is sent in chunks; other
-  /// methods then have no body (EINVAL). When the server has answered and stopped reading, what is
+  /// announced is refused (EINVAL). What says neither is sent in chunks; but a GET or HEAD has no
+  /// body then (EINVAL): it left at once. When the server has answered and stopped reading, what is
   /// left of the body is dropped without an error: the answer says what was wrong.
   ssize_t send(const char* data, std::size_t length);
+
+  /// Ends the request: all that was gathered is sent. 0, or -1 with the socket's errno, ETIMEDOUT,
+  /// or EINVAL when the body is shorter than announced. recv_header() does it too.
+  int end();
 
   /// Ends the request and receives the head of its response into `response`, which is reset first.
   /// Interim responses (1xx) are passed over. 0, or -1:

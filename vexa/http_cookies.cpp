@@ -133,6 +133,7 @@ void HTTP_Cookies::set(std::string_view text, std::string_view host, std::string
   Cookie cookie{std::string(name), std::string(trim(pair)), std::string(default_path(path)), 0,
                 false};
   bool has_max_age = false;
+  std::string_view domain;  // the last one counts
   while (!text.empty()) {
     std::string_view value = take_item(text, ';');
     const std::string_view attribute = trim(take_item(value, '='));
@@ -145,13 +146,15 @@ void HTTP_Cookies::set(std::string_view text, std::string_view host, std::string
       has_max_age = true;
     } else if (ascii_iequal(attribute, "Domain") && !value.empty()) {
       if (value.front() == '.') value.remove_prefix(1);
-      if (!domain_matches(host, value)) return;
+      domain = value;
     } else if (ascii_iequal(attribute, "Path")) {
       cookie.path = !value.empty() && value.front() == '/' ? value : default_path(path);
     } else if (ascii_iequal(attribute, "Secure")) {
       cookie.secure = true;
     }
   }
+
+  if (!domain.empty() && !domain_matches(host, domain)) return;
 
   const auto old = std::find_if(cookies_.begin(), cookies_.end(), [&](const Cookie& other) {
     return other.name == cookie.name && other.path == cookie.path;

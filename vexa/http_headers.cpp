@@ -130,6 +130,7 @@ bool HTTP_Headers::insert(int id, std::string_view name, std::string_view value,
     fields_.erase(std::remove_if(old + 1, fields_.end(), same), fields_.end());
     return true;
   } catch (const std::bad_alloc&) {
+    refused_ = true;
     errno = ENOMEM;
     return false;
   }

@@ -11,6 +11,7 @@
 #include <new>
 #include <optional>
 
+#include "vexa/http_text.h"
 #include "vexa/log.h"
 
 // Beast parses heads and chunks. Bodies that a length or the end of the connection delimits are
@@ -51,6 +52,7 @@ struct HTTP_Response_Reader::Impl {
   ssize_t fill(HTTP_Stream& stream);
   ssize_t parse();
   int parse_head(HTTP_Stream& stream, bool no_body);
+  bool coding_is_known() const;
   void copy_head(HTTP_Response& response) const;
   void begin_body();
   ssize_t plain(HTTP_Stream& stream, char* data, std::size_t size);
@@ -132,6 +134,15 @@ void HTTP_Response_Reader::Impl::copy_head(HTTP_Response& response) const {
     const auto value = field.value();
     response.headers().append({name.data(), name.size()}, {value.data(), value.size()});
   }
+}
+
+/// No coding was asked for, and those that HTTP/1.0 knows cannot be trusted (RFC 9112, 6.1).
+bool HTTP_Response_Reader::Impl::coding_is_known() const {
+  const auto& head = parser->get();
+  const auto coding = head.find(http::field::transfer_encoding);
+  if (coding == head.end()) return true;
+  const auto value = coding->value();
+  return head.version() >= 11 && vexa::ascii_iequal({value.data(), value.size()}, "chunked");
 }
 
 void HTTP_Response_Reader::Impl::begin_body() {
@@ -218,8 +229,12 @@ int HTTP_Response_Reader::head(HTTP_Stream& stream, bool no_body, HTTP_Response&
     for (int heads = 0; heads <= max_interim_heads; ++heads) {
       if (impl_->parse_head(stream, no_body) == -1) return -1;
       const unsigned status = impl_->parser->get().result_int();
+      if (status < 100) return refuse(EPROTO, "its status is none");
       if (status == 101) return refuse(EPROTO, "no change of protocol was asked for");
       if (status / 100 == 1) continue;
+      if (!impl_->parser->is_done() && !impl_->coding_is_known()) {
+        return refuse(EPROTO, "its transfer coding is not chunked");
+      }
       impl_->copy_head(response);
       impl_->begin_body();
       return 0;

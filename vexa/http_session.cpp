@@ -26,6 +26,8 @@ const char* objection(const HTTP_Request& request) {
   if (http_method_name(request.method()) == nullptr || request.method() == HTTP_METHOD_CONNECT) {
     return "its method cannot be sent";
   }
+  if (request.minor_version() == 0) return "its version is 1.0";
+  if (uri.find('#') != std::string::npos) return "its URI has a fragment";
   if (std::any_of(uri.begin(), uri.end(), breaks_the_line)) {
     return "its URI has a blank or a control character";
   }
@@ -42,6 +44,11 @@ const char* objection(const HTTP_Request& request) {
 
 void add_line(std::string& head, std::string_view name, std::string_view value) {
   head.append(name).append(": ", 2).append(value).append("\r\n", 2);
+}
+
+/// Whose reply a caller need not want, and which is then not asked to be JSON.
+bool is_form(const HTTP_Request& request) {
+  return http_header_value_match(request.content_type(), "application/x-www-form-urlencoded", ';');
 }
 
 /// The framing of the body is added when the first of it is there.
@@ -97,7 +104,7 @@ void HTTP_Session::write_head(const HTTP_Request& request, const std::string& pa
   }
   if (close) add_line(head, "Connection", "close");
   if (absent(HTTP_HEAD_USER_AGENT)) add_line(head, "User-Agent", user_agent);
-  if (absent(HTTP_HEAD_ACCEPT)) add_line(head, "Accept", accepted_types);
+  if (absent(HTTP_HEAD_ACCEPT) && !is_form(request)) add_line(head, "Accept", accepted_types);
   if (absent(HTTP_HEAD_COOKIE)) {
     const std::string cookies = impl_->cookies(path);
     if (!cookies.empty()) add_line(head, "Cookie", cookies);
@@ -112,6 +119,7 @@ HTTP_Connection_var HTTP_Session::send_request(const HTTP_Request& request) {
   }
   HTTP_Connection_var connection(new (std::nothrow) HTTP_Connection(this));
   if (!connection) {
+    VEXA_ERROR("Failed to send HTTP request to %C, there is no memory\n", authority().c_str());
     errno = ENOMEM;
     return connection;
   }

@@ -28,7 +28,9 @@ bool is_host(std::string_view host) {
     return static_cast<unsigned char>(c) <= ' ' || c == '\x7f' ||
            std::string_view("/?#@[]\\").find(c) != std::string_view::npos;
   };
-  return !host.empty() && std::none_of(host.begin(), host.end(), is_bad);
+  // A zone is only that of an address.
+  const bool zone = host.find('%') != host.npos && host.find(':') == host.npos;
+  return !host.empty() && !zone && std::none_of(host.begin(), host.end(), is_bad);
 }
 
 std::string authority_of(const HTTP_Peer& peer, bool ssl) {

@@ -22,6 +22,8 @@ namespace vexa {
 
 namespace {
 
+constexpr int answered_patience = 1000;  // milliseconds
+
 std::int64_t now() {
   const auto time = std::chrono::steady_clock::now().time_since_epoch();
   return std::chrono::duration_cast<std::chrono::milliseconds>(time).count();
@@ -134,6 +136,16 @@ int HTTP_Socket::wait(short events, int timeout) const {
   }
 }
 
+/// Until more can be sent. A server that has answered and takes nothing for a while is not waited
+/// for longer: EPIPE.
+int HTTP_Socket::wait_to_send() const {
+  if (wait(POLLOUT | POLLIN, send_timeout_) == -1) return -1;
+  if (!readable()) return wait(POLLOUT, send_timeout_);
+  if (wait(POLLOUT, answered_patience) == 0) return 0;
+  if (errno == ETIMEDOUT) errno = EPIPE;
+  return -1;
+}
+
 ssize_t HTTP_Socket::recv(void* data, std::size_t size) {
   if (deadline_ != 0 && may_wait_ && wait(POLLIN, 0) == -1) return -1;
   for (;;) {
@@ -159,7 +171,7 @@ int HTTP_Socket::send(iovec* parts, int count) {
     const ssize_t taken = ::sendmsg(stream_.get_handle(), &message, MSG_NOSIGNAL | MSG_DONTWAIT);
     if (taken == -1) {
       if (errno == EINTR) continue;
-      if (errno != EAGAIN || wait(POLLOUT, send_timeout_) == -1) return -1;
+      if (errno != EAGAIN || wait_to_send() == -1) return -1;
       continue;
     }
     sent_ += static_cast<std::uint64_t>(taken);

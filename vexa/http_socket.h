@@ -50,6 +50,7 @@ private:
   int connect_to(const HTTP_Peer& peer, const ACE_INET_Addr& address);
   int finish_connect(int timeout);
   int wait(short events, int timeout) const;
+  int wait_to_send() const;
 
   ACE_SOCK_Stream stream_;
   int send_timeout_ = 0;

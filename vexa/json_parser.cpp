@@ -92,6 +92,14 @@ bool JSON_Parser::close() {
   return true;
 }
 
+void JSON_Parser::abandon() {
+  // The innermost first: settling an object may move what is inside of it.
+  for (; !open_.empty(); open_.pop_back()) {
+    if (open_.back()->type() == json_spirit::obj_type) open_.back()->get_obj().settle();
+  }
+  look_inside();
+}
+
 bool JSON_Parser::handle_start_map_i() { return open<Object>(); }
 
 bool JSON_Parser::handle_map_key_i(const char* text, std::size_t length) {

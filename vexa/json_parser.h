@@ -28,6 +28,9 @@ public:
   bool handle_start_array_i() override;
   bool handle_end_array_i() override;
 
+  /// The text will not go on: what has been built can be used, as far as it is.
+  void abandon();
+
 private:
   json_spirit::Value* next();
   void look_inside();

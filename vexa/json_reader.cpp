@@ -15,6 +15,7 @@ JSON_Reader::~JSON_Reader() = default;
 
 bool JSON_Reader::check(yajl_status status) {
   if (status == yajl_status_ok) return true;
+  abandon();
   error_ = status == yajl_status_client_canceled
                ? "a value is too deep, or a number too large"
                : YAJL_Error(handle_.get(), false, nullptr, 0).c_str();

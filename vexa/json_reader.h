@@ -32,6 +32,9 @@ public:
   /// The input has ended: whether value() holds a whole value.
   bool end();
 
+  /// No input comes any more: the value is what has been read so far. Implied by a failure.
+  void abandon() { parser_.abandon(); }
+
   json_spirit::Value& value() { return value_; }
   /// What was wrong, in one line; "" when nothing was.
   const std::string& error() const { return error_; }

@@ -4,9 +4,11 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <functional>
 #include <map>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "json_rpc/json_http_session_inl.h"
@@ -65,6 +67,18 @@ public:
 private:
   const int n_;
   const bool good_;
+};
+
+/// Writes enough for the head to leave, and a little more after a while.
+class Slow final : public JSON_Generator {
+public:
+  bool generate_i(YAJL_Gen& gen) override {
+    gen.array_open();
+    const std::string text(20'000, 'x');
+    gen.string(text.data(), text.size());
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    return gen.integer(1) && gen.array_close();
+  }
 };
 
 class Text_Output final : public IO_Base {
@@ -236,6 +250,45 @@ TEST_F(JsonHttpTest, ABodyThatCannotBeWrittenIsAFailureOfTheTransport) {
   EXPECT_FALSE(session.post(request, endless, response, nullptr));
   ASSERT_EQ(1u, errors(server).size());
   EXPECT_EQ(0u, errors(server)[0].find("Failed to POST/PUT data to S/u, errno="));
+}
+
+TEST_F(JsonHttpTest, TheEndOfABodyThatCannotBeSentIsTriedAgainAndSaysSo) {
+  // The server resets the connection while the body is generated.
+  Scripted_HTTP_Server server({{{"", Reply::reset, 0, true}},
+                               {reply(200, "7")},
+                               {{"", Reply::reset, 0, true}},
+                               {reply(200, "8")}});
+  HTTP_Request request(HTTP_METHOD_POST, "/u");
+  HTTP_Response response;
+  Value result;
+  JSON_RPC_HTTP_Session messages(session_to(server.port()), "/u", 1, -1);
+  JSON_HTTP_Session session(session_to(server.port()), 1, -1);
+  Slow body;
+  EXPECT_TRUE(messages.request(request, body, response, &result));
+  EXPECT_EQ(Value(7), result);
+  EXPECT_TRUE(session.post(request, body, response, &result));
+  EXPECT_EQ(Value(8), result);
+  const Texts texts = errors(server);
+  ASSERT_EQ(2u, texts.size());
+  for (const std::string& text : texts) {
+    EXPECT_EQ(0u, text.find("Failed to POST/PUT data to S/u, errno=")) << text;
+  }
+}
+
+TEST_F(JsonHttpTest, WhatWasReadOfABrokenBodyCanBeUsed) {
+  std::string text = "{";
+  for (char key = 'z'; key >= 'a'; --key)
+    text += "\"" + std::string(1, key) + "\":{\"b\":1,\"a\":2},";
+  Scripted_HTTP_Server server({{reply(200, text + "]")}});
+  JSON_HTTP_Session session(session_to(server.port()), 0, -1);
+  HTTP_Request request(HTTP_METHOD_GET, "/u");
+  HTTP_Response response;
+  Value result;
+  EXPECT_FALSE(session.get(request, response, &result));
+  ASSERT_EQ(json_spirit::obj_type, result.type());
+  for (char key = 'a'; key <= 'z'; ++key) {
+    EXPECT_EQ(1u, result.get_obj().count(std::string(1, key))) << key;
+  }
 }
 
 TEST_F(JsonHttpTest, TheCallerReadsTheBodyHimself) {
@@ -475,7 +528,9 @@ TEST_F(JsonHttpTest, AFormIsSentEncoded) {
   EXPECT_FALSE(http_post_urlencoded_form(session, request, {}, response, &result));
   EXPECT_TRUE(has(server.request(), "Content-Length: 0\r\n"));
   EXPECT_FALSE(http_post_urlencoded_form(session, request, form, response, &result));
-  EXPECT_TRUE(http_post_urlencoded_form(session, request, form, response, nullptr));
+  HTTP_Request blind(HTTP_METHOD_POST, "/u");
+  EXPECT_TRUE(http_post_urlencoded_form(session, blind, form, response, nullptr));
+  EXPECT_FALSE(has(server.request(), "Accept:"));
   EXPECT_FALSE(http_post_urlencoded_form(session, request, form, response, nullptr));
   EXPECT_EQ(
       (Texts{"Failed to finish parsing JSON response from 'S/u'.\n",

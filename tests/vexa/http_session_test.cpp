@@ -110,7 +110,7 @@ TEST(HttpSessionTest, EveryKindOfResponseIsReadHoweverItIsCut) {
        {0, 200, true, "{}"},
        true},
       {3,
-       "HTTP/1.1 200 OK\r\nKeep-Alive: max=9, timeout=1\r\nContent-Length: 2\r\n\r\n{}",
+       "HTTP/1.1 200 OK\r\nKeep-Alive: max=9, timeout = 1\r\nContent-Length: 2\r\n\r\n{}",
        {0, 200, true, "{}"},
        false},
       {3,
@@ -143,6 +143,19 @@ TEST(HttpSessionTest, EveryKindOfResponseIsReadHoweverItIsCut) {
        "HTTP/1.1 200 OK\r\nContent-Length: 2\r\nTransfer-Encoding: chunked\r\n\r\nab",
        {EPROTO, 0, false, ""},
        false},
+      {3,
+       "HTTP/1.0 200 OK\r\nConnection: keep-alive\r\nTransfer-Encoding: chunked\r\n\r\n0\r\n\r\n",
+       {EPROTO, 0, false, ""},
+       false},
+      {3,
+       "HTTP/1.1 200 OK\r\nTransfer-Encoding: gzip, chunked\r\n\r\n0\r\n\r\n",
+       {EPROTO, 0, false, ""},
+       false},
+      {3,
+       "HTTP/1.1 200 OK\r\nTransfer-Encoding: foo\r\nContent-Length: 2\r\n\r\n{}",
+       {EPROTO, 0, false, ""},
+       false},
+      {3, "HTTP/1.1 099 OK\r\nContent-Length: 2\r\n\r\n{}", {EPROTO, 0, false, ""}, false},
       {3, "HTTP/1.1 101 Switching Protocols\r\nUpgrade: x\r\n\r\n", {EPROTO, 0, false, ""}, false},
       {3, repeated("HTTP/1.1 100 Continue\r\n\r\n", 200), {EPROTO, 0, false, ""}, false},
       {3,
@@ -196,6 +209,8 @@ TEST(HttpSessionTest, RequestsAreFramedAsTheySay) {
       {HTTP_METHOD_GET, nullptr, nullptr, {}, "q=0.5\r\n\r\n"},
       {HTTP_METHOD_GET, "Content-Length", "5", {}, "q=0.5\r\n\r\n"},
       {HTTP_METHOD_DELETE, "Transfer-Encoding", "chunked", {}, "q=0.5\r\n\r\n"},
+      {HTTP_METHOD_DELETE, nullptr, nullptr, {"{}"}, "g: chunked\r\n\r\n2\r\n{}\r\n0\r\n\r\n"},
+      {HTTP_METHOD_DELETE, nullptr, nullptr, {}, "q=0.5\r\n\r\n"},
       {HTTP_METHOD_DELETE, "Content-Length", "2", {"{}"}, "Content-Length: 2\r\n\r\n{}"},
       {HTTP_METHOD_POST, nullptr, nullptr, {}, "Content-Length: 0\r\n\r\n"},
       {HTTP_METHOD_POST, "Content-Length", "7", {}, "Content-Length: 0\r\n\r\n"},
@@ -286,10 +301,13 @@ TEST(HttpSessionTest, ARequestThatWouldBreakItsLinesIsNotSent) {
   std::vector<HTTP_Request> requests;
   for (const std::string& uri :
        {std::string("/a\r\nX: y"), std::string("/a b"), std::string("/\n"), std::string("/\0", 2),
-        std::string("a"), std::string("*"), std::string("http://127.0.0.1/"), std::string()}) {
+        std::string("a"), std::string("/a#b"), std::string("*"), std::string("http://127.0.0.1/"),
+        std::string()}) {
     requests.emplace_back();
     requests.back().uri(uri);
   }
+  requests.emplace_back();
+  requests.back().minor_version(0);
   requests.emplace_back(HTTP_METHOD_CONNECT, "/");
   requests.emplace_back(7, "/");
   requests.emplace_back();
@@ -439,7 +457,9 @@ TEST(HttpSessionTest, AnAnswerBeforeTheEndOfTheBodyIsNotLost) {
   const std::string body(8000000, 'x');
   for (const Reply::Then then : {Reply::close, Reply::stall}) {
     Scripted_HTTP_Server server({{{refusal, then, 0, true}}, {{ok}}});
-    const HTTP_Session_var session = session_to(server.port(), 1);
+    // Without a limit to sending: that it reads no more is known by its answer.
+    const HTTP_Session_var session = HTTP_Session_Factory::create(
+        "127.0.0.1", server.port(), false, nullptr, 3, nullptr, false, 0, 5, 5, 0);
     const HTTP_Connection_var connection =
         session->send_request(HTTP_Request(HTTP_METHOD_POST, "/"));
     for (int i = 0; i < 2; ++i) {
