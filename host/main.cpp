@@ -21,6 +21,7 @@
 #include "json_rpc/json_rpc_thread_pool_handler.h"
 #include "transport/server.h"
 #include "vexa/log.h"
+#include "vexa/standard_descriptors.h"
 
 namespace {
 
@@ -141,6 +142,7 @@ int serve(Services& services, const Options& options, const sigset_t& signals) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  hold_standard_descriptors();
   Options options;
   int status = 0;
   if (!options.parse(argc, argv, status)) return status;

@@ -11,6 +11,7 @@
 #include <thread>
 #include <vector>
 
+#include "json_rpc/json_rpc_params_handler_map.h"
 #include "json_rpc/json_rpc_session.h"
 #include "json_rpc/json_rpc_thread_handler.h"
 #include "tests/support/json_rpc_fixture.h"
@@ -45,6 +46,16 @@ private:
 /// A server that is linked to itself: `near_` and `far_` are the two ends of one connection.
 class DuplexTest : public JSON_RPC_Fixture {
 protected:
+  /// The registries that the loops use exist before them.
+  DuplexTest() {
+    JSON_RPC_Channel_Map::instance();
+    JSON_RPC_Channel_Pool::instance();
+    JSON_RPC_Dispatcher::instance();
+    JSON_RPC_Notify_Manager::instance();
+    JSON_RPC_Params_Handler_Map::instance();
+    JSON_RPC_Response_Map::instance();
+  }
+  ~DuplexTest() override { JSON_RPC_Params_Handler_Map::close_instance(); }
   void start(const transport::Limits& limits) {
     const std::string url = "unix:///tmp/duplex." + std::to_string(::getpid());
     serve("end", [this](const JSON_RPC_Channel_var& channel, const Value&) {

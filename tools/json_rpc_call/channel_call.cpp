@@ -2,7 +2,6 @@
 // until the loop thread has read the answer.
 #include "tools/json_rpc_call/channel_call.h"
 
-#include <atomic>
 #include <cerrno>
 #include <optional>
 
@@ -35,9 +34,9 @@ public:
   }
 
   Outcome notify() {
-    const Progress progress([this](std::chrono::seconds elapsed) { return stage(elapsed); });
     std::string reason;
     if (!connect(reason)) return Outcome::failed(reason);
+    const Progress progress([this](std::chrono::seconds elapsed) { return stage(elapsed); });
     Notification notification(outgoing_.method(), outgoing_.params());
     if (peer_.channel()->send(notification) != 0) return failure(errno);
     if (peer_.finish(reason)) return Outcome::done(EXIT_ANSWERED);
@@ -47,10 +46,10 @@ public:
 private:
   /// Gets the answer, or what became of the attempt instead.
   std::optional<Outcome> ask(JSON_RPC_Object_var& answer) {
-    const Progress progress([this](std::chrono::seconds elapsed) { return stage(elapsed); });
     const Stray_Error stray;
     std::string reason;
     if (!connect(reason)) return Outcome::failed(reason);
+    const Progress progress([this](std::chrono::seconds elapsed) { return stage(elapsed); });
     const bool answered = request(answer);
     const int error = errno;
     if (answered && !closed_under_call(peer_, answer.get(), reason)) return std::nullopt;
@@ -62,12 +61,10 @@ private:
   }
 
   bool connect(std::string& reason) {
-    connected_ = false;
     if (!peer_.open(reason)) {
       reason = "cannot connect to " + options_.url + ": " + reason;
       return false;
     }
-    connected_ = true;
     outgoing_.source().stop_when([channel = peer_.channel()] {
       return channel->response_state() == HTTP_SOCK_STATE_CLOSED;
     });
@@ -95,7 +92,6 @@ private:
 
   std::string stage(std::chrono::seconds elapsed) const {
     const std::string seconds = ", " + std::to_string(elapsed.count()) + " s";
-    if (!connected_) return "connecting" + seconds;
     const std::string sending = outgoing_.progress();
     return (sending.empty() ? "waiting for the answer" : sending) + seconds;
   }
@@ -103,7 +99,6 @@ private:
   const Options& options_;
   Peer& peer_;
   Outgoing_Call outgoing_;
-  std::atomic<bool> connected_{false};
 };
 
 }  // namespace

@@ -15,6 +15,7 @@
 #include "tools/json_rpc_call/registries.h"
 #include "tools/json_rpc_call/rest_call.h"
 #include "tools/json_rpc_call/subscription.h"
+#include "vexa/standard_descriptors.h"
 
 namespace {
 
@@ -49,6 +50,7 @@ int run_over_http(const Options& options, Http_Client& client) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  hold_standard_descriptors();
   Options options;
   int status = 0;
   if (!options.parse(argc, argv, status)) return status;

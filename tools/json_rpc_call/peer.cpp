@@ -2,6 +2,7 @@
 
 #include <thread>
 
+#include "tools/json_rpc_call/progress.h"
 #include "transport/link_options.h"
 
 namespace {
@@ -21,6 +22,9 @@ Peer::Peer(const Options& options)
     : options_(options), limits_(limits_of(options)), channel_(JSON_RPC_Channel::none()) {}
 
 bool Peer::open(std::string& error) {
+  const Progress progress([](std::chrono::seconds elapsed) {
+    return "connecting, " + std::to_string(elapsed.count()) + " s";
+  });
   channel_ = JSON_RPC_Channel::none();
   server_.reset();
   state_ = CONNECTING;  // no loop runs

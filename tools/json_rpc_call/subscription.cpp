@@ -23,6 +23,7 @@
 #include "tools/json_rpc_call/interruption.h"
 #include "tools/json_rpc_call/output.h"
 #include "tools/json_rpc_call/peer.h"
+#include "tools/json_rpc_call/progress.h"
 #include "vexa/yajl_printer.h"
 
 namespace {
@@ -142,6 +143,9 @@ JSON_RPC_Channel_var install(std::set<std::string> names, Notification_Printer& 
 
 /// Has the peer subscribe us. True when it has; else what its answer, or its silence, comes to.
 bool ask(const Options& options, Peer& peer, Outcome& outcome) {
+  const Progress progress([](std::chrono::seconds elapsed) {
+    return "subscribing, " + std::to_string(elapsed.count()) + " s";
+  });
   json_spirit::Array subjects(options.subjects.begin(), options.subjects.end());
   json_spirit::Object params;
   params["subjects"] = std::move(subjects);
