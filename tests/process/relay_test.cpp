@@ -218,7 +218,8 @@ TEST_F(RelayTest, EveryRequesterGetsItsOwnAnswers) {
   const int requesters = soaked(sanitized ? 4 : 8, 64);
   const int calls = soaked(sanitized ? 25 : 50, 2000);
   for (const char* threads : {"1", "2"}) {
-    start({"--threads", threads, "--stall-timeout", "60"});
+    // Every requester may have 1 MB on its way to an agent at once.
+    start({"--threads", threads, "--stall-timeout", "60", "--max-queue", "100000000"});
     const auto a = agent("a", {"--threads", threads});
     const auto b = agent("b", {"--threads", threads});
     reach("a");
@@ -329,7 +330,7 @@ TEST_F(RelayTest, AnAgentMayDieAtAnyMoment) {
   EXPECT_EQ(idle, hub_->descriptors());
   EXPECT_EQ(threads, hub_->threads());
   if (!sanitized) {
-    EXPECT_LT(hub_->resident_bytes(), resident + (8u << 20));
+    EXPECT_LT(hub_->resident_bytes(), resident + (16u << 20));  // as much as is on its way at once
   }
   const auto next = agent("a");
   reach("a");
