@@ -26,9 +26,10 @@ TEST_F(ChannelTest, SendErrorFillsInTheStandardTextAndLeavesNullDataOut) {
     const char* error;
   };
   const Case cases[] = {
-      {-32601, nullptr, Value::null, R"("code":-32601,"message":"Method not found")"},
+      {-32602, nullptr, Value::null, R"("code":-32602,"message":"Invalid params")"},
+      {-32603, nullptr, Value::null, R"("code":-32603,"message":"Internal error")"},
       {-32601, "gone fishing", Value::null, R"("code":-32601,"message":"gone fishing")"},
-      {7, nullptr, Value::null, R"("code":7,"message":"")"},
+      {0, nullptr, Value::null, R"("code":0,"message":"")"},
       {7, "x", Value(false), R"("code":7,"message":"x","data":false)"},
   };
   const JSON_RPC_Channel_var channel = make_fake_channel();
@@ -85,7 +86,6 @@ TEST_F(ChannelTest, AddressesOfEveryKindHaveAText) {
   EXPECT_STREQ("@hidden", ACE_Addr_String(abstract_addr, false).c_str());
   EXPECT_STREQ("", ACE_Addr_String(ACE_Addr()).c_str());
   EXPECT_STREQ("", ACE_Addr_String(ACE_Addr(AF_INET, 16)).c_str()) << "a family without its class";
-  EXPECT_STREQ("", ACE_Addr_String(ACE_INET_Addr()).c_str());
   EXPECT_STREQ("", ACE_Addr_String(ACE_UNIX_Addr()).c_str());
 }
 

@@ -13,21 +13,6 @@ protected:
   JSON_RPC_Forward_Map map_;
 };
 
-TEST_F(ForwardMapTest, EachEntryComesOutOnceAsItWentIn) {
-  const JSON_RPC_Channel_var a = make_fake_channel();
-  const Value ids[] = {Value("same"), Value("same"), Value(7), Value::null};
-  for (int i = 0; i < 4; ++i) EXPECT_EQ(i + 1, map_.put(ids[i], a));
-  JSON_RPC_Forward_Map::data_type data(Value("untouched"), JSON_RPC_Channel::none());
-  EXPECT_EQ(-1, map_.get(5, data));
-  EXPECT_EQ(Value("untouched"), data.first);
-  for (int key = 4; key > 0; --key) {
-    EXPECT_EQ(0, map_.get(key, data));
-    EXPECT_EQ(ids[key - 1], data.first);
-    EXPECT_TRUE(data.second == a);
-    EXPECT_EQ(-1, map_.get(key, data));
-  }
-}
-
 TEST_F(ForwardMapTest, ClearAnswersThoseWhoStillWait) {
   const JSON_RPC_Channel_var live = make_fake_channel();
   fake(live).send_result = -1;  // what one requester's send gives stops nothing

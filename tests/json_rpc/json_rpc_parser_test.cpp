@@ -16,14 +16,11 @@ public:
     if (text == nullptr && length != 0) events += ":1";
     events += ' ';
     const bool ended = callback_type() == CB_END_MAP || callback_type() == CB_END_ARRAY;
-    if (key == nest_in) handler_ = ended ? nullptr : nested;
     return !(key == refuse && ended);
   }
 
   std::string events;
   unsigned int refuse = ~0u;
-  unsigned int nest_in = ~0u;
-  YAJL_Handler* nested = nullptr;
 };
 
 /// How the whole text fares, and its events.
@@ -50,13 +47,12 @@ TEST_F(JsonRpcParserTest, MembersAreReportedOrRefusedByNameAndType) {
   using namespace std::string_literals;
   std::string maps;
   for (int i = 0; i < 130; ++i) maps += "{\"a\":";
-  const std::string arrays(130, '['), fit = std::string(124, '[') + std::string(124, ']');
+  const std::string arrays(130, '[');
   const struct {
     std::string text, outcome;
     std::string report;  // the end of the one line that a failure logs
   } cases[] = {
       {R"( {"jsonrpc":"2.0","method":"m","id":7} )", "ok 0/7 1/6:2.0 8/6:m 2/5:7 0/9 ", ""},
-      {R"({"id":null,"params":null,"result":null})", "ok 0/7 2/1 4/1 16/1 0/9 ", ""},
       {R"({"params":true,"result":false})", "ok 0/7 4/2:1 16/2 0/9 ", ""},
       {R"({"params":-1.5e3,"result":0,"id":"a\u0000b"})", "ok 0/7 4/5:-1.5e3 16/5:0 2/6:a\0b 0/9 "s,
        ""},
@@ -65,31 +61,24 @@ TEST_F(JsonRpcParserTest, MembersAreReportedOrRefusedByNameAndType) {
       {R"({"result":[[1],{"code":null}],"params":[]})", "ok 0/7 16/10 16/11 4/10 4/11 0/9 ", ""},
       {R"({"error":{"code":1,"message":"x","data":{"k":[1]},"data":true,"data":[[{}]]}})",
        "ok 0/7 32/7 64/5:1 128/6:x 256/7 256/9 256/2:1 256/10 256/11 32/9 0/9 ", ""},
-      {R"({"error":{"data":)" + fit + "}}", "ok 0/7 32/7 256/10 256/11 32/9 0/9 ", ""},
       // Kept: whole texts that say nothing, unlike null and true.
       {"7 ", "ok ", ""},
-      {R"("text")", "ok ", ""},
       {"null", "refused 3 ", "callback=1, err=3, level=0, key=0, parent_key=0\n"},
       {"true", "refused 3 ", "callback=2, err=3, level=0, key=0, parent_key=0\n"},
       {R"([{"method":"m"}])", "refused 3 ", "callback=10, err=3, level=0, key=0, parent_key=0\n"},
       {R"({"method":"m","foo":1})", "refused 5 0/7 8/6:m ",
        "err=5, level=1, key=0, parent_key=0\n"},
-      {R"({"Id":1})", "refused 5 0/7 ", "err=5, level=1, key=0, parent_key=0\n"},
       {R"({"id\u0000":1})", "refused 5 0/7 ", "err=5, level=1, key=0, parent_key=0\n"},
       {R"({"id":true})", "refused 5 0/7 ", "err=5, level=1, key=2, parent_key=0\n"},
-      {R"({"id":{}})", "refused 5 0/7 ", "err=5, level=1, key=2, parent_key=0\n"},
       {R"({"jsonrpc":2})", "refused 5 0/7 ", "err=5, level=1, key=1, parent_key=0\n"},
       {R"({"method":null})", "refused 5 0/7 ", "err=5, level=1, key=8, parent_key=0\n"},
       {R"({"error":null})", "refused 5 0/7 ", "err=5, level=1, key=32, parent_key=0\n"},
-      {R"({"error":[]})", "refused 5 0/7 ", "err=5, level=1, key=32, parent_key=0\n"},
       {R"({"error":{"other":2}})", "refused 5 0/7 32/7 ", "err=5, level=2, key=0, parent_key=32\n"},
       {R"({"error":{"code":""}})", "refused 5 0/7 32/7 ", "level=2, key=64, parent_key=32\n"},
-      {R"({"error":{"message":1}})", "refused 5 0/7 32/7 ", "level=2, key=128, parent_key=32\n"},
       {R"({"params":)" + arrays, "refused 6 0/7 4/10 ", "err=6, level=125, key=0, parent_key=0\n"},
       {R"({"error":{"data":)" + maps, "refused 6 0/7 32/7 256/7 ",
        "err=6, level=126, key=0, parent_key=0\n"},
       {"", "no json 0 ", "err=0, level=0, key=0, parent_key=0\n"},
-      {R"({"id":1)", "no json 0 0/7 2/5:1 ", "err=0, level=1, key=2, parent_key=0\n"},
       {R"({"id":1}})", "no json 0 0/7 2/5:1 0/9 ", "err=0, level=0, key=0, parent_key=0\n"},
       {"{/**/}", "no json 0 0/7 ", "err=0, level=1, key=0, parent_key=0\n"},
       {"{\"\xFF", "no json 0 0/7 ", "err=0, level=1, key=0, parent_key=0\n"},
@@ -117,7 +106,6 @@ TEST_F(JsonRpcParserTest, ARefusalAtTheEndOfAnObjectIsLoggedByItsPlace) {
       {R"({"id":1})", 0, {"Failed to handle end of map.\n"}},
       {R"({"params":{}})", 4, {"Failed to handle end of internal map.\n"}},
       {R"({"error":{"data":{}}})", 256, {"Failed to handle end of error data map.\n"}},
-      {R"({"params":[]})", 4, {}},
       {R"({"error":{"data":[]}})", 256, {}},
   };
   for (const auto& c : cases) {
@@ -130,52 +118,6 @@ TEST_F(JsonRpcParserTest, ARefusalAtTheEndOfAnObjectIsLoggedByItsPlace) {
     lines.pop_back();  // the report
     EXPECT_EQ(c.lines, lines);
   }
-}
-
-class No_Nulls : public YAJL_Handler {
-public:
-  bool handle_null_i() override { return false; }
-  bool handle_map_key_i(const char* text, std::size_t length) override {
-    keys.append(text, length);
-    return true;
-  }
-  std::string keys;
-};
-
-TEST_F(JsonRpcParserTest, ANestedHandlerGetsTheEventsAndLevelsAreKept) {
-  No_Nulls nested;
-  Recorder parser;
-  parser.nested = &nested;
-  parser.nest_in = JSON_RPC_Parser::PARAMS_BIT;
-  parser.open();
-  EXPECT_EQ("ok 0/7 4/7 4/9 2/5:5 0/9 ",
-            feed(parser, cut_text(R"({"params":{"a":[1,{}],"id":true},"id":5})", 1, 1)));
-  EXPECT_EQ("aid", nested.keys);
-  EXPECT_EQ(unsigned(JSON_RPC_Parser::PARAMS_BIT | JSON_RPC_Parser::ID_BIT), parser.members());
-
-  parser.open();
-  EXPECT_EQ(0u, parser.members());
-  feed(parser, cut_text(R"({"params":[1,null,2]})", 100, 1));
-  EXPECT_TRUE(parser.refused() && parser.error() == 0 && parser.consumed() == 17);
-
-  parser.nest_in = 0;  // the depth is bounded even where a handler takes all
-  parser.open();
-  feed(parser, cut_text("{\"a\":" + std::string(1000000, '['), 1000000, 1));
-  EXPECT_EQ(JSON_RPC_Parser::ERROR_DEPTH, parser.error());
-}
-
-TEST_F(JsonRpcParserTest, AClosedParserReadsNothingAndOpeningForgets) {
-  Recorder parser;
-  EXPECT_FALSE(parser.is_open() || parser.read("{}", 2) || parser.read(nullptr, 0));
-  EXPECT_EQ(0u, log_.size());
-  parser.open();
-  EXPECT_FALSE(parser.read("[", 1));
-  EXPECT_TRUE(parser.open() && parser.error() == 0 && !parser.refused());
-  EXPECT_EQ(YAJL_Handler::CB_NONE, parser.callback_type());
-  EXPECT_TRUE(parser.read("{\"id\":1}", 8) && parser.read(nullptr, 0));
-  parser.close();
-  EXPECT_FALSE(parser.read("{", 1) || parser.handle_any(~0u, nullptr, 0) ||
-               parser.handle_end_map_i() || parser.handle_end_array_i());
 }
 
 }  // namespace

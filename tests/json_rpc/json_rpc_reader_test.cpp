@@ -52,19 +52,12 @@ TEST(JsonRpcReaderTest, BuildsTheMessageThatTheMembersSay) {
       {R"({"id":"a","params":{}})", R"(2 {"jsonrpc":"","id":"a","method":"","params":{}})"},
       {R"({"params":{"id":[{}],"method":1},"method":"m","id":18446744073709551615})",
        R"(2 {"jsonrpc":"","id":18446744073709551615,"method":"m","params":{"id":[{}],"method":1}})"},
-      {R"({"method":"m","params":[1],"params":null})", R"(1 {"jsonrpc":"","method":"m"})"},
       {R"({"method":"m","params":{"a":1},"params":[2],"method":"n"})",
        R"(1 {"jsonrpc":"","method":"n","params":[2]})"},
-      {R"({"method":"m","params":-2.50})", R"(1 {"jsonrpc":"","method":"m","params":-2.5})"},
-      {R"({"method":"m","params":"a\u0000b"})",
-       R"(1 {"jsonrpc":"","method":"m","params":"a\u0000b"})"},
       {R"({"method":"m","params":)" + deep + "}",
        R"(1 {"jsonrpc":"","method":"m","params":)" + deep + "}"},
       {R"({"jsonrpc":"2.0","id":-9223372036854775808,"result":{"a":[1,{"b":null}],"":2}})",
        R"(3 {"jsonrpc":"2.0","id":-9223372036854775808,"result":{"":2,"a":[1,{"b":null}]}})"},
-      {R"({"result":false})", R"(3 {"jsonrpc":"","id":null,"result":false})"},
-      {R"({"jsonrpc":"2.0","id":"a","error":{"code":-32601,"message":"Method not found"}})",
-       R"(4 {"jsonrpc":"2.0","id":"a","error":{"code":-32601,"message":"Method not found"}})"},
       {R"({"error":{"data":{"k":[1]},"message":""},"id":1})",
        R"(4 {"jsonrpc":"","id":1,"error":{"code":-32603,"message":"","data":{"k":[1]}}})"},
       {R"({"error":{"data":[2],"data":"d","code":4294967295}})",
@@ -72,8 +65,6 @@ TEST(JsonRpcReaderTest, BuildsTheMessageThatTheMembersSay) {
       {R"({"error":{"data":)" + deep + "}}",
        R"(4 {"jsonrpc":"","id":null,"error":{"code":-32603,"message":"","data":)" + deep + "}}"},
       {R"({"jsonrpc":"2.0","id":1})", "none"},
-      {R"({"id":1,"error":{}})", "none"},
-      {"{}", "none"},
       // Errors: an id or a code of the wrong kind, numbers that no double holds, depth.
       {R"({"id":1.5,"result":0})", "refused 9"},
       {R"({"id":123456789012345678901234567890,"result":0})", "refused 9"},
@@ -84,7 +75,6 @@ TEST(JsonRpcReaderTest, BuildsTheMessageThatTheMembersSay) {
       {R"({"error":{"data":{"a":)" + deep + "}}}", "refused 6"},
       // Members of two kinds.
       {R"({"result":1,"method":"m"})", "refused 9"},
-      {R"({"method":"m","result":1})", "refused 9"},
       {R"({"method":"m","error":{"code":1}})", "refused 9"},
       {R"({"error":{"message":""},"result":1})", "refused 9"},
       {R"({"result":[],"error":{"data":1}})", "refused 9"},
@@ -149,7 +139,7 @@ public:
   }
   bool handle_string_i(const char* text, std::size_t length) override {
     const std::string said(text, length);
-    if (said == "throw") throw std::runtime_error("filter");
+    if (said == "throw") throw 5;
     return note('\'' + said + '\'') && said != "refuse";
   }
   bool handle_start_map_i() override { return note("{"); }
@@ -218,8 +208,6 @@ TEST_F(FilterTest, ParamsGoToTheFilterWhoseLifeEndsWithThem) {
       {R"({"method":"f","params":[],"id":3,"jsonrpc":"2"})",
        R"(2 {"jsonrpc":"2","id":3,"method":"f"} + [ ] ~)"},
       // A scalar is all there is: what comes next is the message's again.
-      {R"({"method":"f","params":null,"id":3})",
-       R"(2 {"jsonrpc":"","id":3,"method":"f"} + null ~)"},
       {R"({"method":"f","params":1e400,"id":3})",
        R"(2 {"jsonrpc":"","id":3,"method":"f"} + 1e400 ~)"},
       {R"({"method":"f","params":"s","params":[2]})",
@@ -228,8 +216,6 @@ TEST_F(FilterTest, ParamsGoToTheFilterWhoseLifeEndsWithThem) {
        R"(1 {"jsonrpc":"","method":"other","params":[1]} - )"},
       {R"({"params":[1],"method":"f"})", R"(1 {"jsonrpc":"","method":"f","params":[1]} - )"},
       {R"({"method":"f","params":"refuse","id":3})", "refused 0 + 'refuse' ~"},
-      {R"({"method":"f","params":["refuse",1]})", "refused 0 + [ 'refuse' ~"},
-      {R"({"method":"f","params":"throw"})", "refused 0 + ~"},
       {R"({"method":"f","params":{"a":"throw"}})", "refused 0 + { a: ~"},
       {R"({"method":"f","params":[1,)", "no json 0 + [ 1 ~"},
   };
@@ -266,6 +252,10 @@ TEST_F(FilterTest, TheCreatorGetsTheChannelAndTheRequestSoFarAndMayDecline) {
   log_.clear();
   EXPECT_EQ("refused 0 - ", filter(text));
   EXPECT_TRUE(log_.contains(LM_ERROR, "A handler of parse events failed: creator\n"));
+  creator_->throws = creator_->declines = false;
+  filter(cut_text(R"({"method":"f","params":"throw"})", 100, 1));
+  EXPECT_TRUE(
+      log_.contains(LM_ERROR, "A handler of parse events failed with an unknown exception.\n"));
 }
 
 /// Takes results as their owner would that filters them.
@@ -274,24 +264,22 @@ public:
   bool handle_key_i(unsigned int key, const char* text, std::size_t length) override {
     const bool begins = callback_type() != CB_END_MAP && callback_type() != CB_END_ARRAY;
     if (key == RESULT_BIT && begins) {
-      if (with_object) take(new JSON_RPC_Response(nullptr));
+      take(new JSON_RPC_Response(nullptr));
       if (with_handler) handler_ = new Filter;
     }
     return JSON_RPC_Reader::handle_key_i(key, text, length);
   }
 
-  bool with_object = true;
   bool with_handler = true;
 };
 
 TEST_F(FilterTest, ResultsGoToTheFilterThatTheOwnerSet) {
-  const auto run = [](const std::string& text, bool object, bool handler) {
+  const auto run = [](const std::string& text, bool handler) {
     return however_cut(text, [=](const Pieces& pieces) {
       seen.clear();
       std::string message;
       {
         Result_Filter_Reader reader;
-        reader.with_object = object;
         reader.with_handler = handler;
         reader.mode(JSON_RPC_Reader::FILTER_RESPONSE_MODE);
         reader.open();
@@ -301,11 +289,10 @@ TEST_F(FilterTest, ResultsGoToTheFilterThatTheOwnerSet) {
     });
   };
   EXPECT_EQ(R"(3 {"jsonrpc":"2.0","id":4,"result":null} { a: [ 1 ] } ~)",
-            run(R"({"id":4,"result":{"a":[1]},"jsonrpc":"2.0"})", true, true));
+            run(R"({"id":4,"result":{"a":[1]},"jsonrpc":"2.0"})", true));
   EXPECT_EQ(R"(3 {"jsonrpc":"2.0","id":4,"result":null} 's' ~)",
-            run(R"({"id":4,"result":"s","jsonrpc":"2.0"})", true, true));
-  EXPECT_EQ("refused 0 ", run(R"({"id":4,"result":[1]})", false, false));
-  EXPECT_EQ("refused 9 ", run(R"({"id":4,"result":[1]})", true, false));
+            run(R"({"id":4,"result":"s","jsonrpc":"2.0"})", true));
+  EXPECT_EQ("refused 9 ", run(R"({"id":4,"result":[1]})", false));
 }
 
 }  // namespace

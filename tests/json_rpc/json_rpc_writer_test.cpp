@@ -35,7 +35,6 @@ Value nested(std::size_t depth) {
 TEST(JsonRpcWriterTest, MessagesAreWrittenInTheirOrder) {
   JSON_RPC_Request request;
   request.method = "m";
-  EXPECT_EQ(R"(true {"jsonrpc":"2.0","id":null,"method":"m"})", written(request));
   request.id = 5;
   request.params = Array{1, 2};
   EXPECT_EQ(R"(true {"jsonrpc":"2.0","id":5,"method":"m","params":[1,2]})", written(request));
@@ -47,8 +46,6 @@ TEST(JsonRpcWriterTest, MessagesAreWrittenInTheirOrder) {
   response.id = "x";
   EXPECT_EQ(R"(true {"jsonrpc":"2.0","id":"x","result":null})", written(response));
   JSON_RPC_Response_Error error;
-  EXPECT_EQ(R"(true {"jsonrpc":"2.0","id":null,"error":{"code":-32603,"message":""}})",
-            written(error));
   error.message = "bad \xFF";
   error.data = false;
   EXPECT_EQ(
@@ -57,8 +54,6 @@ TEST(JsonRpcWriterTest, MessagesAreWrittenInTheirOrder) {
       written(error));
 
   JSON_RPC_Object none(JSON_RPC_Object::TYPE_NONE);
-  EXPECT_EQ(R"(false {"jsonrpc":"2.0","id":null})", written(none));
-  none.type = static_cast<JSON_RPC_Object::Type>(5);
   EXPECT_EQ(R"(false {"jsonrpc":"2.0","id":null})", written(none));
 }
 
@@ -79,21 +74,6 @@ TEST(JsonRpcWriterTest, WhatCannotBeWrittenMakesAnyMessageFail) {
     *c.second = nested(124);
     EXPECT_EQ(0u, written(*c.first).find("true "));
   }
-}
-
-TEST(JsonRpcWriterTest, MemberFunctionsReportSuccessWhateverHappens) {
-  JSON_RPC_Response_Error error;
-  std::string text;
-  YAJL_String_Printer printer(text);
-  JSON_RPC_Writer writer;
-  for (const Value& data : {Value(HUGE_VAL), nested(1000), Value(1)}) {
-    error.data = data;
-    yajl_gen_t* const gen = writer.open(printer);  // ends the one before
-    text.clear();
-    yajl_gen_map_open(gen);
-    EXPECT_EQ(0, yajl_gen_json_rpc_response_error(gen, error));
-  }
-  EXPECT_EQ(R"({"error":{"code":-32603,"message":"","data":1})", text);
 }
 
 /// Writes one value, and says whatever it is told to.

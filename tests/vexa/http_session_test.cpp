@@ -6,7 +6,6 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
-#include <ostream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -27,53 +26,30 @@ HTTP_Session_var session_to(unsigned short port, int timeout = 5, int flags = 0)
                                       timeout, timeout, flags);
 }
 
-struct Outcome {
-  int error = 0;
-  int status = 0;
-  bool has_body = false;
-  std::string body;
-  bool operator==(const Outcome& other) const {
-    return error == other.error && status == other.status && has_body == other.has_body &&
-           body == other.body;
-  }
-};
-
-std::ostream& operator<<(std::ostream& out, const Outcome& o) {
-  return out << "errno " << o.error << ", status " << o.status << ", body " << o.has_body << " \""
-             << o.body.substr(0, 100) << '"';
-}
-
-/// The rest of the exchange.
-Outcome receive(const HTTP_Connection_var& connection, std::size_t block = 4096) {
-  Outcome outcome;
+/// The rest of the exchange: the status, ":" and the body where there is one, the name of the
+/// error.
+std::string receive(const HTTP_Connection_var& connection, std::size_t block = 4096) {
   HTTP_Response response;
-  if (connection.get() == nullptr) {
-    outcome.error = errno;
-    return outcome;
-  }
+  if (connection.get() == nullptr) return ::strerrorname_np(errno);
   if (connection->recv_header(response) == -1) {
-    outcome.error = connection->error();
     EXPECT_EQ(HTTP_SOCK_STATE_CLOSED, connection->state());
-    return outcome;
+    return ::strerrorname_np(connection->error());
   }
-  outcome.status = response.status();
-  outcome.has_body = response.has_body();
-  EXPECT_TRUE(outcome.has_body || connection->state() == HTTP_SOCK_STATE_CONTENT_RECEIVED);
+  std::string outcome = std::to_string(response.status());
+  if (response.has_body()) outcome += ':';
+  EXPECT_TRUE(response.has_body() || connection->state() == HTTP_SOCK_STATE_CONTENT_RECEIVED);
   std::vector<char> data(block);
   while (connection->state() != HTTP_SOCK_STATE_CONTENT_RECEIVED) {
     const ssize_t got = connection->recv(data.data(), data.size());
-    if (got == -1) {
-      outcome.error = connection->error();
-      break;
-    }
+    if (got == -1) return outcome + ' ' + ::strerrorname_np(connection->error());
     EXPECT_TRUE(got > 0 || connection->state() == HTTP_SOCK_STATE_CONTENT_RECEIVED);
-    outcome.body.append(data.data(), static_cast<std::size_t>(got));
+    outcome.append(data.data(), static_cast<std::size_t>(got));
   }
   return outcome;
 }
 
-Outcome call(const HTTP_Session_var& session, int method = HTTP_METHOD_GET) {
-  return receive(session->send_request(HTTP_Request(method, "/")));
+std::string call(const HTTP_Session_var& session) {
+  return receive(session->send_request(HTTP_Request(HTTP_METHOD_GET, "/")));
 }
 
 std::string repeated(const char* text, int times) {
@@ -85,93 +61,53 @@ std::string repeated(const char* text, int times) {
 }  // namespace
 
 TEST(HttpSessionTest, EveryKindOfResponseIsReadHoweverItIsCut) {
-  const std::string chunked = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n";
-  const std::string big(300000, 'x');
+  const std::string good = "HTTP/1.1 200 OK\r\n",
+                    chunked = good + "Transfer-Encoding: chunked\r\n\r\n",
+                    two = "Content-Length: 2\r\n", big(300000, 'x'), long_field(100000, 'x');
   const struct {
-    int method;
-    std::string text;
-    Outcome outcome;
+    std::string text, outcome;
     bool kept;  // whether the connection serves the next request too
+    int method = HTTP_METHOD_GET;
   } cases[] = {
-      {3, ok, {0, 200, true, "{}"}, true},
-      {3,
-       "HTTP/1.1 404 \r\nContent-Length: 3\r\nConnection: close\r\n\r\nabc",
-       {0, 404, true, "abc"},
-       false},
-      {3, "HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n", {0, 200, false, ""}, true},
-      {3, "HTTP/1.1 204 No Content\r\n\r\n", {0, 204, false, ""}, true},
-      {3, "HTTP/1.1 304 Not Modified\r\nContent-Length: 9\r\n\r\n", {0, 304, false, ""}, true},
-      {4, "HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\n", {0, 200, false, ""}, true},
-      {4, "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n", {0, 200, false, ""}, true},
-      {3, "HTTP/1.1 200 OK\r\n\r\nuntil the end", {0, 200, true, "until the end"}, false},
-      {3, "HTTP/1.0 200 OK\r\nContent-Length: 2\r\n\r\n{}", {0, 200, true, "{}"}, false},
-      {3,
-       "HTTP/1.0 200 OK\r\nConnection: Keep-Alive\r\nContent-Length: 2\r\n\r\n{}",
-       {0, 200, true, "{}"},
-       true},
-      {3,
-       "HTTP/1.1 200 OK\r\nKeep-Alive: max=9, timeout = 1\r\nContent-Length: 2\r\n\r\n{}",
-       {0, 200, true, "{}"},
-       false},
-      {3,
-       chunked + "3\r\nabc\r\n00A;name=\"v;\\\"\";x\r\n0123456789\r\n0\r\n\r\n",
-       {0, 200, true, "abc0123456789"},
-       true},
-      {3,
-       chunked + "1;a=b\r\nx\r\n0;last\r\nX-Sum: 1\r\nX-More: 2\r\n\r\n",
-       {0, 200, true, "x"},
-       true},
-      {3, chunked + "0\r\n\r\n", {0, 200, true, ""}, true},
-      {3,
-       "HTTP/1.1 100 Continue\r\n\r\nHTTP/1.1 103 Early Hints\r\nLink: a\r\n\r\n" + std::string(ok),
-       {0, 200, true, "{}"},
-       true},
-      {3, "HTTP/1.1 200 OK\r\nContent-Length: 3\r\n\r\nab", {ECONNRESET, 200, true, "ab"}, false},
-      {3, chunked + "3\r\nab", {ECONNRESET, 200, true, "ab"}, false},
-      {3, chunked + "3\r\nabc\r\n", {ECONNRESET, 200, true, "abc"}, false},
-      {3, chunked + "3\r\nabcd\r\n0\r\n\r\n", {EPROTO, 200, true, "abc"}, false},
-      {3, chunked + "3\r\nabc\r\nx\r\n", {EPROTO, 200, true, "abc"}, false},
-      {3, "", {ECONNRESET, 0, false, ""}, false},
-      {3, "HTTP/1.1 200 OK\r\nContent-Le", {ECONNRESET, 0, false, ""}, false},
-      {3, "SSH-2.0-OpenSSH_9.2\r\n\r\n", {EPROTO, 0, false, ""}, false},
-      {3, "HTTP/2.0 200 OK\r\n\r\n", {EPROTO, 0, false, ""}, false},
-      {3,
-       "HTTP/1.1 200 OK\r\nContent-Length: 2\r\nContent-Length: 3\r\n\r\nab",
-       {EPROTO, 0, false, ""},
-       false},
-      {3,
-       "HTTP/1.1 200 OK\r\nContent-Length: 2\r\nTransfer-Encoding: chunked\r\n\r\nab",
-       {EPROTO, 0, false, ""},
-       false},
-      {3,
-       "HTTP/1.0 200 OK\r\nConnection: keep-alive\r\nTransfer-Encoding: chunked\r\n\r\n0\r\n\r\n",
-       {EPROTO, 0, false, ""},
-       false},
-      {3,
-       "HTTP/1.1 200 OK\r\nTransfer-Encoding: gzip, chunked\r\n\r\n0\r\n\r\n",
-       {EPROTO, 0, false, ""},
-       false},
-      {3,
-       "HTTP/1.1 200 OK\r\nTransfer-Encoding: foo\r\nContent-Length: 2\r\n\r\n{}",
-       {EPROTO, 0, false, ""},
-       false},
-      {3, "HTTP/1.1 099 OK\r\nContent-Length: 2\r\n\r\n{}", {EPROTO, 0, false, ""}, false},
-      {3, "HTTP/1.1 101 Switching Protocols\r\nUpgrade: x\r\n\r\n", {EPROTO, 0, false, ""}, false},
-      {3, repeated("HTTP/1.1 100 Continue\r\n\r\n", 200), {EPROTO, 0, false, ""}, false},
-      {3,
-       "HTTP/1.1 200 OK\r\nX: " + std::string(65495, 'x') + "\r\nContent-Length: 2\r\n\r\n{}",
-       {EMSGSIZE, 0, false, ""},
-       false},
-      {3,
-       "HTTP/1.1 200 OK\r\nX: " + std::string(65490, 'x') + "\r\nContent-Length: 2\r\n\r\n{}",
-       {0, 200, true, "{}"},
-       true},
-      {3, "HTTP/1.1 200 OK\r\n" + repeated("X: y\r\n", 20000), {EMSGSIZE, 0, false, ""}, false},
-      {3, chunked + "1;" + std::string(100000, 'x') + "\r\n", {EMSGSIZE, 200, true, ""}, false},
-      {3, chunked + "0\r\nX: " + std::string(100000, 'x'), {EMSGSIZE, 200, true, ""}, false},
-      {3, "HTTP/1.1 200 OK\r\nContent-Length: 300000\r\n\r\n" + big, {0, 200, true, big}, true},
-      {3, chunked + "493e0\r\n" + big + "\r\n0\r\n\r\n", {0, 200, true, big}, true},
-      {3, "HTTP/1.1 200 OK\r\n\r\n" + big, {0, 200, true, big}, false},
+      {"HTTP/1.1 404 \r\n" + two + "Connection: close\r\n\r\nab", "404:ab", false},
+      {good + "Content-Length: 0\r\n\r\n", "200", true},
+      {"HTTP/1.1 204 No Content\r\n\r\n", "204", true},
+      {"HTTP/1.1 304 Not Modified\r\n" + two + "\r\n", "304", true},
+      {good + two + "\r\n", "200", true, HTTP_METHOD_HEAD},
+      {chunked, "200", true, HTTP_METHOD_HEAD},
+      {"HTTP/1.0 200 OK\r\n" + two + "\r\n{}", "200:{}", false},
+      {"HTTP/1.0 200 OK\r\nConnection: Keep-Alive\r\n" + two + "\r\n{}", "200:{}", true},
+      {good + "Keep-Alive: max=9, timeout = 1\r\n" + two + "\r\n{}", "200:{}", false},
+      {chunked + "3\r\nabc\r\n00A;name=\"v;\\\"\";x\r\n0123456789\r\n0\r\n\r\n",
+       "200:abc0123456789", true},
+      {chunked + "1\r\nx\r\n0;last\r\nX-Sum: 1\r\nX-More: 2\r\n\r\n", "200:x", true},
+      {chunked + "0\r\n\r\n", "200:", true},
+      {"HTTP/1.1 100 Continue\r\n\r\nHTTP/1.1 103 Early Hints\r\nLink: a\r\n\r\n" + std::string(ok),
+       "200:{}", true},
+      {good + two + "\r\na", "200:a ECONNRESET", false},
+      {chunked + "3\r\nab", "200:ab ECONNRESET", false},
+      {chunked + "3\r\nabc\r\n", "200:abc ECONNRESET", false},
+      {chunked + "3\r\nabcd\r\n0\r\n\r\n", "200:abc EPROTO", false},
+      {chunked + "3\r\nabc\r\nx\r\n", "200:abc EPROTO", false},
+      {"HTTP/1.1 200 OK\r\nContent-Le", "ECONNRESET", false},
+      {"SSH-2.0-OpenSSH_9.2\r\n\r\n", "EPROTO", false},
+      {"HTTP/2.0 200 OK\r\n\r\n", "EPROTO", false},
+      {good + two + "Content-Length: 3\r\n\r\nab", "EPROTO", false},
+      {good + two + "Transfer-Encoding: chunked\r\n\r\nab", "EPROTO", false},
+      {"HTTP/1.0 200 OK\r\nConnection: keep-alive\r\nTransfer-Encoding: chunked\r\n\r\n0\r\n\r\n",
+       "EPROTO", false},
+      {good + "Transfer-Encoding: foo\r\n" + two + "\r\n{}", "EPROTO", false},
+      {"HTTP/1.1 099 OK\r\n" + two + "\r\n{}", "EPROTO", false},
+      {"HTTP/1.1 101 Switching Protocols\r\nUpgrade: x\r\n\r\n", "EPROTO", false},
+      {repeated("HTTP/1.1 100 Continue\r\n\r\n", 200), "EPROTO", false},
+      {good + "X: " + std::string(65495, 'x') + "\r\n" + two + "\r\n{}", "EMSGSIZE", false},
+      {good + "X: " + std::string(65490, 'x') + "\r\n" + two + "\r\n{}", "200:{}", true},
+      {good + repeated("X: y\r\n", 20000), "EMSGSIZE", false},
+      {chunked + "1;" + long_field + "\r\n", "200: EMSGSIZE", false},
+      {chunked + "0\r\nX: " + long_field, "200: EMSGSIZE", false},
+      {good + "Content-Length: 300000\r\n\r\n" + big, "200:" + big, true},
+      {chunked + "493e0\r\n" + big + "\r\n0\r\n\r\n", "200:" + big, true},
+      {good + "\r\n" + big, "200:" + big, false},
   };
   Log_Capture log;
   for (const auto& c : cases) {
@@ -184,18 +120,11 @@ TEST(HttpSessionTest, EveryKindOfResponseIsReadHoweverItIsCut) {
         const HTTP_Session_var session = session_to(server.port());
         const HTTP_Request request(c.method, "/");
         EXPECT_EQ(c.outcome, receive(session->send_request(request), block));
-        EXPECT_EQ((Outcome{0, 200, true, "{}"}), call(session));
+        EXPECT_EQ("200:{}", call(session));
         EXPECT_EQ(c.kept ? 1 : 2, server.connections());
       }
     }
   }
-}
-
-TEST(HttpSessionTest, AConnectionThatSaysMoreThanItWasAskedIsNotUsedAgain) {
-  Scripted_HTTP_Server server({{{std::string(ok) + "HTTP/1.1 500 No\r\n\r\n"}}, {{ok}}});
-  const HTTP_Session_var session = session_to(server.port());
-  for (int i = 0; i < 2; ++i) EXPECT_EQ((Outcome{0, 200, true, "{}"}), call(session));
-  EXPECT_EQ(2, server.connections());
 }
 
 TEST(HttpSessionTest, RequestsAreFramedAsTheySay) {
@@ -208,24 +137,12 @@ TEST(HttpSessionTest, RequestsAreFramedAsTheySay) {
   } cases[] = {
       {HTTP_METHOD_GET, nullptr, nullptr, {}, "q=0.5\r\n\r\n"},
       {HTTP_METHOD_GET, "Content-Length", "5", {}, "q=0.5\r\n\r\n"},
-      {HTTP_METHOD_DELETE, "Transfer-Encoding", "chunked", {}, "q=0.5\r\n\r\n"},
       {HTTP_METHOD_DELETE, nullptr, nullptr, {"{}"}, "g: chunked\r\n\r\n2\r\n{}\r\n0\r\n\r\n"},
-      {HTTP_METHOD_DELETE, nullptr, nullptr, {}, "q=0.5\r\n\r\n"},
       {HTTP_METHOD_DELETE, "Content-Length", "2", {"{}"}, "Content-Length: 2\r\n\r\n{}"},
-      {HTTP_METHOD_POST, nullptr, nullptr, {}, "Content-Length: 0\r\n\r\n"},
       {HTTP_METHOD_POST, "Content-Length", "7", {}, "Content-Length: 0\r\n\r\n"},
-      {HTTP_METHOD_POST,
-       "Content-Length",
-       "4",
-       {"[", "1", "]\n"},
-       "Content-Length: 4\r\n\r\n[1]\n"},
+      {HTTP_METHOD_POST, "Content-Length", "3", {"[", "1", "]"}, "Content-Length: 3\r\n\r\n[1]"},
       {HTTP_METHOD_PUT, "Transfer-Encoding", "chunked", {}, "g: chunked\r\n\r\n0\r\n\r\n"},
-      {HTTP_METHOD_PUT,
-       nullptr,
-       nullptr,
-       {"[", "", "1]"},
-       "g: chunked\r\n\r\n3\r\n[1]\r\n0\r\n\r\n"},
-      {HTTP_METHOD_PATCH, "X-Y", "z", {"{}"}, "g: chunked\r\n\r\n2\r\n{}\r\n0\r\n\r\n"},
+      {HTTP_METHOD_PATCH, "X", "y", {"1", "", "2"}, "g: chunked\r\n\r\n2\r\n12\r\n0\r\n\r\n"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.framing);
@@ -235,7 +152,7 @@ TEST(HttpSessionTest, RequestsAreFramedAsTheySay) {
     if (c.header != nullptr) request.headers().put(c.header, c.value);
     const HTTP_Connection_var connection = session->send_request(request);
     for (const char* text : c.body) connection->send(text, std::strlen(text));
-    EXPECT_EQ((Outcome{0, 200, true, "{}"}), receive(connection));
+    EXPECT_EQ("200:{}", receive(connection));
     const std::string sent = server.request();
     const std::string end(c.framing);
     ASSERT_LT(end.size(), sent.size());
@@ -260,7 +177,7 @@ TEST(HttpSessionTest, LargeBodiesGoOutInPiecesThatTheServerPutsTogether) {
       EXPECT_EQ(static_cast<ssize_t>(size), connection->send(part.data(), size));
       body += part;
     }
-    EXPECT_EQ((Outcome{0, 200, true, "{}"}), receive(connection));
+    EXPECT_EQ("200:{}", receive(connection));
     std::string sent = server.request();
     sent.erase(0, sent.find("\r\n\r\n") + 4);
     std::string taken = chunked ? "" : sent;
@@ -290,7 +207,7 @@ TEST(HttpSessionTest, ABodyThatDoesNotFitItsRequestIsRefused) {
     if (c.length != nullptr) request.headers().put("Content-Length", c.length);
     const HTTP_Connection_var connection = session_to(server.port())->send_request(request);
     EXPECT_EQ(c.at_send, connection->send(c.body, std::strlen(c.body)) == -1);
-    EXPECT_EQ((Outcome{EINVAL, 0, false, ""}), receive(connection));
+    EXPECT_EQ("EINVAL", receive(connection));
   }
 }
 
@@ -301,8 +218,7 @@ TEST(HttpSessionTest, ARequestThatWouldBreakItsLinesIsNotSent) {
   std::vector<HTTP_Request> requests;
   for (const std::string& uri :
        {std::string("/a\r\nX: y"), std::string("/a b"), std::string("/\n"), std::string("/\0", 2),
-        std::string("a"), std::string("/a#b"), std::string("*"), std::string("http://127.0.0.1/"),
-        std::string()}) {
+        std::string("a"), std::string("/a#b"), std::string()}) {
     requests.emplace_back();
     requests.back().uri(uri);
   }
@@ -336,16 +252,14 @@ TEST(HttpSessionTest, DefaultFieldsGoWhereTheRequestHasNone) {
   const HTTP_Session_var session = session_to(server.port());
   session->headers().put("X-Key", "default");
   session->headers().put(HTTP_HEAD_ACCEPT, "text/plain");
-  EXPECT_EQ(200, call(session).status);
+  EXPECT_EQ("200:{}", call(session));
   EXPECT_NE(std::string::npos, server.request().find("X-Key: default\r\nAccept: text/plain\r\n"));
-  EXPECT_EQ(std::string::npos, server.request().find("application/json"));
   HTTP_Request request;
   request.headers().put("x-key", "own");
   request.headers().put("Host", "other");
   receive(session->send_request(request));
   EXPECT_NE(std::string::npos, server.request().find("\r\nx-key: own\r\nHost: other\r\n"));
   EXPECT_EQ(std::string::npos, server.request().find("default"));
-  EXPECT_EQ(std::string::npos, server.request().find("Host: 127"));
 }
 
 TEST(HttpSessionTest, AConnectionThatTheServerClosedIsReplacedWhereNothingCanBeDoneTwice) {
@@ -372,14 +286,14 @@ TEST(HttpSessionTest, AConnectionThatTheServerClosedIsReplacedWhereNothingCanBeD
     if (c.how != gone) script[0].push_back({"", c.how == reset ? Reply::reset : Reply::close});
     Scripted_HTTP_Server server(script);
     const HTTP_Session_var session = session_to(server.port());
-    EXPECT_EQ(200, call(session).status);
+    EXPECT_EQ("200:{}", call(session));
     if (c.how == gone) ::usleep(20000);  // its end is on the way
     const HTTP_Connection_var connection = session->send_request(HTTP_Request(c.method, "/"));
     ASSERT_NE(nullptr, connection.get());
     const std::string body(c.body, 'x');
     const bool sent = connection->send(body.data(), body.size()) != -1;
-    EXPECT_EQ(c.served ? 200 : 0, receive(connection).status);
-    EXPECT_EQ(c.served ? 0 : ECONNRESET, sent ? connection->error() : ECONNRESET);
+    const std::string outcome = receive(connection);
+    EXPECT_TRUE(c.served ? outcome == "200:{}" : !sent || outcome == "ECONNRESET") << outcome;
     EXPECT_EQ(c.served ? 2 : 1, server.connections());
   }
 }
@@ -388,28 +302,29 @@ TEST(HttpSessionTest, ARequestOfWhichTheOldConnectionTookNothingIsSentAgainWhate
   for (const std::size_t size : {0, 5, 100000}) {
     Scripted_HTTP_Server server({{{ok}}, {{ok}}});
     const HTTP_Session_var session = session_to(server.port());
-    EXPECT_EQ(200, call(session).status);
+    EXPECT_EQ("200:{}", call(session));
     const HTTP_Connection_var connection =
         session->send_request(HTTP_Request(HTTP_METHOD_POST, "/"));
     server.cut();
     const std::string body(size, 'x');
     EXPECT_EQ(static_cast<ssize_t>(size), connection->send(body.data(), size));
-    EXPECT_EQ((Outcome{0, 200, true, "{}"}), receive(connection));
+    EXPECT_EQ("200:{}", receive(connection));
     const std::string sent = server.request();
     EXPECT_EQ(size, static_cast<std::size_t>(std::count(sent.begin(), sent.end(), 'x')) -
                         1);  // and that of libvexa
   }
 }
 
-TEST(HttpSessionTest, AConnectionServesNextWhenTheRestOfALeftBodyIsHere) {
-  for (const bool here : {true, false}) {
-    Scripted_HTTP_Server server(
-        {{{here ? ok : "HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\n{}"}, {ok}}, {{ok}}});
+TEST(HttpSessionTest, AConnectionServesNextWhenTheRestOfALeftBodyIsHereAndNothingElse) {
+  const std::string whole = ok;
+  for (const std::string& text :
+       {whole, whole.substr(0, whole.size() - 1), whole + "HTTP/1.1 500"}) {
+    Scripted_HTTP_Server server({{{text}, {ok}}, {{ok}}});
     const HTTP_Session_var session = session_to(server.port());
     HTTP_Response response;
     EXPECT_EQ(0, session->send_request(HTTP_Request())->recv_header(response));
-    EXPECT_EQ(200, call(session).status);
-    EXPECT_EQ(here ? 1 : 2, server.connections());
+    EXPECT_EQ("200:{}", call(session));
+    EXPECT_EQ(text == whole ? 1 : 2, server.connections());
   }
 }
 
@@ -420,10 +335,10 @@ TEST(HttpSessionTest, ConnectionsAreNotKeptAgainstTheWill) {
         session_to(server.port(), 5, by_flag ? HTTP_SESSION_NO_KEEP_ALIVE : 0);
     HTTP_Request request;
     request.keep_alive(by_flag);
-    EXPECT_EQ(200, receive(session->send_request(request)).status);
+    EXPECT_EQ("200:{}", receive(session->send_request(request)));
     EXPECT_NE(std::string::npos, server.request().find("\r\nConnection: close\r\n"));
     EXPECT_EQ(std::string::npos, server.request().find("Keep-Alive"));
-    EXPECT_EQ(200, receive(session->send_request(request)).status);
+    EXPECT_EQ("200:{}", receive(session->send_request(request)));
     EXPECT_EQ(2, server.connections());
   }
 }
@@ -433,10 +348,10 @@ TEST(HttpSessionTest, EachWaitHasItsLimit) {
   const struct {
     const char* text;
     std::size_t body;
-  } cases[] = {{"", 0},
-               {"HTTP/1.1 200 OK\r\nContent-", 0},
-               {"HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\nab", 0},
-               {"", body.size()}};
+    const char* outcome;
+  } cases[] = {{"HTTP/1.1 200 OK\r\nContent-", 0, "ETIMEDOUT"},
+               {"HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\nab", 0, "200:ab ETIMEDOUT"},
+               {"", body.size(), "ETIMEDOUT"}};
   for (const auto& c : cases) {
     Scripted_HTTP_Server server({{{c.text, Reply::stall, 0, true}}});
     const auto start = std::chrono::steady_clock::now();
@@ -445,7 +360,7 @@ TEST(HttpSessionTest, EachWaitHasItsLimit) {
     const HTTP_Connection_var connection = session_to(server.port(), 1)->send_request(request);
     const bool sent = connection->send(body.data(), c.body) != -1;
     EXPECT_EQ(c.body == 0, sent);
-    EXPECT_EQ(ETIMEDOUT, receive(connection).error);
+    EXPECT_EQ(c.outcome, receive(connection));
     const auto took = std::chrono::steady_clock::now() - start;
     EXPECT_GT(took, std::chrono::milliseconds(900));
     EXPECT_LT(took, std::chrono::milliseconds(1900));
@@ -465,9 +380,9 @@ TEST(HttpSessionTest, AnAnswerBeforeTheEndOfTheBodyIsNotLost) {
     for (int i = 0; i < 2; ++i) {
       EXPECT_EQ(static_cast<ssize_t>(body.size()), connection->send(body.data(), body.size()));
     }
-    EXPECT_EQ((Outcome{0, 413, true, "{}"}), receive(connection));
+    EXPECT_EQ("413:{}", receive(connection));
     if (then == Reply::close) {  // the one that stalls is never told that its client has gone
-      EXPECT_EQ(200, call(session).status);
+      EXPECT_EQ("200:{}", call(session));
     }
   }
 }
@@ -490,7 +405,7 @@ TEST(HttpSessionTest, CookiesOfTheServerComeBackUntilTheyAreCleared) {
     receive(session->send_request(request));
     EXPECT_NE(std::string::npos, server.request().find("\r\nCookie: own\r\n"));
     session->clear_cookie();
-    EXPECT_EQ(200, call(session).status);
+    EXPECT_EQ("200:{}", call(session));
     EXPECT_EQ(std::string::npos, server.request().find("Cookie"));
   }
 }
@@ -502,7 +417,7 @@ TEST(HttpSessionTest, ThreadsShareASession) {
   std::vector<std::thread> threads;
   for (int i = 0; i < 4; ++i) {
     threads.emplace_back([&session] {
-      for (int n = 0; n < 10; ++n) EXPECT_EQ(200, call(session).status);
+      for (int n = 0; n < 10; ++n) EXPECT_EQ("200", call(session));
     });
   }
   for (std::thread& thread : threads) thread.join();
@@ -524,13 +439,11 @@ TEST(HttpSessionFactoryTest, ArgumentsThatMakeNoSenseAreRefused) {
   EXPECT_EQ(nullptr, make(nullptr, 80, nullptr, 3, 0, 0).get());
   EXPECT_EQ(nullptr, make("h", 0, nullptr, 3, 0, 0).get());
   EXPECT_EQ(nullptr, make("h", 80, "localhost", 3, 0, 0).get());
-  EXPECT_EQ(nullptr, make("h", 80, nullptr, 0, 0, 0).get());
   EXPECT_EQ(nullptr, make("h", 80, nullptr, 4, 0, 0).get());
   EXPECT_EQ(nullptr, make("h", 80, nullptr, 3, -1, 0).get());
   EXPECT_EQ(nullptr, make("h", 80, nullptr, 3, 0, 16).get());
-  EXPECT_EQ(14u, log.count("Failed to make an HTTP session"));
+  EXPECT_EQ(13u, log.count("Failed to make an HTTP session"));
   EXPECT_EQ("h", make("h", 80, nullptr, 3, 0, 0)->authority());
-  EXPECT_EQ("h:443", make("h", 443, nullptr, 3, 0, 0)->authority());
   EXPECT_EQ("[::1]:8080", make("[::1]", 8080, nullptr, 3, 0, 0)->authority());
   EXPECT_EQ("[fe80::1]", make("fe80::1%eth0", 80, nullptr, 3, 0, 0)->authority());
 }
@@ -542,19 +455,15 @@ TEST(HttpSessionFactoryTest, AConnectionKeepsToFamilyAndLocalAddress) {
     return call(HTTP_Session_Factory::create(host, server.port(), false, local, families, nullptr,
                                              false, 1, 1, 1, 0));
   };
-  EXPECT_EQ(EHOSTUNREACH, call_from("127.0.0.1", nullptr, HTTP_SESSION_IPV6).error);
-  EXPECT_EQ(EHOSTUNREACH, call_from("no-such-host.invalid", nullptr, 3).error);
+  EXPECT_EQ("EHOSTUNREACH", call_from("127.0.0.1", nullptr, HTTP_SESSION_IPV6));
+  EXPECT_EQ("EHOSTUNREACH", call_from("no-such-host.invalid", nullptr, 3));
   EXPECT_EQ(2u, log.count("Failed to resolve "));
-  EXPECT_EQ(EAFNOSUPPORT, call_from("127.0.0.1", "::1", 3).error);
-  EXPECT_EQ(EADDRNOTAVAIL, call_from("127.0.0.1", "192.0.2.1", 3).error);
-  EXPECT_EQ(200, call_from("127.0.0.1", "127.0.0.1", HTTP_SESSION_IPV4).status);
-}
-
-TEST(HttpSessionFactoryTest, ARefusedConnectionIsToldOnce) {
-  Log_Capture log;
-  unsigned short port;
-  { port = Scripted_HTTP_Server({}).port(); }
-  EXPECT_EQ(ECONNREFUSED, call(session_to(port)).error);
+  EXPECT_EQ("EAFNOSUPPORT", call_from("127.0.0.1", "::1", 3));
+  EXPECT_EQ("EADDRNOTAVAIL", call_from("127.0.0.1", "192.0.2.1", 3));
+  EXPECT_EQ("200:{}", call_from("127.0.0.1", "127.0.0.1", HTTP_SESSION_IPV4));
+  log.clear();
+  const unsigned short closed = Scripted_HTTP_Server({}).port();
+  EXPECT_EQ("ECONNREFUSED", call(session_to(closed)));
   EXPECT_EQ(1u, log.texts(LM_ERROR).size());
-  EXPECT_EQ(1u, log.count("Failed to connect to 127.0.0.1:" + std::to_string(port)));
+  EXPECT_EQ(1u, log.count("Failed to connect to 127.0.0.1:" + std::to_string(closed)));
 }

@@ -33,9 +33,8 @@ void expect(const Case& c) {
 
 TEST(NatoiTest, TextsAreReadStrictlyUpToTheLimitsOfTheirType) {
   const Case cases[] = {
-      {"000127", 127, 0, 6},   {"+12x", 12, 0, 3},    {"-12 3", -12, 0, 3},
-      {"", 0, EINVAL, 0},      {" 1", 0, EINVAL, 0},  {"-", 0, EINVAL, 0},
-      {"+-1", 0, EINVAL, 0},   {"abc", 0, EINVAL, 0}, {"1280", 127, ERANGE, 2},
+      {"000127", 127, 0, 6},   {"+12x", 12, 0, 3},    {"", 0, EINVAL, 0},
+      {" 1", 0, EINVAL, 0},    {"+-1", 0, EINVAL, 0}, {"1280", 127, ERANGE, 2},
       {"128", 127, ERANGE, 2}, {"-128", -128, 0, 4},  {"-129", 127, ERANGE, 3},
   };
   for (const Case& c : cases) expect<std::int8_t>(c);
