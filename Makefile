@@ -3,11 +3,12 @@
 BUILD_PACKAGES := g++ cmake ninja-build libace-dev libace-ssl-dev libssl-dev \
                   libyajl-dev libboost-dev libcli11-dev
 TEST_PACKAGES  := libgtest-dev libgmock-dev openssl
-BENCH_PACKAGES := libbenchmark-dev libcurl4-openssl-dev valgrind
+BENCH_PACKAGES := libbenchmark-dev libcurl4-openssl-dev valgrind python3
 CHECK_PACKAGES := clang-format clang-tidy
 JOBS ?= $(shell nproc)
 
-.PHONY: help deps build run test test-peers check sanitize asan tsan bench format clean
+.PHONY: help deps build run test test-peers check sanitize asan tsan bench bench-instructions \
+        format clean
 help:
 	@echo "make run       build everything and serve on tcp://127.0.0.1:7070"
 	@echo "make test      build and run the tests"
@@ -16,7 +17,8 @@ help:
 	@echo "make deps      install the Debian packages that are missing"
 	@echo "make check     formatting, layers, clang-tidy on changed files, tests"
 	@echo "make sanitize  the tests under Address-, UndefinedBehavior- and ThreadSanitizer"
-	@echo "make bench     the benchmarks, each beside its floor"
+	@echo "make bench     the benchmarks, each beside its floor; the table is in build/bench.md"
+	@echo "make bench-instructions  instructions and allocations of a message; fails when they rise"
 	@echo "make format    format the sources"
 	@echo "make clean     remove build/"
 
@@ -58,6 +60,12 @@ bench:
 	@tools/configure release -DJSON_RPC_TESTS=ON -DJSON_RPC_BENCH=ON
 	@cmake --build --preset release -j $(JOBS)
 	@bench/run
+
+bench-instructions:
+	@tools/install_packages $(BUILD_PACKAGES) $(TEST_PACKAGES) $(BENCH_PACKAGES)
+	@tools/configure release -DJSON_RPC_TESTS=ON -DJSON_RPC_BENCH=ON
+	@cmake --build --preset release --target count_request -j $(JOBS)
+	@bench/instructions --check
 
 format:
 	@tools/install_packages clang-format

@@ -138,7 +138,11 @@ bool JSON_RPC_Parser::handle_string_i(const char* text, std::size_t length) {
 }
 
 bool JSON_RPC_Parser::handle_map_key_i(const char* text, std::size_t length) {
-  if (handler_ != nullptr) return handler_->handle_map_key_i(text, length);
+  return handler_ != nullptr ? handler_->handle_map_key_i(text, length) : name(text, length);
+}
+
+/// A member's name where no handler is nested. Not inline: keys of a nested value are many more.
+[[gnu::noinline]] bool JSON_RPC_Parser::name(const char* text, std::size_t length) {
   if (states_.empty()) return fail(ERROR_STRUCTURE);
   if (states_.size() == 1) {
     states_.back().key = get_key_value_entry(key_table_1, text, length).value;
@@ -151,7 +155,8 @@ bool JSON_RPC_Parser::handle_map_key_i(const char* text, std::size_t length) {
 
 /// Whether one more level would make the value too deep: it began below the message, or, for an
 /// error's data, below the error object.
-bool JSON_RPC_Parser::too_deep() const {
+inline bool JSON_RPC_Parser::too_deep() const {
+  if (states_.size() <= vexa::max_value_depth) return false;
   const std::size_t around = states_.empty() || !in_error() ? 1 : 2;
   return states_.size() == vexa::max_value_depth + around;
 }

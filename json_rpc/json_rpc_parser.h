@@ -115,6 +115,7 @@ protected:
 private:
   bool in_error() const { return states_.front().key == ERROR_BIT; }
   bool handle_scalar(unsigned int top, unsigned int in_error, const char* text, std::size_t length);
+  bool name(const char* text, std::size_t length);
   bool start(unsigned int top, bool map);
   bool too_deep() const;
   void report(const char* data, std::size_t length);

@@ -21,6 +21,9 @@ constexpr std::size_t small_object = 8;
 /// Room for the members of most objects, so that these cost one allocation.
 constexpr std::size_t first_room = 8;
 
+/// Room after that: to go on three times as large moves fewer members of the middle sizes.
+constexpr std::size_t second_room = 24;
+
 /// Levels that copying and destroying recurse into, and that a comparison keeps on the stack: more
 /// than a value has that was read from a message.
 constexpr std::size_t shallow = 128;
@@ -203,7 +206,9 @@ bool Object::equal(const Object& a, const Object& b) {
   });
 }
 
-void Object::grow() { members_.reserve(std::max(first_room, 2 * size())); }
+void Object::grow() {
+  members_.reserve(size() == 0 ? first_room : std::max(second_room, 2 * size()));
+}
 
 /// For the insertion that makes a small object a large one.
 void Object::lay_in_order() {

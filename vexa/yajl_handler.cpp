@@ -6,6 +6,18 @@
 
 namespace {
 
+/// Logs the exception that is being handled; yajl stops at what it gives.
+[[gnu::cold, gnu::noinline]] int failed() {
+  try {
+    throw;
+  } catch (const std::exception& e) {
+    VEXA_ERROR("A handler of parse events failed: %C\n", e.what());
+  } catch (...) {
+    VEXA_ERROR("A handler of parse events failed with an unknown exception.\n");
+  }
+  return 0;
+}
+
 /// Runs one event. yajl is C: an exception must not unwind through it, so it ends here and stops
 /// the parse like a refusal.
 template <typename Event>
@@ -14,12 +26,9 @@ int deliver(void* context, YAJL_Handler::Callback_Type type, Event event) {
   handler->callback_type(type);
   try {
     return event(*handler) ? 1 : 0;
-  } catch (const std::exception& e) {
-    VEXA_ERROR("A handler of parse events failed: %C\n", e.what());
   } catch (...) {
-    VEXA_ERROR("A handler of parse events failed with an unknown exception.\n");
+    return failed();  // apart, so that an event that does not fail saves no registers for it
   }
-  return 0;
 }
 
 const char* chars(const unsigned char* text) { return reinterpret_cast<const char*>(text); }
