@@ -112,7 +112,7 @@ int serve_agent_registration(const std::string& token) {
   const int result = JSON_RPC_Request_Map::instance()->insert(
       method_name, std::string(), handler.get(),
       [](void* object) { delete static_cast<JSON_RPC_Handler*>(object); });
-  if (result == 0) handler.release();
+  if (result == 0) static_cast<void>(handler.release());  // the map owns it
   return result;
 }
 

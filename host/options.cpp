@@ -15,7 +15,7 @@
 namespace {
 
 constexpr int usage_error = 2;
-constexpr std::size_t max_seconds = 365u * 24 * 3600;
+constexpr std::size_t max_seconds = std::size_t{365} * 24 * 3600;
 
 /// The configuration that was built, or installed, with this program.
 std::string default_svc() {

@@ -4,7 +4,7 @@
 
 namespace {
 
-constexpr std::size_t piece = 16 * 1024;
+constexpr std::size_t piece = 16u << 10;
 
 bool is_open(HTTP_SOCK_State state) {
   return state != HTTP_SOCK_STATE_CONTENT_RECEIVED && state != HTTP_SOCK_STATE_CLOSED;

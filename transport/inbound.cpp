@@ -238,7 +238,7 @@ void Inbound::bad(int code) {
 
 /// Whether the text was to be an answer; then it has been failed.
 bool Inbound::answer_failed() {
-  const int members = reader_->members();
+  const unsigned int members = reader_->members();
   const bool answer = members & (JSON_RPC_Reader::RESULT_BIT | JSON_RPC_Reader::ERROR_BIT);
   const bool call = members & (JSON_RPC_Reader::METHOD_BIT | JSON_RPC_Reader::PARAMS_BIT);
   if (members == 0 || (call && !answer)) return false;

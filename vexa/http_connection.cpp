@@ -20,9 +20,9 @@
 
 namespace {
 
-constexpr std::size_t gathered_size =
-    16 * 1024;  // bytes of body_, and so of a chunk of small pieces
-constexpr std::size_t skipped_size = 64 * 1024;  // bytes that are read to save a connection
+constexpr std::size_t gathered_size = 16u
+                                      << 10;  // bytes of body_, and so of a chunk of small pieces
+constexpr std::size_t skipped_size = 64u << 10;  // bytes that are read to save a connection
 
 bool is_idempotent(int method) { return method != HTTP_METHOD_POST && method != HTTP_METHOD_PATCH; }
 

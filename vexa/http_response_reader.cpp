@@ -23,7 +23,7 @@ namespace {
 
 namespace http = boost::beast::http;
 
-constexpr std::size_t buffer_size = 16 * 1024;  // grows only for a long head
+constexpr std::size_t buffer_size = 16u << 10;  // grows only for a long head
 
 enum class Body { length, until_close, chunked };
 

@@ -15,7 +15,7 @@ namespace vexa {
 /// thread at a time.
 class HTTP_Response_Reader {
 public:
-  static constexpr std::size_t max_head = 64 * 1024;  // bytes, of each interim head too
+  static constexpr std::size_t max_head = 64u << 10;  // bytes, of each interim head too
   static constexpr int max_interim_heads = 100;
 
   HTTP_Response_Reader();

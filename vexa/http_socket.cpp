@@ -96,7 +96,7 @@ int HTTP_Socket::connect_to(const HTTP_Peer& peer, const ACE_INET_Addr& address)
   const int handle = stream_.get_handle();
   timeval limit{};
   limit.tv_sec = recv_timeout_ / 1000;
-  limit.tv_usec = recv_timeout_ % 1000 * 1000;
+  limit.tv_usec = recv_timeout_ % 1000 * 1000L;
   const int on = 1;
   if (connected && stream_.disable(ACE_NONBLOCK) == 0 &&
       ::fcntl(handle, F_SETFD, FD_CLOEXEC) == 0 &&

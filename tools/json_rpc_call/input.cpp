@@ -41,7 +41,7 @@ ssize_t Input::read(char* data, std::size_t size) {
     const std::size_t length = std::min(size, text_.size() - at_);
     std::memcpy(data, text_.data() + at_, length);
     at_ += length;
-    return length;
+    return static_cast<ssize_t>(length);
   }
   ssize_t length;
   do {

@@ -139,7 +139,7 @@ std::string Command_Line::finish() {
   typedef std::string (Command_Line::*Step)();
   for (const Step step : {&Command_Line::take_task, &Command_Line::take_url,
                           &Command_Line::take_words, &Command_Line::take_fields}) {
-    const std::string wrong = (this->*step)();
+    std::string wrong = (this->*step)();
     if (!wrong.empty()) return wrong;
   }
   return misplaced();
