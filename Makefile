@@ -5,10 +5,12 @@ BUILD_PACKAGES := g++ cmake ninja-build libace-dev libace-ssl-dev libssl-dev \
 TEST_PACKAGES  := libgtest-dev libgmock-dev openssl
 BENCH_PACKAGES := libbenchmark-dev libcurl4-openssl-dev valgrind python3
 CHECK_PACKAGES := clang-format clang-tidy
+FUZZ_PACKAGES  := clang libclang-rt-14-dev
+FUZZ_SECONDS   ?= 60
 JOBS ?= $(shell nproc)
 
-.PHONY: help deps build run test test-peers check sanitize asan tsan bench bench-instructions \
-        format clean
+.PHONY: help deps build run test test-peers check sanitize asan tsan fuzz bench \
+        bench-instructions format clean
 help:
 	@echo "make run       build everything and serve on tcp://127.0.0.1:7070"
 	@echo "make test      build and run the tests"
@@ -19,6 +21,7 @@ help:
 	@echo "make sanitize  the tests under Address-, UndefinedBehavior- and ThreadSanitizer"
 	@echo "make bench     the benchmarks, each beside its floor; the table is in build/bench.md"
 	@echo "make bench-instructions  instructions and allocations of a message; fails when they rise"
+	@echo "make fuzz      the fuzzers, FUZZ_SECONDS=60 each"
 	@echo "make format    format the sources"
 	@echo "make clean     remove build/"
 
@@ -47,6 +50,12 @@ asan tsan: deps
 	@ctest --test-dir build/$@ --output-on-failure
 
 sanitize: asan tsan
+
+fuzz: deps
+	@tools/install_packages $(FUZZ_PACKAGES)
+	@tools/configure fuzz
+	@cmake --build --preset fuzz --target fuzzers -j $(JOBS)
+	@fuzz/run $(FUZZ_SECONDS)
 
 check: deps
 	@tools/install_packages $(CHECK_PACKAGES)

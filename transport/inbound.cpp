@@ -160,11 +160,6 @@ std::size_t Inbound::text(const char* data, std::size_t length) {
     case Text_Feeder::NO_JSON:
       bad(JSON_RPC_PARSE_ERROR);
       state_ = SKIP_BY_LINE;
-      // The byte that was wrong may be the line feed itself.
-      if (!by_length && used > 0) {
-        --used;
-        --size_;
-      }
       break;
     case Text_Feeder::REFUSED:
       bad(JSON_RPC_INVALID_REQUEST);

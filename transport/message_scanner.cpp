@@ -27,7 +27,7 @@ void Message_Scanner::reset() { *this = Message_Scanner(); }
 
 std::size_t Message_Scanner::scan(const char* data, std::size_t length) {
   const unsigned char* const text = reinterpret_cast<const unsigned char*>(data);
-  whole_ = 0;
+  whole_ = npos;
   std::size_t i = 0;
   while (i < length) {
     if (in_string_) {

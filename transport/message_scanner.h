@@ -20,7 +20,8 @@ public:
   /// Reads on: the offset just behind the end of the text, or npos when it goes on.
   std::size_t scan(const char* data, std::size_t length);
 
-  /// How many bytes of the last piece belong to whole tokens.
+  /// How many bytes of the last piece belong to whole tokens; npos when the token before it goes on
+  /// through all of it.
   std::size_t whole() const { return whole_; }
 
   /// Whether the text is an object or an array, whose end its braces tell.

@@ -25,7 +25,10 @@ Text_Feeder::Outcome Text_Feeder::read(JSON_RPC_Reader& reader, const char* data
   taken = length;
   if (length == 0 || reader.read(data, length)) return MORE;
   taken = reader.consumed() < length ? reader.consumed() : length;
-  return reader.refused() ? REFUSED : NO_JSON;
+  if (reader.refused()) return REFUSED;
+  // A line feed that breaks off a UTF-8 sequence counts as taken; it is where the line ends.
+  if (taken > 1 && data[taken - 1] == '\n' && (data[taken - 2] & 0x80) != 0) --taken;
+  return NO_JSON;
 }
 
 Text_Feeder::Outcome Text_Feeder::feed(JSON_RPC_Reader& reader, const char* data,
@@ -34,7 +37,7 @@ Text_Feeder::Outcome Text_Feeder::feed(JSON_RPC_Reader& reader, const char* data
   const bool ended = end != Message_Scanner::npos;
   const std::size_t whole = ended ? end : scanner_.whole();
   used = ended ? end : length;
-  if (whole == 0 && !ended) {
+  if (whole == Message_Scanner::npos) {
     held_.append(data, length);
     return MORE;
   }

@@ -67,16 +67,17 @@ TEST(MessageScannerTest, FindsTheEndWhereverTheTextIsCut) {
 }
 
 TEST(MessageScannerTest, TellsWhichBytesArePartsOfWholeTokens) {
+  constexpr std::size_t on = Message_Scanner::npos;  // the token goes on
   const struct {
     std::vector<std::string> pieces;
     std::vector<std::size_t> whole;
   } cases[] = {
-      {{R"({"key":12)", "3", ",4 "}, {7, 0, 3}},
-      {{R"({"k)", "ey", R"(":)"}, {1, 0, 2}},
-      {{R"({"a":"x\)", R"("y)", R"(")"}, {5, 0, 1}},
-      {{R"({"a":tru)", "e", "}"}, {5, 0, 1}},
-      {{"{\"a\":\"x\ny", "z"}, {8, 0}},  // a raw control byte: the parser is to see it now
-      {{"12", "3"}, {0, 0}},
+      {{R"({"key":12)", "3", ",4 "}, {7, on, 3}},
+      {{R"({"k)", "ey", R"(":)"}, {1, on, 2}},
+      {{R"({"a":"x\)", R"("y)", R"(")"}, {5, on, 1}},
+      {{R"({"a":tru)", "e", "}"}, {5, on, 1}},
+      {{"{\"a\":\"x\ny", "z"}, {8, on}},  // a raw control byte: the parser is to see it now
+      {{"12", "3"}, {0, on}},
   };
   for (const auto& c : cases) {
     Message_Scanner scanner;
