@@ -158,7 +158,12 @@ void Connection::take_input(const error_code& error, std::size_t length) {
   if (lingering_) return read();
   // What this wake-up answers leaves in one write at its end.
   stream_->outbox().attend();
-  const bool go_on = consume(input_.data(), length) && (length < input_.size() || read_more());
+  end_turn(consume(input_.data(), length) && (length < input_.size() || read_more()));
+}
+
+/// What this turn of reading brought leaves, and where it is to go on the next begins.
+void Connection::end_turn(bool go_on) {
+  if (closed_) return;
   inbound_->pass_on_relay();
   flush();
   if (go_on && !closed_) read();
@@ -194,8 +199,8 @@ bool Connection::consume(const char* data, std::size_t length) {
       paused_ = true;
       return false;
     case Inbound::STOP:
+      no_more_answers("it cannot be understood");
       stopped_reading_ = true;
-      no_more_answers();
       return false;
   }
   return false;
@@ -222,27 +227,24 @@ void Connection::take_leftover() {
   last_read_ = Loop::now();
   std::string bytes;
   bytes.swap(leftover_);
-  const bool go_on = consume(bytes.data(), bytes.size());
-  inbound_->pass_on_relay();
-  flush();
-  if (go_on && !closed_) read();
+  end_turn(consume(bytes.data(), bytes.size()));
 }
 
 void Connection::end_of_input() {
   input_ended_ = true;
-  if (dialed_) return no_more_answers();
+  if (dialed_) return no_more_answers(nullptr);
   stream_->outbox().attend();
   inbound_->end();
-  no_more_answers();
+  no_more_answers(nullptr);
   flush();
 }
 
 /// The peer says nothing that would be understood any more. It is still sent what it is owed,
-/// unless this end opened the connection and can open another.
-void Connection::no_more_answers() {
+/// unless this end opened the connection and can open another: that is closed.
+void Connection::no_more_answers(const char* reason) {
   if (dialed_) {
     flush();
-    return close(nullptr);
+    return close(reason);
   }
   stream_->no_more_answers();
   unlist();
@@ -254,10 +256,12 @@ void Connection::unlist() {
   JSON_RPC_Channel_Map::instance()->remove(channel_);
 }
 
-/// While this end awaits answers of the peer, what would not fit is refused rather than left
-/// unread.
+/// While this end awaits answers of the peer, requests that do not fit are refused rather than left
+/// unread: so many of them, and until as much again was taken by notifications, which cannot be.
 bool Connection::overloaded() const {
-  return parked_full() && (refused_ >= state_->limits.max_pending || !stream_->awaits_answers());
+  const Limits& limits = state_->limits;
+  return parked_full() && (refused_ >= limits.max_pending || parked_bytes_ / 2 > limits.max_queue ||
+                           !stream_->awaits_answers());
 }
 
 bool Connection::parked_full() const { return parked_bytes_ > state_->limits.max_queue; }

@@ -88,12 +88,13 @@ private:
   void read();
   void on_read(const boost::system::error_code& error, std::size_t length);
   void take_input(const boost::system::error_code& error, std::size_t length);
+  void end_turn(bool go_on);
   bool read_more();
   bool consume(const char* data, std::size_t length);
   void try_resume();
   void take_leftover();
   void end_of_input();
-  void no_more_answers();
+  void no_more_answers(const char* reason);
   void unlist();
   bool parked_full() const;
   bool busy() const;

@@ -77,6 +77,13 @@ TEST(JsonRpcCallTest, AnErrorUnderNoIdIsAnAnswerAndAClosedConnectionIsNone) {
               StartsWith("2||json_rpc_call: the connection is lost"));
 }
 
+TEST(JsonRpcCallTest, APeerThatCannotBeUnderstoodIsLeft) {
+  Scripted_HTTP_Server server({{{"no header\r\n\r\n", Scripted_Reply::stall}}});
+  const std::string url = "tcp://127.0.0.1:" + std::to_string(server.port());
+  EXPECT_EQ("2||json_rpc_call: the connection is lost: it cannot be understood\n",
+            run({"--framing", "header", url, "m"}));
+}
+
 TEST(JsonRpcCallTest, AnErrorResponseIsStatus1) {
   Host_Process host;
   ASSERT_TRUE(host.ready());
