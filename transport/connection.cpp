@@ -21,6 +21,7 @@
 #include "json_rpc/json_rpc_request_map.h"
 #include "transport/current_message.h"
 #include "transport/log_context.h"
+#include "vexa/exception_text.h"
 #include "vexa/log.h"
 
 namespace transport {
@@ -192,11 +193,12 @@ bool Connection::consume(const char* data, std::size_t length) {
   std::size_t used;
   switch (inbound_->feed(data, length, used)) {
     case Inbound::GO_ON:
-      paused_ = inbound_->relay_waits(weak_from_this());
+      paused_ = relay_waits_ = inbound_->relay_waits(weak_from_this());
       return !paused_;
     case Inbound::PAUSE:
       leftover_.assign(data + used, length - used);
       paused_ = true;
+      relay_waits_ = false;
       return false;
     case Inbound::STOP:
       no_more_answers("it cannot be understood");
@@ -214,11 +216,9 @@ void Connection::try_resume() {
   guarded([this] {
     stream_->outbox().attend();
     dispatch_parked();
-    if (paused_ && !overloaded() && !inbound_->relay_waits(weak_from_this())) {
-      take_leftover();
-    } else {
-      flush();
-    }
+    if (paused_) relay_waits_ = inbound_->relay_waits(weak_from_this());
+    if (paused_ && !relay_waits_ && !overloaded()) return take_leftover();
+    flush();
   });
 }
 
@@ -270,11 +270,14 @@ bool Connection::parked_full() const { return parked_bytes_ > state_->limits.max
 /// answer too, but is not in work.
 bool Connection::busy() const {
   const Limits& limits = state_->limits;
-  return stream_->outbox().overloaded(limits.queue_mark(), limits.max_pending + parked_.size());
+  return stream_->outbox().overloaded(limits.queue_mark(), limits.max_pending + parked_requests_);
 }
 
-/// Whether bytes that left, or an answer that was given, made room for what waits.
-bool Connection::can_go_on() const { return parked_.empty() ? paused_ && !overloaded() : !busy(); }
+/// Whether bytes that left, or an answer that was given, made room for what waits. A relay is
+/// resumed by whom it waits for.
+bool Connection::can_go_on() const {
+  return (paused_ && !relay_waits_ && !overloaded()) || (!parked_.empty() && !busy());
+}
 
 void Connection::message(const JSON_RPC_Object_var& object, std::size_t bytes) {
   if (object->type == JSON_RPC_Object::TYPE_NOTIFY) {
@@ -298,6 +301,7 @@ void Connection::refuse(const json_spirit::Value& id) {
 void Connection::park(const JSON_RPC_Object_var& object, std::size_t bytes) {
   parked_.push_back({object, bytes + sizeof(Owed_Request)});
   parked_bytes_ += parked_.back().bytes;
+  if (object->type == JSON_RPC_Object::TYPE_REQUEST) ++parked_requests_;
 }
 
 void Connection::dispatch_parked() {
@@ -305,6 +309,7 @@ void Connection::dispatch_parked() {
     const Parked next = std::move(parked_.front());
     parked_.pop_front();
     parked_bytes_ -= next.bytes;
+    if (next.object->type == JSON_RPC_Object::TYPE_REQUEST) --parked_requests_;
     dispatch(next.object);
   }
   if (!parked_full()) refused_ = 0;
@@ -446,6 +451,7 @@ void Connection::drain() {
     stream_->answer_error(id, server_stopping, stopping_text);
   }
   parked_.clear();
+  parked_bytes_ = parked_requests_ = 0;
   stopped_reading_ = true;
   flush();
 }
@@ -489,8 +495,9 @@ void Connection::check_time(Loop_Time now) {
     if (now > linger_until_) close(nullptr);
     return;
   }
+  if (can_go_on()) resume();  // answers may be awaited since it was paused
   if (paused_ && hung_up(POLLRDHUP)) unlist();
-  if (input_ended_ && hung_up(0)) return close(nullptr);
+  if ((input_ended_ || stopped_reading_) && hung_up(0)) return close(nullptr);
   if (write_waits_ && output_moved()) {
     last_write_ = now;
     stream_->outbox().sent(0, 0);  // whoever waits for room has more patience again
@@ -509,6 +516,14 @@ void Connection::check_time(Loop_Time now) {
   }
 }
 
+void Connection::tell(Connection_Watcher& watcher, const char* reason) {
+  try {
+    watcher.connection_closed(reason);
+  } catch (...) {
+    VEXA_ERROR("The end of a connection could not be told: %C\n", vexa::exception_text());
+  }
+}
+
 void Connection::close(const char* reason) {
   if (closed_) return;
   closed_ = true;
@@ -521,7 +536,7 @@ void Connection::close(const char* reason) {
   socket_.close(ignored);
   if (inbound_ != nullptr) inbound_->abandon_relay();
   if (const std::shared_ptr<Connection_Watcher> watcher = watcher_.lock()) {
-    watcher->connection_closed(reason);  // before the calls end: who is told that they did can look
+    tell(*watcher, reason);  // before the calls end: who is told that they did can look
   }
   stream_->closed();
   parked_.clear();

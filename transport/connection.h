@@ -110,6 +110,7 @@ private:
   bool write();
   void on_writable(const boost::system::error_code& error);
   void linger();
+  static void tell(Connection_Watcher& watcher, const char* reason);
   void check_time(Loop_Time now);
   bool idle_allowed();
   bool socket_ready(short events);
@@ -130,6 +131,7 @@ private:
 
   bool reading_ = false;          // a read of the socket is pending
   bool paused_ = false;           // not read: too much is parked, or its relay must wait
+  bool relay_waits_ = false;      // where it is paused: for the relay's requester
   bool input_ended_ = false;      // the peer sends no more
   bool stopped_reading_ = false;  // what the peer sends is not wanted any more
   bool lingering_ = false;    // all is sent; what still comes is thrown away until the peer closes
@@ -143,6 +145,7 @@ private:
   // Calls that were read while the channel was busy, in their order, and the bytes that they cost.
   std::list<Parked> parked_;
   std::size_t parked_bytes_ = 0;
+  std::size_t parked_requests_ = 0;
   std::size_t refused_ = 0;  // since there was room for more of them
 
   std::string leftover_;             // read, but not yet taken: the channel was paused

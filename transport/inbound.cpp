@@ -39,7 +39,7 @@ Inbound::~Inbound() = default;
 
 Inbound::Verdict Inbound::feed(const char* data, std::size_t length, std::size_t& used) {
   used = 0;
-  if (!stopped_ && sink_.overloaded()) return PAUSE;
+  if (!stopped_ && state_ == BETWEEN && sink_.overloaded()) return PAUSE;
   while (used < length && !stopped_) {
     used += step(data + used, length - used);
     if (state_ == BETWEEN && used < length && sink_.overloaded()) return PAUSE;

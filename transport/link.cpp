@@ -141,12 +141,16 @@ void Link::dial_tcp() {
         self.resolved(error, endpoints);
       });
   std::thread([endpoint = endpoint_, loop = std::weak_ptr<Loop>(loop_), found] {
-    asio::io_context context;
-    error_code error;
-    const tcp::resolver::results_type endpoints =
-        tcp::resolver(context).resolve(endpoint.host, std::to_string(endpoint.port), error);
-    if (const std::shared_ptr<Loop> alive = loop.lock()) {
-      asio::post(alive->context(), [found, error, endpoints] { found(error, endpoints); });
+    try {
+      asio::io_context context;
+      error_code error;
+      const tcp::resolver::results_type endpoints =
+          tcp::resolver(context).resolve(endpoint.host, std::to_string(endpoint.port), error);
+      if (const std::shared_ptr<Loop> alive = loop.lock()) {
+        asio::post(alive->context(), [found, error, endpoints] { found(error, endpoints); });
+      }
+    } catch (const std::exception& error) {  // then the attempt's time-out ends it
+      VEXA_ERROR("A look-up of %C failed: %C\n", endpoint.host.c_str(), error.what());
     }
   }).detach();
 }
@@ -211,7 +215,7 @@ void Link::greeted(const JSON_RPC_Object* answer) {
   JSON_RPC_Response_Map::instance()->remove(std::exchange(greeting_id_, std::string()));
   const std::shared_ptr<Connection> connection = connection_.lock();
   if (up_ || connection == nullptr || connection->closed()) return;
-  timer_.cancel();
+  abandon_attempt();  // the time-out may be on its way already
   if (answer != nullptr && answer->type == JSON_RPC_Object::TYPE_RESPONSE) return up();
   if (answer != nullptr && answer->type == JSON_RPC_Object::TYPE_RESPONSE_ERROR) {
     const auto& error = static_cast<const JSON_RPC_Response_Error&>(*answer);

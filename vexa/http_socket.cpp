@@ -139,8 +139,9 @@ int HTTP_Socket::wait(short events, int timeout) const {
 /// Until more can be sent. A server that has answered and takes nothing for a while is not waited
 /// for longer: EPIPE.
 int HTTP_Socket::wait_to_send() const {
+  if (opaque_) return wait(POLLOUT, send_timeout_);
   if (wait(POLLOUT | POLLIN, send_timeout_) == -1) return -1;
-  if (!readable()) return wait(POLLOUT, send_timeout_);
+  if (!answered()) return wait(POLLOUT, send_timeout_);
   if (wait(POLLOUT, answered_patience) == 0) return 0;
   if (errno == ETIMEDOUT) errno = EPIPE;
   return -1;
@@ -196,6 +197,13 @@ bool HTTP_Socket::quiet() const {
 bool HTTP_Socket::readable() const {
   char byte;
   return ::recv(stream_.get_handle(), &byte, 1, MSG_PEEK | MSG_DONTWAIT) == 1;
+}
+
+/// Whether what has arrived begins a response that is not an interim one.
+bool HTTP_Socket::answered() const {
+  char head[10];  // "HTTP/1.1 1"
+  const ssize_t got = ::recv(stream_.get_handle(), head, sizeof head, MSG_PEEK | MSG_DONTWAIT);
+  return got == static_cast<ssize_t>(sizeof head) && head[sizeof head - 1] != '1';
 }
 
 void HTTP_Socket::limit(int milliseconds) {

@@ -39,6 +39,8 @@ public:
 
   /// While off, what would wait fails with EAGAIN.
   void may_wait(bool on) { may_wait_ = on; }
+  /// What arrives is TLS's: that there is something does not mean that the server has answered.
+  void opaque() { opaque_ = true; }
 
   /// All waits together end `milliseconds` from now; 0: each has its own limit again.
   void limit(int milliseconds);
@@ -51,12 +53,14 @@ private:
   int finish_connect(int timeout);
   int wait(short events, int timeout) const;
   int wait_to_send() const;
+  bool answered() const;
 
   ACE_SOCK_Stream stream_;
   int send_timeout_ = 0;
   int recv_timeout_ = 0;
   std::int64_t deadline_ = 0;  // on the steady clock, milliseconds; 0 none
   bool may_wait_ = true;
+  bool opaque_ = false;
   std::uint64_t sent_ = 0;
 };
 

@@ -8,6 +8,7 @@ namespace vexa {
 int HTTP_Stream::connect(const HTTP_Peer& peer) {
   if (socket_.connect(peer) == -1) return -1;
   if (peer.tls == nullptr) return 0;
+  socket_.opaque();
   tls_.reset(new (std::nothrow) HTTP_TLS(socket_));
   if (!tls_) {
     errno = ENOMEM;

@@ -67,6 +67,14 @@ TEST_F(HostLimitsTest, RequestsWaitWhileTooManyAreInWork) {
   std::vector<std::string> rest;
   for (int i = 0; i < 5; ++i) rest.push_back(client.line());
   EXPECT_EQ(2, std::count(rest.begin(), rest.end(), echoed));
+
+  const auto start = std::chrono::steady_clock::now();
+  const std::string sleep = request("sleep", R"({"ms":300})", "2");
+  const std::string notification = request("echo", "1");
+  client.send(sleep + sleep + notification + sleep + notification + sleep);
+  for (int i = 0; i < 4; ++i) client.line();
+  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(550))
+      << "notifications that wait are not counted";
 }
 
 TEST_F(HostLimitsTest, AcceptingPausesWhileTooManyConnectionsAreOpen) {

@@ -429,7 +429,9 @@ TEST_F(RelayTest, AnAgentWaitsForASlowRequesterLongerThanItsOwnStallTime) {
   Host_Client slow(url());
   slow.send(agent_call("a", "blob", "{\"bytes\":" + std::to_string(bytes) + "}", "1"));
   const std::string begun = slow.bytes(1000);
+  const milliseconds before = hub_->cpu_time();
   std::this_thread::sleep_for(milliseconds(2500));
+  EXPECT_LT(hub_->cpu_time() - before, milliseconds(sanitized ? 1500 : 500)) << "it only waits";
   EXPECT_TRUE(result("1", blob(bytes)) == begun + slow.line());
 }
 
