@@ -57,7 +57,9 @@ private:
       answer = stray.get();
       return std::nullopt;
     }
-    return answered ? Outcome::failed(reason) : failure(error);
+    // Params that broke off close the connection, and may be told as its loss.
+    const bool lost = answered && outgoing_.source().error().empty();
+    return lost ? Outcome::failed(reason) : failure(error);
   }
 
   bool connect(std::string& reason) {
