@@ -246,8 +246,8 @@ void Connection::no_more_answers(const char* reason) {
     flush();
     return close(reason);
   }
+  unlist();  // first: whoever is told that the agent has gone finds its id free
   stream_->no_more_answers();
-  unlist();
 }
 
 /// Nobody else finds the channel any more; an agent's id is free.

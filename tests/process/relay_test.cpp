@@ -408,14 +408,15 @@ TEST_F(RelayTest, AnAgentThatSaysNoMoreEndsItsCallsAndItsIdIsFree) {
   const std::string owed = request("sleep", R"({"ms":1500})", "9");
   for (const bool ends : {true, false}) {
     SCOPED_TRACE(ends ? "it ends its side" : "what it says cannot be attributed");
-    Agent a(url(), "a");
+    const std::string id = ends ? "a" : "b";
+    Agent a(url(), id);
     Host_Client client(url());
-    client.send(agent_call("a", "m", "[]", "1"));
+    client.send(agent_call(id, "m", "[]", "1"));
     a.next();
     a.send(owed + (ends ? "" : R"({"jsonrpc":"2.0","result":[1,})"));
     if (ends) a.half_close();
     EXPECT_EQ(error("1", -32603, closed_text), client.line());
-    Agent again(url(), "a");
+    Agent again(url(), id);
     EXPECT_TRUE(a.silent(milliseconds(100))) << "all that before it was answered itself";
     EXPECT_EQ(result("9", "1500"), a.line());
   }
