@@ -25,13 +25,9 @@
 #include <vector>
 
 #include "bench/host_under_test.h"
-#include "json_rpc/json_rpc_channel_map.h"
-#include "json_rpc/json_rpc_channel_pool.h"
-#include "json_rpc/json_rpc_dispatcher.h"
 #include "json_rpc/json_rpc_handler.h"
-#include "json_rpc/json_rpc_notify_manager.h"
-#include "json_rpc/json_rpc_request_map.h"
 #include "json_rpc/json_rpc_response_map.h"
+#include "json_rpc/json_rpc_service.h"
 #include "json_rpc/json_rpc_session.h"
 #include "transport/server.h"
 
@@ -156,15 +152,6 @@ double floor_of(unsigned int calls) {
 
 // Ours.
 
-void open_registries() {
-  JSON_RPC_Channel_Map::instance();
-  JSON_RPC_Channel_Pool::instance();
-  JSON_RPC_Dispatcher::instance();
-  JSON_RPC_Notify_Manager::instance();
-  JSON_RPC_Request_Map::instance();
-  JSON_RPC_Response_Map::instance();
-}
-
 /// A link to the host, once it is up.
 JSON_RPC_Channel_ptr connect(transport::Server& server, const std::string& url) {
   auto up = std::make_shared<std::promise<void>>();
@@ -267,7 +254,7 @@ int main(int argc, char** argv) {
   pin(0, 1);  // what it starts inherits the core
   Host_Under_Test host({"--threads", "1"});
   pin(0, 0);
-  open_registries();
+  JSON_RPC_Service::create_registries();
   transport::Server server(transport::Limits(), 1);
   const JSON_RPC_Channel_ptr channel =
       connect(server, "tcp://127.0.0.1:" + std::to_string(host.port()));

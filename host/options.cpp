@@ -26,8 +26,7 @@ std::string default_svc() {
   return program.substr(0, program.rfind('/')) + "/../etc/json_rpc/svc.conf";
 }
 
-/// The first line of a file.
-/// Of characters that are the same in any file and in JSON.
+/// The first line of a file, if it is of characters that are the same in any encoding and in JSON.
 bool read_token(const std::string& file, std::string& token) {
   std::ifstream in(file);
   return std::getline(in, token) && !token.empty() &&

@@ -20,8 +20,8 @@ void fail_back(int forward_id, const JSON_RPC_Forward_Map::data_type& entry) {
     }
     return;
   }
-  requester->send_error(JSON_RPC_INTERNAL_ERROR, entry.first,
-                        "Internal error, forwarder is closed.", json_spirit::Value::null);
+  requester->send_error(JSON_RPC_INTERNAL_ERROR, entry.first, JSON_RPC_Forward_Map::CLOSED,
+                        json_spirit::Value::null);
 }
 
 }  // namespace

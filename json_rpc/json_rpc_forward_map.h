@@ -20,6 +20,9 @@ public:
   typedef std::pair<id_type, JSON_RPC_Channel_ptr> data_type;
   typedef std::map<key_type, data_type> map_type;
 
+  /// The message of the error that a requester gets when its answer will not come.
+  static constexpr const char* CLOSED = "Internal error, forwarder is closed.";
+
   JSON_RPC_Forward_Map();
   /// Sends nothing: clear() first when the requesters shall know.
   ~JSON_RPC_Forward_Map();

@@ -33,20 +33,6 @@ namespace {
 
 std::atomic<std::size_t> failed{0};
 
-/// All of them here, so that none is first created by two threads at once.
-void create_registries() {
-  JSON_RESTful_Request_Map::instance();
-  JSON_RPC_Params_Handler_Map::instance();
-  JSON_RPC_Request_Map::instance();
-  JSON_RPC_Response_Map::instance();
-  JSON_RPC_Channel_Map::instance();
-  JSON_RPC_Channel_Pool::instance();
-  JSON_RPC_Dispatcher::instance();
-  JSON_RPC_Notify_Manager::instance();
-  HTTP_File_URI_Map::instance();
-  HTTP_Redirect_URI_Map::instance();
-}
-
 /// Kept: JSON_RESTful_Handler_Creator_Map is not among them.
 void close_registries(bool with_handlers) {
   JSON_RPC_Notify_Manager::close_instance();
@@ -91,6 +77,19 @@ std::string option_text(ACE_Get_Opt& options) {
 
 JSON_RPC_Service::JSON_RPC_Service() = default;
 JSON_RPC_Service::~JSON_RPC_Service() = default;
+
+void JSON_RPC_Service::create_registries() {
+  JSON_RESTful_Request_Map::instance();
+  JSON_RPC_Params_Handler_Map::instance();
+  JSON_RPC_Request_Map::instance();
+  JSON_RPC_Response_Map::instance();
+  JSON_RPC_Channel_Map::instance();
+  JSON_RPC_Channel_Pool::instance();
+  JSON_RPC_Dispatcher::instance();
+  JSON_RPC_Notify_Manager::instance();
+  HTTP_File_URI_Map::instance();
+  HTTP_Redirect_URI_Map::instance();
+}
 
 int JSON_RPC_Service::init(int argc, char** argv) {
   create_registries();

@@ -37,6 +37,10 @@ public:
   /// Reads the options, and at once each file that they name. Always 0.
   int parse_args(int argc, char** argv);
 
+  /// Creates the process-wide registries, so that none is first created by two threads at once.
+  /// init() does; a program without the service calls this before it starts threads.
+  static void create_registries();
+
   /// Of the last init() in this process: records that failed, files that could not be read to their
   /// end, and options that are unknown or lack their argument. Any thread.
   static std::size_t failures();

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <new>
 
+#include "json_rpc/json_rpc_forward_map.h"
 #include "transport/stream_channel.h"
 #include "vexa/json_generator.h"
 
@@ -10,9 +11,7 @@ namespace transport {
 
 namespace {
 
-constexpr std::size_t held_most = 64u << 10;  // then the answer stands in the line
-constexpr std::size_t piece = 256u << 10;     // bytes gathered before the line is touched again
-const char* const forwarder_closed = "Internal error, forwarder is closed.";
+constexpr std::size_t piece = 256u << 10;  // bytes gathered before the line is touched again
 
 Stream_Channel& stream_of(const JSON_RPC_Channel_var& channel) {
   return static_cast<Stream_Channel&>(*channel);
@@ -149,9 +148,9 @@ void Answer_Endpoint::break_off() {
   if (channel.null()) return;
   Stream_Channel& requester = stream_of(channel);
   if (state == IN_LINE) {
-    requester.break_off(stream_, id_, forwarder_closed);
+    requester.break_off(stream_, id_, JSON_RPC_Forward_Map::CLOSED);
   } else {
-    requester.answer_error(id_, JSON_RPC_INTERNAL_ERROR, forwarder_closed);
+    requester.answer_error(id_, JSON_RPC_INTERNAL_ERROR, JSON_RPC_Forward_Map::CLOSED);
   }
 }
 

@@ -27,6 +27,9 @@ class Stream_Channel;
 /// Used by one thread at a time: whoever took it out of a forward map.
 class Answer_Endpoint final : public JSON_RPC_Channel, private YAJL_Printer {
 public:
+  /// Bytes of an answer that are held before it stands in the line; a larger one is large.
+  static constexpr std::size_t held_most = 64u << 10;
+
   /// `requester` is a Stream_Channel, whose request `id` it answers.
   Answer_Endpoint(const JSON_RPC_Channel_ptr& requester, const json_spirit::Value& id);
   ~Answer_Endpoint() override;

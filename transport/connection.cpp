@@ -464,7 +464,8 @@ bool Connection::idle_allowed() {
 }
 
 /// Whether the socket has what we wait for, although we have not been told: a handler may have held
-/// the loop meanwhile.
+/// the loop meanwhile, or nobody reads it now. Also when the peer has gone; with POLLRDHUP when it
+/// sends no more, though what it has sent may not be read yet.
 bool Connection::socket_ready(short events) {
   pollfd poll_set = {socket_.native_handle(), events, 0};
   return ::poll(&poll_set, 1, 0) > 0;
@@ -478,13 +479,6 @@ bool Connection::output_moved() {
   return std::exchange(held_by_kernel_, held) > held;
 }
 
-/// Whether the peer has gone, or with POLLRDHUP sends no more, though what it has sent may not be
-/// read yet.
-bool Connection::hung_up(short events) {
-  pollfd poll_set = {socket_.native_handle(), events, 0};
-  return ::poll(&poll_set, 1, 0) > 0;
-}
-
 void Connection::tick(Loop_Time now) {
   guarded([&] { check_time(now); });
 }
@@ -496,8 +490,8 @@ void Connection::check_time(Loop_Time now) {
     return;
   }
   if (can_go_on()) resume();  // answers may be awaited since it was paused
-  if (paused_ && hung_up(POLLRDHUP)) unlist();
-  if ((input_ended_ || stopped_reading_) && hung_up(0)) return close(nullptr);
+  if (paused_ && socket_ready(POLLRDHUP)) unlist();
+  if ((input_ended_ || stopped_reading_) && socket_ready(0)) return close(nullptr);
   if (write_waits_ && output_moved()) {
     last_write_ = now;
     stream_->outbox().sent(0, 0);  // whoever waits for room has more patience again

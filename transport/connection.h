@@ -115,7 +115,6 @@ private:
   bool idle_allowed();
   bool socket_ready(short events);
   bool output_moved();
-  bool hung_up(short events);
 
   const std::shared_ptr<Loop> loop_;
   const std::shared_ptr<Server_State> state_;

@@ -13,7 +13,6 @@ namespace transport {
 namespace {
 
 constexpr unsigned int max_bad_in_a_row = 3;
-constexpr std::size_t much = 64u << 10;  // bytes of an answer
 
 bool is_space(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
 
@@ -197,7 +196,7 @@ void Inbound::deliver() {
   if (message == nullptr) {
     if (!relaying()) return bad(JSON_RPC_INVALID_REQUEST);
     bad_in_a_row_ = 0;
-    relayed_much_ = size_ > much;
+    relayed_much_ = size_ > Answer_Endpoint::held_most;
     return;
   }
   const JSON_RPC_Object& object = **message;
@@ -208,7 +207,7 @@ void Inbound::deliver() {
     return;
   }
   bad_in_a_row_ = 0;
-  relayed_much_ = !call && size_ > much;
+  relayed_much_ = !call && size_ > Answer_Endpoint::held_most;
   sink_.message(*message, size_);
 }
 

@@ -26,7 +26,6 @@ namespace transport {
 namespace {
 
 const char* const channel_closed = "Internal error, channel is closed.";
-const char* const forwarder_closed = "Internal error, forwarder is closed.";
 const char* const broken_answer = "Internal error, the answer is broken.";
 
 /// A buffer for the text of one message, kept by the thread from one to the next.
@@ -433,7 +432,7 @@ int Stream_Channel::call_answered(const JSON_RPC_Object_var& response, Sent_Call
 
 bool Stream_Channel::fail_answer(const json_spirit::Value& id, bool answer) {
   guarded([&] {
-    if (answer_forwarded(internal_error(id, forwarder_closed))) {
+    if (answer_forwarded(internal_error(id, JSON_RPC_Forward_Map::CLOSED))) {
       answer = true;
       return 0;
     }
@@ -486,6 +485,8 @@ void Stream_Channel::break_off(std::uint64_t stream, const json_spirit::Value& i
 void Stream_Channel::fail_calls() {
   for (const auto& call : calls_.close()) {
     guarded([&] { return call_answered(internal_error(call.first, channel_closed), call.second); });
+    // Also when there was no memory for the error.
+    if (call.second == Sent_Calls::GENERATED) forget_waiter(call.first);
   }
 }
 

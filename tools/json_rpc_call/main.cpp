@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "json_rpc/json_rpc_service.h"
 #include "tools/json_rpc_call/channel_bench.h"
 #include "tools/json_rpc_call/channel_call.h"
 #include "tools/json_rpc_call/http_bench.h"
@@ -12,7 +13,6 @@
 #include "tools/json_rpc_call/options.h"
 #include "tools/json_rpc_call/output.h"
 #include "tools/json_rpc_call/peer.h"
-#include "tools/json_rpc_call/registries.h"
 #include "tools/json_rpc_call/rest_call.h"
 #include "tools/json_rpc_call/subscription.h"
 #include "vexa/standard_descriptors.h"
@@ -55,7 +55,7 @@ int main(int argc, char** argv) {
   int status = 0;
   if (!options.parse(argc, argv, status)) return status;
   const Log_Lines log(options.verbose);
-  create_registries();
+  JSON_RPC_Service::create_registries();
   Peer peer({options.url, options.framing, options.timeout, options.task == Options::NOTIFY});
   Http_Client client;
   status = options.http ? run_over_http(options, client) : run_over_channel(options, peer);
