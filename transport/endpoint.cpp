@@ -2,6 +2,8 @@
 
 #include <sys/un.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <string_view>
 
@@ -11,11 +13,13 @@ namespace transport {
 
 namespace {
 
-constexpr std::string_view tcp = "tcp://";
-constexpr std::string_view unix_socket = "unix://";
+constexpr std::string_view separator = "://";
+constexpr std::array<std::string_view, 6> tcp_schemes = {"tcp",   "tcps", "http",
+                                                         "https", "ws",   "wss"};
 
-bool starts_with(const std::string& text, std::string_view prefix) {
-  return text.compare(0, prefix.size(), prefix) == 0;
+bool is_tcp(const std::string& scheme, Endpoint::Schemes schemes) {
+  const auto end = schemes == Endpoint::DOORS ? tcp_schemes.end() : tcp_schemes.begin() + 1;
+  return std::find(tcp_schemes.begin(), end, scheme) != end;
 }
 
 bool parse_port(const std::string& text, std::uint16_t& port) {
@@ -46,20 +50,30 @@ bool parse_tcp(const std::string& authority, Endpoint& endpoint, std::string& er
 }  // namespace
 
 std::string Endpoint::url() const {
-  if (kind == UNIX) return std::string(unix_socket) + path;
+  const std::string begin = scheme + std::string(separator);
+  if (kind == UNIX) return begin + path;
   const bool v6 = host.find(':') != std::string::npos;
-  return std::string(tcp) + (v6 ? "[" + host + "]" : host) + ":" + std::to_string(port);
+  return begin + (v6 ? "[" + host + "]" : host) + ":" + std::to_string(port);
 }
 
-bool Endpoint::parse(const std::string& url, Endpoint& endpoint, std::string& error) {
+bool Endpoint::tls() const { return scheme == "tcps" || scheme == "https" || scheme == "wss"; }
+
+bool Endpoint::parse(const std::string& url, Schemes schemes, Endpoint& endpoint,
+                     std::string& error) {
   endpoint = Endpoint();
-  if (starts_with(url, tcp)) return parse_tcp(url.substr(tcp.size()), endpoint, error);
-  if (!starts_with(url, unix_socket)) {
-    error = "tcp://ADDRESS:PORT or unix://PATH is expected";
+  const std::size_t end = url.find(separator);
+  endpoint.scheme = url.substr(0, end);
+  const std::string rest =
+      end == std::string::npos ? std::string() : url.substr(end + separator.size());
+  if (is_tcp(endpoint.scheme, schemes)) return parse_tcp(rest, endpoint, error);
+  if (endpoint.scheme != "unix") {
+    error = schemes == STREAMS
+                ? "tcp://ADDRESS:PORT or unix://PATH is expected"
+                : "tcp, tcps, http, https, ws or wss ://ADDRESS:PORT, or unix://PATH is expected";
     return false;
   }
   endpoint.kind = UNIX;
-  endpoint.path = url.substr(unix_socket.size());
+  endpoint.path = rest;
   if (endpoint.path.empty() || endpoint.path.size() >= sizeof(sockaddr_un::sun_path)) {
     error = "the path is missing or too long for a socket";
     return false;

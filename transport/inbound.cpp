@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <limits>
 
 #include "transport/answer_endpoint.h"
 #include "transport/owed_request.h"
@@ -90,7 +91,7 @@ std::size_t Inbound::between(const char* data, std::size_t length) {
   std::size_t blank = 0;
   while (blank < length && is_space(data[blank])) ++blank;
   if (blank == length) return length;
-  if (!framed_) {
+  if (!framed_ && !kept_apart()) {
     framed_ = true;
     if (data[blank] == 'C' || data[blank] == 'c') channel_.framing(Framing::HEADERS);
   }
@@ -105,6 +106,7 @@ std::size_t Inbound::between(const char* data, std::size_t length) {
 
 bool Inbound::begin_text() {
   size_ = 0;
+  if (kept_apart()) body_left_ = std::numeric_limits<std::size_t>::max();
   feeder_.begin();
   if (!reader_->open()) {
     stop(JSON_RPC_INTERNAL_ERROR);
@@ -140,12 +142,11 @@ std::size_t Inbound::header(const char* data, std::size_t length) {
 }
 
 std::size_t Inbound::text(const char* data, std::size_t length) {
-  const bool by_length = headers();
-  if (by_length && length > body_left_) length = body_left_;
+  if (by_length() && length > body_left_) length = body_left_;
   std::size_t used;
   Text_Feeder::Outcome outcome = feeder_.feed(*reader_, data, length, used);
   size_ += used;
-  if (by_length) {
+  if (by_length()) {
     body_left_ -= used;
     if (outcome == Text_Feeder::MORE && body_left_ == 0) outcome = feeder_.finish(*reader_);
   }
@@ -169,7 +170,7 @@ std::size_t Inbound::text(const char* data, std::size_t length) {
       end_text();
       return used;
   }
-  if (by_length) {
+  if (by_length()) {
     state_ = SKIP_BY_LENGTH;
     if (body_left_ == 0) end_text();
   }
@@ -183,12 +184,12 @@ std::size_t Inbound::skip_line(const char* data, std::size_t length) {
   return static_cast<const char*>(line_feed) - data + 1;
 }
 
-/// The text has ended, good or bad. With header framing the body may go on: white space, or garbage
-/// that its length passes over.
+/// The text has ended, good or bad. What carries it may go on: white space, or garbage that its
+/// length passes over.
 void Inbound::end_text() {
   feeder_.clear();
   reader_->close();
-  state_ = headers() && body_left_ > 0 ? SKIP_BY_LENGTH : BETWEEN;
+  state_ = by_length() && body_left_ > 0 ? SKIP_BY_LENGTH : BETWEEN;
 }
 
 void Inbound::deliver() {
@@ -277,20 +278,34 @@ void Inbound::stop(int code) {
   stopped_ = true;
 }
 
+/// No more of the text will come.
+void Inbound::finish_text() {
+  switch (feeder_.finish(*reader_)) {
+    case Text_Feeder::COMPLETE:
+      return deliver();
+    case Text_Feeder::REFUSED_AT_END:
+      return bad(JSON_RPC_INVALID_REQUEST);
+    default:
+      return bad(JSON_RPC_PARSE_ERROR);
+  }
+}
+
+Inbound::Verdict Inbound::end_message() {
+  if (stopped_) return STOP;
+  if (state_ == TEXT) {
+    finish_text();
+  } else if (state_ == BETWEEN && begin_text()) {  // it was empty
+    bad(JSON_RPC_PARSE_ERROR);
+  }
+  body_left_ = 0;
+  end_text();
+  return stopped_ ? STOP : GO_ON;
+}
+
 void Inbound::end() {
   if (stopped_) return;
   if (state_ == TEXT) {
-    switch (feeder_.finish(*reader_)) {
-      case Text_Feeder::COMPLETE:
-        deliver();
-        break;
-      case Text_Feeder::REFUSED_AT_END:
-        bad(JSON_RPC_INVALID_REQUEST);
-        break;
-      default:
-        bad(JSON_RPC_PARSE_ERROR);
-        break;
-    }
+    finish_text();
   } else if (state_ == HEADER) {
     bad(JSON_RPC_INVALID_REQUEST);
   }

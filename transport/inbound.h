@@ -47,6 +47,9 @@ public:
   /// Takes bytes; `used` is how many.
   Verdict feed(const char* data, std::size_t length, std::size_t& used);
 
+  /// What carries the messages, and keeps them apart, says that one has ended here.
+  Verdict end_message();
+
   /// The peer sends no more: an unfinished message is a bad one.
   void end();
 
@@ -70,7 +73,7 @@ private:
     TEXT,           // in its text
     SKIP_BY_BRACE,  // in the rest of a text that is no message
     SKIP_BY_LINE,   // in the rest of a line that is no JSON
-    SKIP_BY_LENGTH  // in the rest of a body
+    SKIP_BY_LENGTH  // in the rest of a body, or of a message that is kept apart
   };
 
   std::size_t step(const char* data, std::size_t length);
@@ -81,6 +84,7 @@ private:
   std::size_t skip_line(const char* data, std::size_t length);
   bool begin_text();
   void end_text();
+  void finish_text();
   void bad(int code);
   bool answer_failed();
   bool relaying() const;
@@ -89,6 +93,10 @@ private:
   void stop(int code);
   void deliver();
   bool headers() const { return channel_.framing() == Framing::HEADERS; }
+  bool kept_apart() const {
+    return channel_.framing() == Framing::MESSAGES || channel_.framing() == Framing::BODIES;
+  }
+  bool by_length() const { return headers() || kept_apart(); }
 
   Stream_Channel& channel_;
   Sink& sink_;
@@ -102,7 +110,7 @@ private:
   bool relayed_much_ = false;  // the last message was a large answer
   unsigned int bad_in_a_row_ = 0;
   std::size_t size_ = 0;       // of the message, so far
-  std::size_t body_left_ = 0;  // with header framing
+  std::size_t body_left_ = 0;  // with header framing; without end where messages are kept apart
 };
 
 }  // namespace transport

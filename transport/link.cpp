@@ -176,14 +176,15 @@ void Link::dialed(const error_code& error, Socket& socket) {
   error_code failed;
   socket.non_blocking(true, failed);
   if (failed) return down(failed.message());
-  connected(Connection::Socket(std::move(socket)), addresses);
+  connected(Socket_Stream::Socket(std::move(socket)), addresses);
 }
 
-void Link::connected(Connection::Socket socket, const Stream_Channel::Addresses& addresses) {
-  const std::shared_ptr<Connection> connection =
-      std::make_shared<Connection>(loop_, state_, std::move(socket));
+void Link::connected(Socket_Stream::Socket socket, const Stream_Channel::Addresses& addresses) {
+  const auto connection = std::make_shared<Stream_Connection>(
+      Opened{loop_, state_, Connection_Slot(state_),
+             std::make_unique<Socket_Stream>(std::move(socket)), addresses});
   connection_ = connection;
-  connection->start(addresses, options_, weak_from_this());
+  connection->start(options_, weak_from_this());
   if (connection->closed()) return;  // connection_closed() has seen to it
   if (options_.greeting) {
     greet();
@@ -213,7 +214,7 @@ void Link::greet() {
 
 void Link::greeted(const JSON_RPC_Object* answer) {
   JSON_RPC_Response_Map::instance()->remove(std::exchange(greeting_id_, std::string()));
-  const std::shared_ptr<Connection> connection = connection_.lock();
+  const std::shared_ptr<Stream_Connection> connection = connection_.lock();
   if (up_ || connection == nullptr || connection->closed()) return;
   abandon_attempt();  // the time-out may be on its way already
   if (answer != nullptr && answer->type == JSON_RPC_Object::TYPE_RESPONSE) return up();
@@ -227,13 +228,13 @@ void Link::greeted(const JSON_RPC_Object* answer) {
 
 /// Closes the connection, which then says so; later, for this may be called from within it.
 void Link::end_connection(const char* reason) {
-  if (const std::shared_ptr<Connection> connection = connection_.lock()) {
+  if (const std::shared_ptr<Stream_Connection> connection = connection_.lock()) {
     connection->close_soon(reason);
   }
 }
 
 void Link::up() {
-  const std::shared_ptr<Connection> connection = connection_.lock();
+  const std::shared_ptr<Stream_Connection> connection = connection_.lock();
   if (connection == nullptr) return;
   up_ = true;
   wait_ = new_wait();

@@ -9,12 +9,13 @@
 
 #include "json_rpc/json_rpc_channel.h"
 #include "json_rpc/json_rpc_object.h"
-#include "transport/connection.h"
 #include "transport/endpoint.h"
 #include "transport/link_channel.h"
 #include "transport/link_options.h"
 #include "transport/loop.h"
 #include "transport/server_state.h"
+#include "transport/socket_stream.h"
+#include "transport/stream_connection.h"
 #include "transport/stream_socket.h"
 #include "vexa/exponential_backoff_iterator.h"
 
@@ -52,7 +53,7 @@ private:
   void dial_unix();
   template <typename Socket>
   void dialed(const boost::system::error_code& error, Socket& socket);
-  void connected(Connection::Socket socket, const Stream_Channel::Addresses& addresses);
+  void connected(Socket_Stream::Socket socket, const Stream_Channel::Addresses& addresses);
   void greet();
   void greeted(const JSON_RPC_Object* answer);
   void end_connection(const char* reason);
@@ -69,10 +70,10 @@ private:
   boost::asio::steady_timer timer_;  // of the attempt, of the greeting, or until the next one
   // The socket that is being connected is its handler's; this closes it.
   std::function<void()> hang_up_;
-  std::weak_ptr<Connection> connection_;  // since it is connected
-  std::string greeting_id_;               // in the response map, while its answer is awaited
-  Exponential_Backoff_Iterator wait_;     // until the next attempt
-  unsigned long long attempt_ = 0;        // tells what is pending of an earlier one
+  std::weak_ptr<Stream_Connection> connection_;  // since it is connected
+  std::string greeting_id_;                      // in the response map, while its answer is awaited
+  Exponential_Backoff_Iterator wait_;            // until the next attempt
+  unsigned long long attempt_ = 0;               // tells what is pending of an earlier one
   bool up_ = false;
   bool closed_ = false;
 };

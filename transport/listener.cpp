@@ -14,7 +14,9 @@
 #include <new>
 #include <utility>
 
+#include "transport/socket_stream.h"
 #include "transport/stream_socket.h"
+#include "transport/tls.h"
 #include "vexa/log.h"
 
 namespace transport {
@@ -31,9 +33,11 @@ constexpr std::chrono::milliseconds retry_after{500};  // when descriptors have 
 template <typename Protocol>
 class Listener_Of final : public Listener {
 public:
-  Listener_Of(const Endpoint& endpoint, std::shared_ptr<Loop> loop,
+  Listener_Of(const Endpoint& endpoint, const Listen_Options& options, std::shared_ptr<Loop> loop,
               std::shared_ptr<Server_State> state, Next_Loop next_loop)
-      : loop_(std::move(loop)),
+      : door_(options.door),
+        tls_(options.tls),
+        loop_(std::move(loop)),
         state_(std::move(state)),
         next_loop_(std::move(next_loop)),
         acceptor_(loop_->context()),
@@ -139,9 +143,18 @@ private:
     error_code error;
     socket.non_blocking(true, error);
     if (error) return;
-    const std::shared_ptr<Connection> connection =
-        std::make_shared<Connection>(loop, state_, Connection::Socket(std::move(socket)));
-    asio::post(loop->context(), [connection, addresses] { connection->start(addresses); });
+    Opened opened{loop, state_, Connection_Slot(state_), nullptr, addresses};
+    asio::post(loop->context(), [door = door_, tls = tls_, opened = std::move(opened),
+                                 plain = Socket_Stream::Socket(std::move(socket))]() mutable {
+      serve(door, tls, std::move(plain), std::move(opened));
+    });
+  }
+
+  static void serve(const std::shared_ptr<Door>& door, const std::shared_ptr<Tls_Server>& tls,
+                    Socket_Stream::Socket socket, Opened opened) {
+    if (tls != nullptr) return accept_tls(tls, door, std::move(socket), std::move(opened));
+    opened.stream = std::make_unique<Socket_Stream>(std::move(socket));
+    door->serve(std::move(opened));
   }
 
   void remove_file() {
@@ -150,6 +163,8 @@ private:
     ::unlink(endpoint_.path.c_str());
   }
 
+  const std::shared_ptr<Door> door_;
+  const std::shared_ptr<Tls_Server> tls_;
   const std::shared_ptr<Loop> loop_;
   const std::shared_ptr<Server_State> state_;
   const Next_Loop next_loop_;
@@ -182,14 +197,17 @@ std::unique_ptr<Listener> finish(std::unique_ptr<Listener_Of<Protocol>> listener
 
 }  // namespace
 
-std::unique_ptr<Listener> open_listener(const Endpoint& endpoint, const std::shared_ptr<Loop>& loop,
+std::unique_ptr<Listener> open_listener(const Listen_Options& options,
+                                        const std::shared_ptr<Loop>& loop,
                                         const std::shared_ptr<Server_State>& state,
                                         Listener::Next_Loop next_loop, std::string& error) {
+  Endpoint endpoint;
+  if (!Endpoint::parse(options.url, Endpoint::DOORS, endpoint, error)) return nullptr;
   if (endpoint.kind == Endpoint::UNIX) {
     remove_stale(endpoint.path);
-    return finish<unix_stream>(
-        std::make_unique<Listener_Of<unix_stream>>(endpoint, loop, state, std::move(next_loop)),
-        unix_stream::endpoint(endpoint.path), error);
+    return finish<unix_stream>(std::make_unique<Listener_Of<unix_stream>>(
+                                   endpoint, options, loop, state, std::move(next_loop)),
+                               unix_stream::endpoint(endpoint.path), error);
   }
   error_code code;
   tcp::resolver resolver(loop->context());
@@ -199,7 +217,8 @@ std::unique_ptr<Listener> open_listener(const Endpoint& endpoint, const std::sha
     error = code.message();
     return nullptr;
   }
-  auto listener = std::make_unique<Listener_Of<tcp>>(endpoint, loop, state, std::move(next_loop));
+  auto listener =
+      std::make_unique<Listener_Of<tcp>>(endpoint, options, loop, state, std::move(next_loop));
   Listener_Of<tcp>* const opened = listener.get();
   std::unique_ptr<Listener> result =
       finish<tcp>(std::move(listener), found.begin()->endpoint(), error);

@@ -4,7 +4,7 @@
 #include <memory>
 #include <string>
 
-#include "transport/connection.h"
+#include "transport/door.h"
 #include "transport/endpoint.h"
 #include "transport/loop.h"
 #include "transport/server_state.h"
@@ -36,7 +36,8 @@ protected:
 };
 
 /// Opens a listener; null with a reason in `error`.
-std::unique_ptr<Listener> open_listener(const Endpoint& endpoint, const std::shared_ptr<Loop>& loop,
+std::unique_ptr<Listener> open_listener(const Listen_Options& options,
+                                        const std::shared_ptr<Loop>& loop,
                                         const std::shared_ptr<Server_State>& state,
                                         Listener::Next_Loop next_loop, std::string& error);
 

@@ -16,6 +16,11 @@ constexpr std::size_t kept_pieces = 16;  // room that an empty line may keep
 
 }  // namespace
 
+void Outbox::framing(Framing framing) {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  framing_ = framing;
+}
+
 std::size_t Outbox::await(const json_spirit::Value& id) {
   const std::lock_guard<std::mutex> guard(mutex_);
   awaited_.add(id);
@@ -35,6 +40,7 @@ bool Outbox::share(const json_spirit::Value& id) {
 /// Whether a message of that size may join the line. Requires mutex_.
 Outbox::Result Outbox::admit(Kind kind, std::size_t bytes) {
   if (closed_) return CLOSED;
+  if (framing_ == Framing::BODIES && (kind == CALL || kind == NOTICE)) return UNSUPPORTED;
   if (kind != ANSWER && unsent_ > 0 && unsent_ + bytes > max_queue_) return OVERFLOW;
   return SENT;
 }
@@ -44,7 +50,8 @@ bool Outbox::must_wake() { return !std::exchange(attended_, true); }
 
 /// Appends to the last piece where that is small and complete. Requires mutex_.
 void Outbox::add(std::string_view text, bool answer) {
-  if (line_.empty() || line_.back().stream != 0 || line_.back().shared ||
+  const bool apart = framing_ == Framing::MESSAGES;
+  if (apart || line_.empty() || line_.back().stream != 0 || line_.back().shared ||
       line_.back().own.size() + text.size() > joined_piece) {
     line_.emplace_back();
   }
@@ -85,6 +92,7 @@ Outbox::Result Outbox::begin(std::string_view text, const json_spirit::Value* an
   wake = false;
   const std::lock_guard<std::mutex> guard(mutex_);
   if (closed_) return CLOSED;
+  if (framing_ == Framing::BODIES && answered == nullptr) return UNSUPPORTED;
   if (answered != nullptr && !awaited_.settle(*answered)) return NOT_AWAITED;
   stream = ++last_stream_;
   line_.push_back({std::string(text), Shared_Text(), 0, stream, answered != nullptr});
@@ -266,6 +274,7 @@ bool Outbox::take(std::vector<Output_Piece>& batch) {
   std::move(line_.begin(), open, std::back_inserter(batch));
   if (open != line_.end() && !open->own.empty()) {
     batch.push_back({std::move(open->own), Shared_Text(), std::exchange(open->answers, 0)});
+    batch.back().last = false;
     open->own.clear();
     open->started = true;
   }

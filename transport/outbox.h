@@ -12,6 +12,7 @@
 
 #include "json_spirit/json_spirit_value.h"
 #include "transport/awaited_ids.h"
+#include "transport/framing.h"
 #include "transport/wire.h"
 
 namespace transport {
@@ -28,6 +29,7 @@ struct Output_Piece {
   std::uint64_t stream = 0;  ///< the open message, or 0
   bool answer = false;       ///< of an open message: it is an answer
   bool started = false;      ///< of an open message: some of it was taken to be written
+  bool last = true;          ///< the text ends a message
   std::string_view text() const {
     return shared ? std::string_view(*shared) : std::string_view(own);
   }
@@ -45,12 +47,16 @@ public:
     SENT,
     NOT_AWAITED,  ///< an answer to an id that awaits none: dropped
     OVERFLOW,     ///< refused: the line holds too much
+    UNSUPPORTED,  ///< refused: only answers go out
     CLOSED
   };
   /// An error under an id that awaits nothing, for text that was no message, is a COMPLAINT.
   enum Kind { ANSWER, COMPLAINT, NOTICE, CALL };
 
   explicit Outbox(std::size_t max_queue) : max_queue_(max_queue) {}
+
+  /// How the messages are framed.
+  void framing(Framing framing);
 
   /// A request with this id was read and is owed an answer. Gives the number of those.
   std::size_t await(const json_spirit::Value& id);
@@ -141,6 +147,7 @@ private:
   mutable std::mutex mutex_;      // a leaf
   std::condition_variable room_;  // of wait_for_room, with mutex_
   Awaited_Ids awaited_;           // guarded by mutex_, like all that follows
+  Framing framing_ = Framing::LINES;
   std::vector<Output_Piece> line_;
   Waiters waiters_;
   std::size_t unsent_ = 0;      // of the line and of what the loop has taken

@@ -88,7 +88,8 @@ struct Server::Impl : std::enable_shared_from_this<Server::Impl> {
       std::future<std::size_t> count = ask(*loop, [loop, part] {
         std::size_t of_loop = 0;
         for (const auto& member : loop->members()) {
-          of_loop += (static_cast<const Connection&>(*member).*part)();
+          const auto* const connection = dynamic_cast<const Connection*>(member.get());
+          if (connection != nullptr) of_loop += (connection->*part)();
         }
         return of_loop;
       });
@@ -98,12 +99,16 @@ struct Server::Impl : std::enable_shared_from_this<Server::Impl> {
     return true;
   }
 
-  /// Has every loop do something with its connections; false when one did not get to it in time.
+  /// Has every loop do something with its connections, and end what is to become one; false when
+  /// one did not get to it in time.
   bool for_each_connection(Clock::time_point deadline, void (*operation)(Connection&)) {
     std::vector<std::future<void>> done;
     for (const auto& loop : loops) {
       done.push_back(ask(*loop, [loop, operation] {
-        for (const auto& member : loop->members()) operation(static_cast<Connection&>(*member));
+        for (const auto& member : loop->members()) {
+          auto* const connection = dynamic_cast<Connection*>(member.get());
+          connection == nullptr ? member->loop_ended() : operation(*connection);
+        }
       }));
     }
     return std::all_of(done.begin(), done.end(),
@@ -142,11 +147,13 @@ Server::~Server() {
 }
 
 int Server::listen(const std::string& url, std::string& bound, std::string& error) {
-  Endpoint endpoint;
-  if (!Endpoint::parse(url, endpoint, error)) return -1;
+  return listen({url, std::make_shared<Stream_Door>(nullptr), nullptr}, bound, error);
+}
+
+int Server::listen(const Listen_Options& options, std::string& bound, std::string& error) {
   std::unique_ptr<Listener> listener = open_listener(
-      endpoint, impl_->accept_loop, impl_->state,
-      [impl = impl_.get()] { return impl->next_loop(); }, error);
+      options, impl_->accept_loop, impl_->state, [impl = impl_.get()] { return impl->next_loop(); },
+      error);
   if (listener == nullptr) return -1;
   bound = listener->endpoint().url();
   impl_->listeners.push_back(std::move(listener));

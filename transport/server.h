@@ -6,6 +6,7 @@
 #include <string>
 
 #include "json_rpc/json_rpc_channel.h"
+#include "transport/door.h"
 #include "transport/limits.h"
 #include "transport/link_options.h"
 #include "transport/transport_export.h"
@@ -35,6 +36,8 @@ public:
   /// Opens a listener, which accepts from start() on: 0 and its URL, with the port that was picked,
   /// in `bound`; or -1 and a reason in `error`. A stale Unix socket's file is replaced.
   int listen(const std::string& url, std::string& bound, std::string& error);
+  /// The same for what a door serves.
+  int listen(const Listen_Options& options, std::string& bound, std::string& error);
 
   /// Opens a connection to a peer, and keeps opening it: from start() on, before which this is
   /// called. 0, with the link's channel in `channel`; or -1 and a reason in `error`. The channel

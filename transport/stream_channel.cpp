@@ -127,6 +127,11 @@ Stream_Channel::Stream_Channel(const Limits& limits, const Addresses& addresses,
 
 Stream_Channel::~Stream_Channel() = default;
 
+void Stream_Channel::framing(Framing framing) {
+  framing_ = framing;
+  outbox_.framing(framing);
+}
+
 int Stream_Channel::send(JSON_RPC_Object_var obj) {
   if (obj.get() == nullptr) return fail(EINVAL);
   return guarded([&] { return send_object(*obj); });
@@ -217,6 +222,9 @@ void Stream_Channel::report_dropped(Outbox::Result result, const json_spirit::Va
       return;
     case Outbox::OVERFLOW:
       errno = ENOBUFS;
+      return;
+    case Outbox::UNSUPPORTED:
+      errno = EOPNOTSUPP;
       return;
     default:
       errno = ENOTCONN;

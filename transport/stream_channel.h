@@ -54,7 +54,7 @@ public:
   /// Serialises `obj` before it returns, and never waits. 0, or -1 with errno: ENOTCONN closed;
   /// EINVAL a value that cannot be written (a response is then replaced by -32603 under its id), or
   /// a response to an id that awaits none; ENOBUFS too much is unsent: a call is refused, a
-  /// notification closes the channel.
+  /// notification closes the channel; EOPNOTSUPP no answer, where only answers can be sent (HTTP).
   int send(JSON_RPC_Object_var obj) override;
 
   /// Sends what `gen` generates. On a thread that is no loop's it waits while too much is unsent,
@@ -81,7 +81,9 @@ public:
   int get_local_addr(ACE_Addr& addr) override;
   int get_remote_addr(ACE_Addr& addr) override;
   int get_original_addr(ACE_Addr& addr) const override;
-  bool is_ssl() override { return false; }
+  bool is_ssl() override { return tls_; }
+  /// Whether TLS carries it; set before the channel is shared.
+  void tls(bool on) { tls_ = on; }
   HTTP_SOCK_State request_state() override;
   HTTP_SOCK_State response_state() override;
 
@@ -95,7 +97,7 @@ public:
   /// An error under `id`, null where none was read, for text that is no message.
   void complain(const json_spirit::Value& id, int code, const char* message = nullptr);
 
-  void framing(Framing framing) { framing_ = framing; }
+  void framing(Framing framing);
   Framing framing() const { return framing_; }
   const Limits& limits() const { return limits_; }
   Outbox& outbox() { return outbox_; }
@@ -157,6 +159,7 @@ private:
   const Addresses addresses_;
   const std::weak_ptr<Wire> wire_;
   JSON_RPC_Channel_ptr self_;  // set before the channel is shared, then only read
+  bool tls_ = false;           // the same
   std::atomic<Framing> framing_{Framing::LINES};
   std::atomic<bool> closing_{false};  // the loop has been asked to close
   Outbox outbox_;

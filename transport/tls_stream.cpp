@@ -1,0 +1,138 @@
+#include "transport/tls_stream.h"
+
+#include <algorithm>
+#include <boost/asio/error.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/asio/ssl/error.hpp>
+#include <boost/asio/write.hpp>
+#include <string>
+#include <utility>
+
+#include "transport/buffer_range.h"
+
+namespace transport {
+
+namespace asio = boost::asio;
+using boost::system::error_code;
+
+namespace {
+
+constexpr std::size_t most_at_once = 64u << 10;
+
+/// A peer that goes without saying so in TLS ends what it sends all the same: the messages tell
+/// whether they are whole.
+error_code plain(const error_code& error) {
+  return error == asio::ssl::error::stream_truncated ? error_code(asio::error::eof) : error;
+}
+
+}  // namespace
+
+struct Tls_Stream::State : std::enable_shared_from_this<State> {
+  explicit State(std::unique_ptr<Stream> s) : stream(std::move(s)) {}
+
+  void write();
+  void written(const error_code& error);
+  void shutdown();
+  void ended();
+
+  const std::unique_ptr<Stream> stream;
+  std::string output;  // being written, where `writing`
+  bool writing = false;
+  bool ends = false;             // shutdown_send() was called
+  error_code failure;            // of a write: told with the next one
+  std::shared_ptr<User> writer;  // waits for room
+  std::shared_ptr<User> reader;  // waits for the end, after shutdown_send()
+  bool over = false;             // the end has come
+};
+
+void Tls_Stream::State::write() {
+  writing = true;
+  asio::async_write(
+      *stream, asio::buffer(output),
+      [self = shared_from_this()](const error_code& error, std::size_t) { self->written(error); });
+}
+
+void Tls_Stream::State::written(const error_code& error) {
+  writing = false;
+  failure = error;
+  output.clear();
+  if (output.capacity() > most_at_once / 4) std::string().swap(output);
+  if (const std::shared_ptr<User> user = std::exchange(writer, nullptr)) user->on_writable(error);
+  if (ends && !writing) shutdown();
+}
+
+/// Says so to the peer, and waits until it has said the same.
+void Tls_Stream::State::shutdown() {
+  stream->async_shutdown([self = shared_from_this()](const error_code&) { self->ended(); });
+}
+
+void Tls_Stream::State::ended() {
+  over = true;
+  if (const std::shared_ptr<User> user = std::exchange(reader, nullptr)) {
+    user->on_read(asio::error::eof, 0);
+  }
+}
+
+Tls_Stream::Tls_Stream(std::unique_ptr<Stream> stream)
+    : state_(std::make_shared<State>(std::move(stream))) {}
+
+Tls_Stream::~Tls_Stream() { close(); }
+
+void Tls_Stream::async_read(char* data, std::size_t size, const std::shared_ptr<User>& user) {
+  if (state_->ends) {
+    state_->reader = user;
+    if (state_->over) asio::post(state_->stream->get_executor(), [s = state_] { s->ended(); });
+    return;
+  }
+  state_->stream->async_read_some(
+      asio::buffer(data, size), [self = state_, user](const error_code& error, std::size_t length) {
+        user->on_read(plain(error), length);
+      });
+}
+
+std::size_t Tls_Stream::read_some(char*, std::size_t, error_code& error) {
+  error = asio::error::would_block;
+  return 0;
+}
+
+std::size_t Tls_Stream::write_some(const asio::const_buffer* buffers, std::size_t count,
+                                   error_code& error) {
+  State& state = *state_;
+  if (state.failure) {
+    error = state.failure;
+  } else if (state.writing) {
+    error = asio::error::would_block;
+  }
+  if (error) return 0;
+  for (const asio::const_buffer& buffer : Buffer_Range(buffers, count)) {
+    const std::size_t room = most_at_once - state.output.size();
+    state.output.append(static_cast<const char*>(buffer.data()), std::min(room, buffer.size()));
+  }
+  const std::size_t taken = state.output.size();
+  if (taken > 0) state.write();
+  return taken;
+}
+
+void Tls_Stream::async_wait_writable(const std::shared_ptr<User>& user) {
+  if (state_->writing) {
+    state_->writer = user;
+    return;
+  }
+  asio::post(state_->stream->get_executor(),
+             [user, error = state_->failure] { user->on_writable(error); });
+}
+
+void Tls_Stream::shutdown_send(bool) {
+  if (std::exchange(state_->ends, true)) return;
+  if (!state_->writing) state_->shutdown();
+}
+
+void Tls_Stream::close() {
+  error_code ignored;
+  state_->stream->lowest_layer().close(ignored);
+  state_->reader = state_->writer = nullptr;
+}
+
+int Tls_Stream::descriptor() { return state_->stream->lowest_layer().native_handle(); }
+
+}  // namespace transport
