@@ -84,6 +84,8 @@ int JSON_RPC_Thread_Pool_Handler::deactivate() {
   return 0;
 }
 
+bool JSON_RPC_Thread_Pool_Handler::is_active() { return thread_pool_ != nullptr; }
+
 std::size_t JSON_RPC_Thread_Pool_Handler::busy() {
   return thread_pool_ != nullptr ? thread_pool_->busy() : 0;
 }

@@ -27,6 +27,9 @@ public:
   /// queues meanwhile is refused (ESHUTDOWN). Never from within a call. Always 0.
   static int deactivate();
 
+  /// Whether there is a pool; to be asked where none is no fault.
+  static bool is_active();
+
   /// Calls that the pool has accepted and not finished; 0 means that no handler runs on it.
   static std::size_t busy();
 

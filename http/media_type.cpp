@@ -1,0 +1,57 @@
+#include "http/media_type.h"
+
+#include "vexa/http_text.h"
+
+namespace {
+
+struct Row {
+  std::string_view ending;
+  const char* type;
+};
+
+constexpr Row table[] = {
+    {"html", "text/html; charset=utf-8"},
+    {"htm", "text/html; charset=utf-8"},
+    {"css", "text/css; charset=utf-8"},
+    {"js", "text/javascript; charset=utf-8"},
+    {"mjs", "text/javascript; charset=utf-8"},
+    {"json", "application/json"},
+    {"map", "application/json"},
+    {"txt", "text/plain; charset=utf-8"},
+    {"log", "text/plain; charset=utf-8"},
+    {"md", "text/markdown; charset=utf-8"},
+    {"csv", "text/csv; charset=utf-8"},
+    {"xml", "application/xml"},
+    {"svg", "image/svg+xml"},
+    {"png", "image/png"},
+    {"jpg", "image/jpeg"},
+    {"jpeg", "image/jpeg"},
+    {"gif", "image/gif"},
+    {"webp", "image/webp"},
+    {"ico", "image/vnd.microsoft.icon"},
+    {"pdf", "application/pdf"},
+    {"wasm", "application/wasm"},
+    {"woff", "font/woff"},
+    {"woff2", "font/woff2"},
+    {"ttf", "font/ttf"},
+    {"otf", "font/otf"},
+    {"mp3", "audio/mpeg"},
+    {"ogg", "audio/ogg"},
+    {"mp4", "video/mp4"},
+    {"webm", "video/webm"},
+    {"gz", "application/gzip"},
+    {"tar", "application/x-tar"},
+    {"zip", "application/zip"},
+};
+
+}  // namespace
+
+const char* http::media_type(std::string_view name) {
+  const std::size_t dot = name.rfind('.');
+  if (dot != std::string_view::npos) {
+    for (const Row& row : table) {
+      if (vexa::ascii_iequal(name.substr(dot + 1), row.ending)) return row.type;
+    }
+  }
+  return "application/octet-stream";
+}

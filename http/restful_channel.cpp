@@ -1,0 +1,272 @@
+#include "http/restful_channel.h"
+
+#include <yajl/yajl_parse.h>
+
+#include <cerrno>
+#include <cstring>
+#include <new>
+#include <system_error>
+#include <utility>
+
+#include "http/target.h"
+#include "vexa/exception_text.h"
+#include "vexa/json_writer.h"
+#include "vexa/log.h"
+
+namespace {
+
+constexpr int internal_error = 500;
+
+int fail(int error) {
+  errno = error;
+  return -1;
+}
+
+int copy_address(const ACE_INET_Addr& from, ACE_Addr& to) {
+  if (to.get_type() != AF_INET && to.get_type() != AF_INET6) return fail(EAFNOSUPPORT);
+  static_cast<ACE_INET_Addr&>(to) = from;
+  return 0;
+}
+
+const char* phrase(int status) {
+  switch (status) {
+    case 400:
+      return "Bad Request";
+    case 401:
+      return "Unauthorized";
+    case 403:
+      return "Forbidden";
+    case 404:
+      return "Not Found";
+    case 405:
+      return "Method Not Allowed";
+    case 406:
+      return "Not Acceptable";
+    case 409:
+      return "Conflict";
+    case 410:
+      return "Gone";
+    case 412:
+      return "Precondition Failed";
+    case 413:
+      return "Content Too Large";
+    case 415:
+      return "Unsupported Media Type";
+    case 422:
+      return "Unprocessable Content";
+    case 429:
+      return "Too Many Requests";
+    case 500:
+      return "Internal Server Error";
+    case 501:
+      return "Not Implemented";
+    case 503:
+      return "Service Unavailable";
+    default:
+      return status < internal_error ? "Client Error" : "Server Error";
+  }
+}
+
+/// Whether a text is one JSON value. A handler drives yajl's generator itself, so it may have left
+/// it half-way, or driven it on after a failure.
+bool is_whole(const std::string& text) {
+  const yajl_handle parser = yajl_alloc(nullptr, nullptr, nullptr);
+  if (parser == nullptr) return false;
+  yajl_config(parser, yajl_dont_validate_strings, 1);
+  const bool whole = yajl_parse(parser, reinterpret_cast<const unsigned char*>(text.data()),
+                                text.size()) == yajl_status_ok &&
+                     yajl_complete_parse(parser) == yajl_status_ok;
+  yajl_free(parser);
+  return whole;
+}
+
+}  // namespace
+
+void Restful_Channel::Printer::print(const char* text, std::size_t length) {
+  if (error_ != 0) return;
+  if (length > limit_ - sink_.size()) {
+    error_ = EMSGSIZE;
+    return;
+  }
+  try {
+    sink_.append(text, length);
+  } catch (const std::bad_alloc&) {
+    error_ = ENOMEM;  // yajl's frames are above: nothing may be thrown through them
+  }
+}
+
+Restful_Channel::Restful_Channel(Http_Request_Head head, size_type prefix, std::size_t max_body,
+                                 Restful_Answer answer)
+    : head_(std::move(head)), answer_(std::move(answer)), printer_(body_, max_body) {
+  // A handler looks for its own part behind uri_off(), so there must be one way only to write it.
+  uri_off_ = http::encode_path(head_.path.substr(0, prefix)).size();
+  head_.request.uri(http::to_uri(head_.path, head_.query));
+}
+
+Restful_Channel::~Restful_Channel() = default;
+
+void Restful_Channel::finish(int result) {
+  if (answered_) return;
+  const bool begun = gen_ != nullptr;
+  if (result != -1 && !begun && (!body_.empty() || response_.status() != 0)) {
+    answer(response_.status());
+    return;
+  }
+  if (result != -1) {
+    VEXA_ERROR("The handler of '%C' %C.\n", head_.request.uri(),
+               begun ? "did not end its answer" : "did not answer");
+  }
+  send_error(internal_error);
+}
+
+ssize_t Restful_Channel::write(const char* data, std::size_t length) {
+  if (answered_) return fail(EALREADY);
+  if (gen_ != nullptr) return fail(EINPROGRESS);
+  printer_.print(data, length);
+  const int error = printer_.error();
+  if (error == 0) return static_cast<ssize_t>(length);
+  VEXA_ERROR("The answer to '%C' is too large.\n", head_.request.uri());
+  send_error(internal_error);
+  return fail(error);
+}
+
+int Restful_Channel::get_original_addr(ACE_Addr& addr) const {
+  return copy_address(head_.remote, addr);
+}
+int Restful_Channel::get_local_addr(ACE_Addr& addr) { return copy_address(head_.local, addr); }
+int Restful_Channel::get_remote_addr(ACE_Addr& addr) { return copy_address(head_.remote, addr); }
+
+/// Whether a body may be begun; otherwise errno says why not.
+bool Restful_Channel::may_begin() {
+  if (!answered_ && gen_ == nullptr && body_.empty()) return true;
+  errno = answered_ ? EALREADY : EINPROGRESS;
+  return false;
+}
+
+void Restful_Channel::drop_body() {
+  gen_.reset();
+  body_.clear();
+  printer_.reset();
+}
+
+/// Answers a JSON body that was written; the result of the operation that wrote it.
+int Restful_Channel::complete_json(bool whole) {
+  const int error = printer_.error();
+  if (error != 0) {
+    VEXA_ERROR("The answer to '%C' is too large.\n", head_.request.uri());
+    send_error(internal_error);
+    return fail(error);
+  }
+  if (!whole) {
+    drop_body();
+    return fail(EINVAL);
+  }
+  answer_json();
+  return 0;
+}
+
+template <typename Body>
+int Restful_Channel::send_json(Body& body) {
+  if (!may_begin()) return -1;
+  try {
+    return complete_json(JSON_Writer::write(body, printer_, false));
+  } catch (...) {  // a generator's own
+    drop_body();
+    return fail(EINVAL);
+  }
+}
+
+int Restful_Channel::send(const json_spirit::Value& body) { return send_json(body); }
+int Restful_Channel::send(JSON_Generator& body) { return send_json(body); }
+
+int Restful_Channel::send_error(int status) { return send_error(status, status); }
+
+int Restful_Channel::send_error(int status, int code) { return send_error(status, code, nullptr); }
+
+int Restful_Channel::send_error(int status, int code, const char* text) {
+  if (answered_) return fail(EALREADY);
+  drop_body();
+  if (status < 400 || status > 599) status = internal_error;
+  response_.status(status);
+  try {
+    json_spirit::Object error;
+    error["code"] = code;
+    error["message"] = text != nullptr ? text : phrase(status);
+    json_spirit::Object body;
+    body["error"] = std::move(error);
+    // The limit is for what a handler makes: an error is small, and must get through.
+    YAJL_String_Printer unlimited(body_);
+    JSON_Writer::write(json_spirit::Value(std::move(body)), unlimited, false);
+  } catch (const std::bad_alloc&) {
+    body_.clear();  // the status says enough
+  }
+  response_.headers().remove(HTTP_HEAD_CONTENT_TYPE);
+  answer_json();
+  return 0;
+}
+
+int Restful_Channel::send_last_error(int status, const char* text) {
+  const int error = errno;
+  try {
+    const std::string cause = std::generic_category().message(error);
+    const std::string message = text != nullptr ? std::string(text) + ": " + cause : cause;
+    return send_error(status, error, message.c_str());
+  } catch (const std::bad_alloc&) {
+    return send_error(status, error, text);
+  }
+}
+
+yajl_gen_t* Restful_Channel::send_begin() {
+  if (!may_begin()) return nullptr;
+  gen_.reset(yajl_gen_alloc(nullptr));
+  if (gen_ == nullptr) {
+    errno = ENOMEM;
+    return nullptr;
+  }
+  yajl_gen_config(gen_.get(), yajl_gen_print_callback, &YAJL_Printer::print_s,
+                  static_cast<void*>(static_cast<YAJL_Printer*>(&printer_)));
+  return gen_.get();
+}
+
+int Restful_Channel::send_end() {
+  if (answered_) return fail(EALREADY);
+  if (gen_ == nullptr) return fail(EINVAL);
+  gen_.reset();
+  return complete_json(printer_.error() != 0 || is_whole(body_));
+}
+
+/// Answers the body as JSON, unless the handler has said what it is.
+void Restful_Channel::answer_json() {
+  HTTP_Headers& headers = response_.headers();
+  if (!body_.empty() && headers.get(HTTP_HEAD_CONTENT_TYPE) == nullptr) {
+    headers.put(HTTP_HEAD_CONTENT_TYPE, "application/json");
+  }
+  answer(response_.status());
+}
+
+/// Lets the answer go. A status or fields that cannot be sent make it a 500.
+void Restful_Channel::answer(int status) {
+  if (status == 0) status = 200;
+  HTTP_Headers headers = std::move(response_.headers());
+  if (status < 200 || status > 599 || headers.refused()) {
+    VEXA_ERROR("The handler of '%C' set a %C that cannot be sent.\n", head_.request.uri(),
+               headers.refused() ? "header field" : "status");
+    status = internal_error;
+    headers.clear();
+    body_.clear();
+  }
+  for (const int id : {HTTP_HEAD_CONTENT_LENGTH, HTTP_HEAD_CONNECTION, HTTP_HEAD_TRANSFER_ENCODING,
+                       HTTP_HEAD_UPGRADE, HTTP_HEAD_KEEP_ALIVE, HTTP_HEAD_DATE}) {
+    headers.remove(id);
+  }
+  if (status == 204 || status == 304) {
+    body_.clear();
+    headers.remove(HTTP_HEAD_CONTENT_TYPE);
+  }
+  answered_ = true;
+  try {
+    answer_(status, std::move(headers), std::move(body_));
+  } catch (...) {  // nobody above could do anything about it
+    VEXA_ERROR("An answer was lost on its way: %C\n", vexa::exception_text());
+  }
+}
