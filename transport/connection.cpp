@@ -89,8 +89,9 @@ void Connection::on_read(const error_code& error, std::size_t length) {
 void Connection::take_input(const error_code& error, std::size_t length) {
   last_read_ = Loop::now();
   if (error) {
-    if (error != asio::error::eof || lingering_) return close(nullptr);
-    input_ended_ = true;
+    const bool over = error == asio::error::shut_down;  // the protocol has ended, bytes may come
+    if ((error != asio::error::eof && !over) || lingering_) return close(nullptr);
+    (over ? stopped_reading_ : input_ended_) = true;
     return end_of_input();
   }
   if (lingering_) return read();
@@ -308,8 +309,7 @@ void Connection::close(const char* reason) {
   channel_ = JSON_RPC_Channel::none();
 }
 
-Opened Connection::release(std::string& leftover) {
-  leftover = std::move(leftover_);
+Opened Connection::release() {
   return Opened{loop_, state_, std::move(slot_), std::move(bytes_), addresses_};
 }
 

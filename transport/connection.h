@@ -113,8 +113,8 @@ protected:
   const Stream_Channel& stream() const { return *stream_; }
   Byte_Stream& bytes() { return *bytes_; }
   Loop_Time last_read() const { return last_read_; }
-  /// Gives the stream away, with what was read and not taken; this closes without closing it.
-  Opened release(std::string& leftover);
+  /// Gives the stream away, before this closes.
+  Opened release();
 
 private:
   void take_input(const boost::system::error_code& error, std::size_t length);
@@ -157,7 +157,7 @@ private:
 };
 
 /// For guarded(): ends what threw.
-const char* failed_connection();
+TRANSPORT_EXPORT const char* failed_connection();
 
 template <typename Operation>
 void Connection::guarded(Operation operation) {

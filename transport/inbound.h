@@ -9,6 +9,7 @@
 #include "transport/header_reader.h"
 #include "transport/stream_channel.h"
 #include "transport/text_feeder.h"
+#include "transport/transport_export.h"
 
 namespace transport {
 
@@ -20,7 +21,7 @@ namespace transport {
 /// answer is never answered: whatever waits for its id gets -32603. Three bad ones in a row, a bad
 /// one that may have been any of the answers that are awaited, a message over the limit and a bad
 /// header end the channel. On the channel's loop alone.
-class Inbound {
+class TRANSPORT_EXPORT Inbound {
 public:
   enum Verdict {
     GO_ON,

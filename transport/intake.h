@@ -9,6 +9,7 @@
 #include "transport/owed_request.h"
 #include "transport/server_state.h"
 #include "transport/stream_channel.h"
+#include "transport/transport_export.h"
 
 namespace transport {
 
@@ -17,7 +18,7 @@ namespace transport {
 /// stand behind them still arrive: two ends that both waited for the other to read would wait for
 /// ever. When too much is parked as well, further requests are refused where this end awaits
 /// answers, and else the channel is not read. On the channel's loop.
-class Intake {
+class TRANSPORT_EXPORT Intake {
 public:
   /// `debt` is told when a request of the channel goes without an answer. A request for a method
   /// that `filter` does not pass is answered as if there was none; null passes all.

@@ -8,7 +8,7 @@ namespace transport {
 TRANSPORT_EXPORT const char* current_channel_label();
 
 /// Names the channel of the calling thread's log lines while it lives; the text outlives it.
-class Log_Context {
+class TRANSPORT_EXPORT Log_Context {
 public:
   explicit Log_Context(const char* label);
   ~Log_Context();

@@ -9,6 +9,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include "transport/transport_export.h"
+
 namespace transport {
 
 typedef std::chrono::steady_clock::time_point Loop_Time;
@@ -24,7 +26,7 @@ public:
 
 /// One thread and its io_context. What is pinned to a loop is touched by its thread alone, except
 /// for post() on its context, which any thread may call.
-class Loop {
+class TRANSPORT_EXPORT Loop {
 public:
   /// Members are ticked every `period`.
   explicit Loop(std::chrono::milliseconds period);

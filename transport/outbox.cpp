@@ -299,6 +299,12 @@ void Outbox::sent(std::size_t bytes, std::size_t answers) {
   resume(ready);
 }
 
+void Outbox::adopt(std::size_t bytes) {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  unsent_ += bytes;
+  in_flight_ += bytes;
+}
+
 void Outbox::close() {
   std::vector<Output_Piece> dropped;  // freed after the unlock
   Waiters ready;

@@ -13,6 +13,7 @@
 #include "json_spirit/json_spirit_value.h"
 #include "transport/awaited_ids.h"
 #include "transport/framing.h"
+#include "transport/transport_export.h"
 #include "transport/wire.h"
 
 namespace transport {
@@ -41,7 +42,7 @@ struct Output_Piece {
 ///
 /// Whoever puts in is told whether the loop must be woken (`wake`): only the first one since the
 /// loop last found the line empty.
-class Outbox {
+class TRANSPORT_EXPORT Outbox {
 public:
   enum Result {
     SENT,
@@ -120,6 +121,8 @@ public:
   /// So many bytes of what was taken have left, and with them the last ones of pieces with so many
   /// bytes of answers.
   void sent(std::size_t bytes, std::size_t answers);
+  /// The loop writes so many bytes beside those that it took: the head of a response, say.
+  void adopt(std::size_t bytes);
   /// Drops everything; every later call gives CLOSED.
   void close();
 

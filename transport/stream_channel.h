@@ -101,6 +101,7 @@ public:
   Framing framing() const { return framing_; }
   const Limits& limits() const { return limits_; }
   Outbox& outbox() { return outbox_; }
+  const Outbox& outbox() const { return outbox_; }
 
   /// A response was read: hands it to whose request was forwarded, or else to whoever waits in the
   /// response map. 0, or -1 when it ended nowhere. On the channel's loop.

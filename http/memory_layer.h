@@ -1,0 +1,137 @@
+#pragma once
+
+#include <boost/asio/buffer.hpp>
+#include <boost/asio/error.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/beast/core/role.hpp>
+#include <boost/system/error_code.hpp>
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <utility>
+
+#include "transport/byte_stream.h"
+
+namespace http {
+
+/// What Boost.Beast's WebSocket stands on: reads come from a Byte_Stream, and what is written is
+/// gathered in memory, from where push() hands it on. So a write never waits, and the frames of
+/// many messages leave together. On the stream's loop.
+class Memory_Layer {
+public:
+  typedef boost::asio::io_context::executor_type executor_type;
+
+  explicit Memory_Layer(const executor_type& executor) : executor_(executor) {}
+
+  executor_type get_executor() { return executor_; }
+
+  /// What is read first, before the stream below.
+  std::string ahead;
+  /// What is to be handed on.
+  std::string output;
+  /// Who reads below; null when it has gone.
+  transport::Byte_Stream* below = nullptr;
+  /// Who is told of it, and calls read().
+  std::weak_ptr<transport::Byte_Stream::User> reader;
+
+  template <typename Buffers, typename Handler>
+  void async_read_some(const Buffers& buffers, Handler&& handler) {
+    const boost::asio::mutable_buffer first = *boost::asio::buffer_sequence_begin(buffers);
+    const std::shared_ptr<transport::Byte_Stream::User> user = reader.lock();
+    if (!ahead.empty() || below == nullptr || user == nullptr) {
+      const std::size_t length = boost::asio::buffer_copy(first, boost::asio::buffer(ahead));
+      ahead.erase(0, length);
+      complete_later(
+          length == 0 ? boost::asio::error::operation_aborted : boost::system::error_code(), length,
+          std::forward<Handler>(handler));
+      return;
+    }
+    pending_ = std::make_unique<Pending_Of<std::decay_t<Handler>>>(std::forward<Handler>(handler));
+    below->async_read(static_cast<char*>(first.data()), first.size(), user);
+  }
+
+  /// The stream below has read, or failed.
+  void read(const boost::system::error_code& error, std::size_t length) {
+    const std::unique_ptr<Pending> pending = std::move(pending_);
+    if (pending != nullptr) pending->complete(error, length);
+  }
+
+  template <typename Buffers, typename Handler>
+  void async_write_some(const Buffers& buffers, Handler&& handler) {
+    boost::system::error_code error;
+    const std::size_t length = write_some(buffers, error);
+    complete_later(error, length, std::forward<Handler>(handler));
+  }
+
+  template <typename Buffers>
+  std::size_t write_some(const Buffers& buffers, boost::system::error_code& error) {
+    error = {};
+    std::size_t length = 0;
+    for (auto it = boost::asio::buffer_sequence_begin(buffers);
+         it != boost::asio::buffer_sequence_end(buffers); ++it) {
+      const boost::asio::const_buffer buffer = *it;
+      output.append(static_cast<const char*>(buffer.data()), buffer.size());
+      length += buffer.size();
+    }
+    return length;
+  }
+
+  // Beast asks for these too, and calls none of them: all reading is asynchronous, and no error is
+  // to be thrown.
+  template <typename Buffers>
+  std::size_t read_some(const Buffers&, boost::system::error_code& error) {
+    error = boost::asio::error::operation_not_supported;
+    return 0;
+  }
+  template <typename Buffers>
+  std::size_t read_some(const Buffers&) {
+    return 0;
+  }
+  template <typename Buffers>
+  std::size_t write_some(const Buffers& buffers) {
+    boost::system::error_code ignored;
+    return write_some(buffers, ignored);
+  }
+
+private:
+  struct Pending {
+    virtual ~Pending() = default;
+    virtual void complete(const boost::system::error_code& error, std::size_t length) = 0;
+  };
+  template <typename Handler>
+  struct Pending_Of final : Pending {
+    explicit Pending_Of(Handler&& h) : handler(std::move(h)) {}
+    void complete(const boost::system::error_code& error, std::size_t length) override {
+      handler(error, length);
+    }
+    Handler handler;
+  };
+
+  template <typename Handler>
+  void complete_later(boost::system::error_code error, std::size_t length, Handler&& handler) {
+    boost::asio::post(executor_, [error, length, h = std::forward<Handler>(handler)]() mutable {
+      h(error, length);
+    });
+  }
+
+  executor_type executor_;
+  std::unique_ptr<Pending> pending_;
+};
+
+// The stream below is closed by whoever has it.
+
+inline void teardown(boost::beast::role_type, Memory_Layer&, boost::system::error_code& error) {
+  error = {};
+}
+
+template <typename Handler>
+void async_teardown(boost::beast::role_type, Memory_Layer& layer, Handler&& handler) {
+  boost::asio::post(layer.get_executor(), [h = std::forward<Handler>(handler)]() mutable {
+    h(boost::system::error_code());
+  });
+}
+
+inline void beast_close_socket(Memory_Layer&) {}
+
+}  // namespace http

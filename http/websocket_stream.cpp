@@ -1,0 +1,242 @@
+#include "http/websocket_stream.h"
+
+#include <boost/asio/buffer.hpp>
+#include <boost/asio/error.hpp>
+#include <boost/beast/http/empty_body.hpp>
+#include <boost/beast/http/message.hpp>
+#include <boost/beast/websocket/stream.hpp>
+#include <chrono>
+#include <utility>
+
+#include "http/memory_layer.h"
+#include "http/websocket_upgrade.h"
+#include "transport/loop.h"
+#include "transport/stream_connection.h"
+
+namespace http {
+
+namespace asio = boost::asio;
+namespace websocket = boost::beast::websocket;
+using boost::system::error_code;
+using transport::Loop;
+using transport::Loop_Time;
+
+namespace {
+
+constexpr std::size_t output_most = 256u << 10;  // then it takes no more until some has left
+
+typedef boost::beast::http::request<boost::beast::http::empty_body> Beast_Request;
+
+Beast_Request beast_request(const CGI_Request& request) {
+  Beast_Request made(boost::beast::http::verb::get, "/", 10 + request.minor_version());
+  for (const HTTP_Headers::Field& field : request.headers()) {
+    const std::string_view title = field.title();
+    made.insert(boost::beast::string_view(title.data(), title.size()), field.value);
+  }
+  return made;
+}
+
+bool would_block(const error_code& error) {
+  return error == asio::error::would_block || error == asio::error::try_again;
+}
+
+}  // namespace
+
+bool is_websocket_handshake(const CGI_Request& request) {
+  const char* const version = request.headers().get("Sec-WebSocket-Version");
+  return request.headers().get("Sec-WebSocket-Key") != nullptr && version != nullptr &&
+         std::string_view(version) == "13" && websocket::is_upgrade(beast_request(request));
+}
+
+void serve_websocket(transport::Opened opened, const CGI_Request& request,
+                     const std::string& leftover,
+                     const std::shared_ptr<const transport::Method_Filter>& filter) {
+  const transport::Limits& limits = opened.state->limits;
+  auto stream = std::make_unique<Websocket_Stream>(std::move(opened.stream),
+                                                   opened.loop->context().get_executor(),
+                                                   limits.max_message, limits.stall_timeout);
+  error_code error;
+  stream->accept(request, leftover, error);
+  if (error) return;  // the peer has gone
+  opened.stream = std::move(stream);
+  std::make_shared<transport::Stream_Connection>(std::move(opened))
+      ->start(transport::Stream_Channel::WEBSOCKET, transport::Framing::MESSAGES, filter);
+}
+
+/// Reads for Beast, and for whoever reads after it has ended.
+struct Websocket_Stream::State final : transport::Byte_Stream::User,
+                                       std::enable_shared_from_this<State> {
+  State(std::unique_ptr<transport::Byte_Stream> b, const asio::io_context::executor_type& executor,
+        std::chrono::milliseconds s)
+      : below(std::move(b)), socket(executor), silence(s), heard(Loop::now()) {}
+
+  Memory_Layer& layer() { return socket.next_layer(); }
+
+  void on_read(const error_code& error, std::size_t length) override;
+  void on_writable(const error_code& error) override;
+  void was_read(const error_code& error, std::size_t length);
+  void end(websocket::close_code code);
+  void push(error_code& error);
+  void push_soon();
+  void wait();
+
+  const std::unique_ptr<transport::Byte_Stream> below;
+  websocket::stream<Memory_Layer, false> socket;
+  const std::chrono::milliseconds silence;
+  Loop_Time heard;               // from the peer
+  bool pinged = false;           // since then
+  bool waits = false;            // for the stream below to take more
+  bool ending = false;           // a close frame has been sent, or will be
+  bool ended = false;            // Beast reads no more
+  bool message_ended = false;    // by what was last read
+  std::shared_ptr<User> reader;  // of what is pending
+  std::shared_ptr<User> writer;  // waits for room
+};
+
+void Websocket_Stream::State::on_read(const error_code& error, std::size_t length) {
+  heard = Loop::now();
+  pinged = false;
+  if (ended) {
+    if (const std::shared_ptr<User> user = std::exchange(reader, nullptr)) {
+      user->on_read(error, length);
+    }
+    return;
+  }
+  layer().read(error, length);
+  push_soon();  // what Beast has answered by itself
+}
+
+void Websocket_Stream::State::was_read(const error_code& error, std::size_t length) {
+  const std::shared_ptr<User> user = std::exchange(reader, nullptr);
+  const bool binary = !error && !socket.got_text();
+  if (binary) end(websocket::close_code::unknown_data);
+  message_ended = !error && socket.is_message_done();
+  push_soon();
+  if (user == nullptr) return;
+  if (!error && !binary) return user->on_read(error, length);
+  ended = true;
+  // Where Beast has ended it, the bytes that still come are read and thrown away by whoever closes.
+  const bool by_peer = error == asio::error::eof || error == asio::error::operation_aborted ||
+                       error.category() == asio::error::get_system_category();
+  user->on_read(by_peer ? error : error_code(asio::error::shut_down), 0);
+}
+
+void Websocket_Stream::State::end(websocket::close_code code) {
+  if (std::exchange(ending, true) || !socket.is_open()) return;
+  socket.async_close(code, [self = shared_from_this()](const error_code&) { self->push_soon(); });
+  push_soon();
+}
+
+void Websocket_Stream::State::push(error_code& error) {
+  std::string& output = layer().output;
+  std::size_t sent = 0;
+  while (sent < output.size() && !error) {
+    const asio::const_buffer rest = asio::buffer(output) + sent;
+    sent += below->write_some(&rest, 1, error);
+  }
+  output.erase(0, sent);
+  if (output.empty() && output.capacity() > output_most / 4) std::string().swap(output);
+}
+
+/// Where nobody else sees to it.
+void Websocket_Stream::State::push_soon() {
+  if (waits || layer().output.empty() || layer().below == nullptr) return;
+  error_code error;
+  push(error);
+  if (would_block(error)) wait();
+}
+
+void Websocket_Stream::State::wait() {
+  if (!std::exchange(waits, true)) below->async_wait_writable(shared_from_this());
+}
+
+void Websocket_Stream::State::on_writable(const error_code& error) {
+  waits = false;
+  error_code failed = error;
+  if (!failed) push(failed);
+  if (would_block(failed)) return wait();
+  if (const std::shared_ptr<User> user = std::exchange(writer, nullptr)) user->on_writable(failed);
+}
+
+Websocket_Stream::Websocket_Stream(std::unique_ptr<transport::Byte_Stream> below,
+                                   const asio::io_context::executor_type& executor,
+                                   std::size_t max_message, std::chrono::milliseconds silence)
+    : state_(std::make_shared<State>(std::move(below), executor, silence)) {
+  state_->layer().below = state_->below.get();
+  state_->layer().reader = state_;
+  state_->socket.read_message_max(max_message);
+  state_->socket.auto_fragment(false);
+  state_->socket.text(true);
+}
+
+Websocket_Stream::~Websocket_Stream() { close(); }
+
+void Websocket_Stream::accept(const CGI_Request& request, const std::string& leftover,
+                              error_code& error) {
+  state_->layer().ahead = leftover;
+  state_->socket.accept(beast_request(request), error);
+  if (!error) state_->push_soon();
+}
+
+void Websocket_Stream::async_read(char* data, std::size_t size, const std::shared_ptr<User>& user) {
+  state_->reader = user;
+  if (state_->ended) return state_->below->async_read(data, size, state_);
+  state_->socket.async_read_some(
+      asio::buffer(data, size),
+      [self = state_](const error_code& error, std::size_t n) { self->was_read(error, n); });
+}
+
+std::size_t Websocket_Stream::read_some(char*, std::size_t, error_code& error) {
+  error = asio::error::would_block;
+  return 0;
+}
+
+std::size_t Websocket_Stream::write_some(const asio::const_buffer*, std::size_t,
+                                         error_code& error) {
+  error = asio::error::operation_not_supported;
+  return 0;
+}
+
+void Websocket_Stream::write_part(std::string_view text, bool last, error_code& error) {
+  if (state_->layer().output.size() > output_most) {
+    error = asio::error::would_block;
+  } else {
+    state_->socket.write_some(last, asio::buffer(text.data(), text.size()), error);
+  }
+}
+
+void Websocket_Stream::push(error_code& error) { state_->push(error); }
+
+void Websocket_Stream::async_wait_writable(const std::shared_ptr<User>& user) {
+  state_->writer = user;
+  state_->wait();
+}
+
+bool Websocket_Stream::take_message_end() { return std::exchange(state_->message_ended, false); }
+
+void Websocket_Stream::shutdown_send(bool going_away) {
+  state_->end(going_away ? websocket::close_code::going_away : websocket::close_code::normal);
+}
+
+void Websocket_Stream::close() {
+  state_->layer().below = nullptr;
+  state_->writer = nullptr;
+  state_->below->close();
+}
+
+/// A peer that says nothing is asked whether it is still there.
+void Websocket_Stream::tick() {
+  const Loop_Time now = Loop::now();
+  if (now - state_->heard <= state_->silence || !state_->socket.is_open()) return;
+  if (std::exchange(state_->pinged, true)) return state_->below->close();
+  state_->heard = now;
+  error_code ignored;
+  state_->socket.ping(websocket::ping_data(), ignored);
+  state_->push_soon();
+}
+
+int Websocket_Stream::descriptor() { return state_->below->descriptor(); }
+
+bool Websocket_Stream::is_tls() const { return state_->below->is_tls(); }
+
+}  // namespace http
