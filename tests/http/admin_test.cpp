@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "http/admin.h"
 #include "http/process_readings.h"
 #include "http/prometheus.h"
 #include "tests/support/log_capture.h"
@@ -87,6 +88,59 @@ TEST(PrometheusTest, ReadsTheProcessAsItIs) {
   EXPECT_GE(reading("process_virtual_memory_bytes"), reading("process_resident_memory_bytes"));
   EXPECT_NEAR(now, reading("process_start_time_seconds"), 600);
   EXPECT_GE(reading("process_cpu_seconds_total"), 0);
+}
+
+TEST(AdminTest, AnswersItsPathsToItsMethods) {
+  http::Readiness readiness;
+  const http::Admin admin(readiness, [] { return std::string("m 1\n"); });
+  const struct {
+    const char* method;
+    const char* path;
+    int status;
+    const char* body;
+  } cases[] = {{"GET", "/livez", 200, "ok\n"},
+               {"HEAD", "/livez", 200, "ok\n"},
+               {"GET", "/metrics", 200, "m 1\n"},
+               {"POST", "/metrics", 405, "only GET and HEAD\n"},
+               {"get", "/livez", 405, "only GET and HEAD\n"},
+               {"GET", "/livez/", 404, "not found\n"},
+               {"POST", "/", 404, "not found\n"}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(std::string(c.method) + c.path);
+    const http::Admin::Answer answer = admin.answer(c.method, c.path);
+    EXPECT_EQ(c.status, answer.status);
+    EXPECT_EQ(c.body, answer.body);
+    EXPECT_EQ(c.status == 405, answer.headers.get(HTTP_HEAD_ALLOW) != nullptr);
+    EXPECT_EQ(c.status != 404, http::Admin::has(c.path));
+  }
+  EXPECT_STREQ("text/plain; version=0.0.4; charset=utf-8",
+               admin.answer("GET", "/metrics").headers.get(HTTP_HEAD_CONTENT_TYPE));
+}
+
+TEST(AdminTest, SurvivesMetricsThatFail) {
+  const Log_Capture log;
+  const http::Readiness readiness;
+  const http::Admin admin(readiness, []() -> std::string { throw std::runtime_error("why"); });
+  EXPECT_EQ(500, admin.answer("GET", "/metrics").status);
+  EXPECT_TRUE(log.contains(LM_ERROR, "The metrics cannot be had: why\n"));
+}
+
+TEST(AdminTest, IsReadyBetweenTheStartAndTheStop) {
+  http::Readiness readiness;
+  const http::Admin admin(readiness, nullptr);
+  const auto status = [&] { return admin.answer("GET", "/readyz").status; };
+  EXPECT_EQ(503, status());
+  readiness.serving();
+  readiness.pool_up();
+  EXPECT_EQ(503, status());
+  readiness.configured(2);
+  EXPECT_EQ("bad configuration: 2 of its records or options failed\n",
+            admin.answer("GET", "/readyz").body);
+  readiness.configured(0);
+  EXPECT_EQ(200, status());
+  readiness.stopping();
+  EXPECT_EQ(503, status());
+  EXPECT_EQ(200, admin.answer("GET", "/livez").status);
 }
 
 }  // namespace
