@@ -1,15 +1,20 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstdlib>
 #include <ctime>
+#include <fstream>
 #include <initializer_list>
 #include <stdexcept>
 #include <string>
 
 #include "http/admin.h"
+#include "http/discover.h"
 #include "http/process_readings.h"
 #include "http/prometheus.h"
+#include "tests/support/json_rpc_fixture.h"
 #include "tests/support/log_capture.h"
+#include "vexa/json_reader.h"
 
 using transport::Metrics;
 
@@ -141,6 +146,103 @@ TEST(AdminTest, IsReadyBetweenTheStartAndTheStop) {
   readiness.stopping();
   EXPECT_EQ(503, status());
   EXPECT_EQ(200, admin.answer("GET", "/livez").status);
+}
+
+/// A folder with description files, and methods that say to come from libraries there.
+class DiscoverTest : public JSON_RPC_Fixture {
+protected:
+  DiscoverTest() { folder_ = ::mkdtemp(&folder_[0]); }
+  ~DiscoverTest() override { EXPECT_EQ(0, std::system(("rm -r " + folder_).c_str())); }
+
+  void describe(const std::string& name, const std::string& text) const {
+    std::ofstream(folder_ + '/' + name + ".openrpc.json") << text;
+  }
+
+  void add(const std::string& method, const std::string& library) const {
+    struct Handler : JSON_RPC_Handler {
+      int handle_object(JSON_RPC_Channel_ptr, JSON_RPC_Object_var) override { return 0; }
+    };
+    const std::string path = library.empty() ? "" : folder_ + "/lib" + library + ".so.1";
+    JSON_RPC_Request_Map::instance()->insert(method, path, new Handler, [](void* object) {
+      delete static_cast<JSON_RPC_Handler*>(object);
+    });
+  }
+
+  static json_spirit::Value methods() {
+    return http::openrpc_document("t", "1").get_obj().at("methods");
+  }
+
+  std::string folder_ = "/tmp/discover_XXXXXX";
+};
+
+const char* const bare_own =
+    R"({"name":"rpc.discover","params":[],"result":{"name":"result","schema":{"type":"object"}}})";
+
+json_spirit::Value parsed(const std::string& text) {
+  json_spirit::Value value;
+  EXPECT_TRUE(json_read(text.data(), text.size(), value)) << text;
+  return value;
+}
+
+TEST_F(DiscoverTest, AnswersNamesAndWhatLibrariesTellOfTheirOwnMethods) {
+  add("a", "one");
+  add("b", "one");
+  add("c", "two");
+  add("d", "");
+  describe("one",
+           R"({"methods":[{"name":"a","params":[{"name":"p"}],"result":{"name":"r"},"x":1},
+                          {"name":"c","params":[],"result":{"name":"not mine"}},
+                          {"name":"not loaded","params":[],"result":{}}],
+               "components":{"schemas":{"S":{"type":"null"},"T":1}}})");
+  describe("two", R"({"methods":[],"components":{"schemas":{"S":{},"U":2},"tags":{}}})");
+  ASSERT_EQ(0, http::serve_discovery("host", "1.2"));
+  ASSERT_EQ(-1, http::serve_discovery("host", "1.2"));
+  const JSON_RPC_Channel_var channel(new Fake_Channel);
+  JSON_RPC_Handler* const handler = JSON_RPC_Request_Map::instance()->find("rpc.discover");
+  ASSERT_NE(nullptr, handler);
+  EXPECT_EQ(0, handler->handle_object(channel, make_notification("rpc.discover")));
+  EXPECT_EQ(0, handler->handle_object(channel, make_request("rpc.discover", 1)));
+  const Fake_Channel& fake = static_cast<const Fake_Channel&>(*channel);
+  ASSERT_EQ(1u, fake.texts().size());
+  EXPECT_EQ(parsed(R"({"jsonrpc":"2.0","id":1,"result":{"openrpc":"1.2.6",
+      "info":{"title":"host","version":"1.2"},
+      "methods":[{"name":"a","params":[{"name":"p"}],"result":{"name":"r"},"x":1},
+                 {"name":"b","params":[],"result":{"name":"result","schema":{}}},
+                 {"name":"c","params":[],"result":{"name":"result","schema":{}}},
+                 {"name":"d","params":[],"result":{"name":"result","schema":{}}},)" +
+                   std::string(bare_own) + R"(],
+      "components":{"schemas":{"S":{"type":"null"},"T":1,"U":2},"tags":{}}}})"),
+            parsed(fake.texts()[0]));
+  EXPECT_EQ(2u, log_.count("is left out: another one has its name"));  // once each serve_discovery
+}
+
+TEST_F(DiscoverTest, LeavesTheBareNamesWhereADescriptionIsBad) {
+  add("a", "one");
+  const json_spirit::Value bare = methods();
+  const std::string bad[] = {"",
+                             "{",
+                             "[]",
+                             R"({"methods":{}})",
+                             R"({"methods":[1]})",
+                             R"({"methods":[{"params":[],"result":{}}]})",
+                             R"({"methods":[{"name":"a","result":{}}]})",
+                             R"({"methods":[{"name":"a","params":[]}]})",
+                             R"({"methods":[],"components":{"schemas":[]}})",
+                             R"({"methods":[]})" + std::string(1 << 20, ' ')};
+  for (const std::string& text : bad) {
+    SCOPED_TRACE(text.substr(0, 60));
+    describe("one", text);
+    const std::size_t before = log_.count("is bad: ");
+    EXPECT_EQ(bare, methods());
+    EXPECT_EQ(before + 1, log_.count("is bad: "));
+  }
+}
+
+TEST(DescriptionFileTest, LiesBesideTheLibrary) {
+  EXPECT_EQ("/x/sum.openrpc.json", http::description_file("/x/libsum.so"));
+  EXPECT_EQ("x/a.b.openrpc.json", http::description_file("x/a.b.so.1.2"));
+  EXPECT_EQ("./sum.openrpc.json", http::description_file("./sum"));
+  EXPECT_EQ("", http::description_file("libsum.so"));
 }
 
 }  // namespace
