@@ -1,7 +1,7 @@
 # The one front door. `make run` and `make test` do everything, Debian's packages included.
 
 BUILD_PACKAGES := g++ cmake ninja-build libace-dev libace-ssl-dev libssl-dev \
-                  libyajl-dev libboost-dev libcli11-dev
+                  libyajl-dev libboost-dev libcli11-dev libsystemd-dev
 TEST_PACKAGES  := libgtest-dev libgmock-dev openssl
 BENCH_PACKAGES := libbenchmark-dev libcurl4-openssl-dev valgrind python3
 CHECK_PACKAGES := clang-format clang-tidy

@@ -149,6 +149,10 @@ public:
   template <typename F>
   void for_each_name(F f) const;
 
+  /// Calls f(name, path of its library), the path "" for an object from none. Else the same.
+  template <typename F>
+  void for_each_library(F f) const;
+
 private:
   typedef DLL_Object_Entry_T<Object, Gobbler> entry_type;
   typedef std::map<std::string, entry_type, std::less<>> map_type;
@@ -214,4 +218,11 @@ template <typename F>
 void DLL_Object_Manager_T<Object, Gobbler, Lock, Tag>::for_each_name(F f) const {
   ACE_READ_GUARD(Lock, guard, lock_);
   for (const auto& entry : map_) f(entry.first);
+}
+
+template <typename Object, typename Gobbler, typename Lock, typename Tag>
+template <typename F>
+void DLL_Object_Manager_T<Object, Gobbler, Lock, Tag>::for_each_library(F f) const {
+  ACE_READ_GUARD(Lock, guard, lock_);
+  for (const auto& entry : map_) f(entry.first, entry.second.dll_);
 }
