@@ -95,9 +95,14 @@ void Restful_Channel::Printer::print(const char* text, std::size_t length) {
   }
 }
 
+void Restful_Channel::Printer::stop() { error_ = ECANCELED; }
+
 Restful_Channel::Restful_Channel(Http_Request_Head head, size_type prefix, std::size_t max_body,
                                  Restful_Answer answer)
-    : head_(std::move(head)), answer_(std::move(answer)), printer_(body_, max_body) {
+    : head_(std::move(head)),
+      answer_(std::move(answer)),
+      whole_(body_, max_body),
+      streamed_(body_, max_body) {
   // A handler looks for its own part behind uri_off(), so there must be one way only to write it.
   uri_off_ = http::encode_path(head_.path.substr(0, prefix)).size();
   head_.request.uri(http::to_uri(head_.path, head_.query));
@@ -107,24 +112,27 @@ Restful_Channel::~Restful_Channel() = default;
 
 void Restful_Channel::finish(int result) {
   if (answered_) return;
-  const bool begun = gen_ != nullptr;
-  if (result != -1 && !begun && (!body_.empty() || response_.status() != 0)) {
+  if (result != -1 && !streaming_ && (!body_.empty() || response_.status() != 0)) {
     answer(response_.status());
     return;
   }
   if (result != -1) {
     VEXA_ERROR("The handler of '%C' %C.\n", head_.request.uri(),
-               begun ? "did not end its answer" : "did not answer");
+               streaming_ ? "did not end its answer" : "did not answer");
   }
   send_error(internal_error);
 }
 
 ssize_t Restful_Channel::write(const char* data, std::size_t length) {
   if (answered_) return fail(EALREADY);
-  if (gen_ != nullptr) return fail(EINPROGRESS);
-  printer_.print(data, length);
-  const int error = printer_.error();
-  if (error == 0) return static_cast<ssize_t>(length);
+  if (streaming_) return fail(EINPROGRESS);
+  whole_.start();
+  whole_.print(data, length);
+  return whole_.error() == 0 ? static_cast<ssize_t>(length) : refuse_size(whole_.error());
+}
+
+/// Answers in place of a body that there was no room for.
+int Restful_Channel::refuse_size(int error) {
   VEXA_ERROR("The answer to '%C' is too large.\n", head_.request.uri());
   send_error(internal_error);
   return fail(error);
@@ -138,25 +146,20 @@ int Restful_Channel::get_remote_addr(ACE_Addr& addr) { return copy_address(head_
 
 /// Whether a body may be begun; otherwise errno says why not.
 bool Restful_Channel::may_begin() {
-  if (!answered_ && gen_ == nullptr && body_.empty()) return true;
+  if (!answered_ && !streaming_ && body_.empty()) return true;
   errno = answered_ ? EALREADY : EINPROGRESS;
   return false;
 }
 
 void Restful_Channel::drop_body() {
-  gen_.reset();
+  streaming_ = false;
+  streamed_.stop();
   body_.clear();
-  printer_.reset();
 }
 
 /// Answers a JSON body that was written; the result of the operation that wrote it.
-int Restful_Channel::complete_json(bool whole) {
-  const int error = printer_.error();
-  if (error != 0) {
-    VEXA_ERROR("The answer to '%C' is too large.\n", head_.request.uri());
-    send_error(internal_error);
-    return fail(error);
-  }
+int Restful_Channel::complete_json(int error, bool whole) {
+  if (error != 0) return refuse_size(error);
   if (!whole) {
     drop_body();
     return fail(EINVAL);
@@ -168,8 +171,10 @@ int Restful_Channel::complete_json(bool whole) {
 template <typename Body>
 int Restful_Channel::send_json(Body& body) {
   if (!may_begin()) return -1;
+  whole_.start();
   try {
-    return complete_json(JSON_Writer::write(body, printer_, false));
+    const bool whole = JSON_Writer::write(body, whole_, false);
+    return complete_json(whole_.error(), whole);
   } catch (...) {  // a generator's own
     drop_body();
     return fail(EINVAL);
@@ -224,15 +229,19 @@ yajl_gen_t* Restful_Channel::send_begin() {
     return nullptr;
   }
   yajl_gen_config(gen_.get(), yajl_gen_print_callback, &YAJL_Printer::print_s,
-                  static_cast<void*>(static_cast<YAJL_Printer*>(&printer_)));
+                  static_cast<void*>(static_cast<YAJL_Printer*>(&streamed_)));
+  streamed_.start();
+  streaming_ = true;
   return gen_.get();
 }
 
 int Restful_Channel::send_end() {
   if (answered_) return fail(EALREADY);
-  if (gen_ == nullptr) return fail(EINVAL);
-  gen_.reset();
-  return complete_json(printer_.error() != 0 || is_whole(body_));
+  if (!streaming_) return fail(EINVAL);
+  const int error = streamed_.error();
+  streaming_ = false;
+  streamed_.stop();
+  return complete_json(error, error != 0 || is_whole(body_));
 }
 
 /// Answers the body as JSON, unless the handler has said what it is.

@@ -61,6 +61,8 @@ public:
   /// The code is errno, the message `text` with errno's.
   int send_last_error(int status, const char* text) override;
 
+  /// The generator may be written to until the handler returns or begins another body; what comes
+  /// after the body's end is ignored.
   yajl_gen_t* send_begin() override;
   /// EINVAL when no streamed body was begun, or it is no whole JSON text; then it is dropped.
   int send_end() override;
@@ -77,12 +79,14 @@ private:
     Printer(std::string& sink, std::size_t limit) : sink_(sink), limit_(limit) {}
     void print(const char* text, std::size_t length) override;
     int error() const { return error_; }
-    void reset() { error_ = 0; }
+    void start() { error_ = 0; }
+    /// What comes now is ignored.
+    void stop();
 
   private:
     std::string& sink_;
     const std::size_t limit_;
-    int error_ = 0;  // EMSGSIZE, ENOMEM
+    int error_ = 0;  // EMSGSIZE, ENOMEM; ECANCELED once stopped
   };
   struct Free_Generator {
     void operator()(yajl_gen_t* gen) const { yajl_gen_free(gen); }
@@ -91,7 +95,8 @@ private:
   bool may_begin();
   template <typename Body>
   int send_json(Body& body);
-  int complete_json(bool whole);
+  int complete_json(int error, bool whole);
+  int refuse_size(int error);
   void drop_body();
   void answer_json();
   void answer(int status);
@@ -101,7 +106,10 @@ private:
   const Restful_Answer answer_;
   CGI_Response response_;
   std::string body_;
-  Printer printer_;
-  std::unique_ptr<yajl_gen_t, Free_Generator> gen_;  // null unless a streamed body is begun
+  Printer whole_;     // of what is written here
+  Printer streamed_;  // of what the handler writes through gen_
+  // Stays, without effect, when its body ends: guards of the handler may close maps after that.
+  std::unique_ptr<yajl_gen_t, Free_Generator> gen_;
+  bool streaming_ = false;  // a streamed body is begun
   bool answered_ = false;
 };

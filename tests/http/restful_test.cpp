@@ -291,6 +291,18 @@ TEST_F(RestfulTest, EachWayOfAnsweringAnswersOnce) {
   EXPECT_EQ(1u, log_.count("'/w' did not end its answer"));
 }
 
+TEST_F(RestfulTest, GuardsOfAHandlerMayCloseWhatIsNoLongerWritten) {
+  const std::string answer = answer_of([](auto& channel, Value&) {
+    YAJL_Gen gen(channel.send_begin(), false);
+    const YAJL_Map_Guard map(gen);
+    gen << "key";
+    EXPECT_EQ(-1, channel.send_end());
+    gen << "value";
+    return channel.send_error(404);
+  });
+  EXPECT_EQ(R"(404 {"error":{"code":404,"message":"Not Found"}})", answer);
+}
+
 TEST_F(RestfulTest, AnAnswerOverTheLimitIsAnErrorWhicheverWayItIsMade) {
   for (const char* const steps : {"text", "long", "begin string end"}) {
     std::string failures;
