@@ -3,6 +3,7 @@
 #include <ace/Guard_T.h>
 #include <ace/OS_NS_time.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <new>
 #include <utility>
@@ -43,6 +44,13 @@ json_spirit::Object state_params(const std::string& id, int type, const ACE_INET
   return params;
 }
 
+/// The channel's id; false with errno ENOMEM when there is no memory for it.
+bool id_of(const JSON_RPC_Channel& channel, std::string& id) {
+  errno = 0;
+  id = channel.id();
+  return !id.empty() || errno != ENOMEM;
+}
+
 }  // namespace
 
 JSON_RPC_Channel_Map* JSON_RPC_Channel_Map::instance() {
@@ -72,8 +80,9 @@ JSON_RPC_Channel_ptr JSON_RPC_Channel_Map::find(Channel_Type type, const Channel
 
 int JSON_RPC_Channel_Map::insert(const JSON_RPC_Channel_var& channel) {
   VEXA_CHECK(channel.get() != nullptr, "channel.get() is NULL", -1);
-  const Channel_ID id = channel->id();
+  Channel_ID id;
   const Channel_Type type = channel->type();
+  if (!id_of(*channel, id)) return -1;
   const int stored = allocating([&] {
     ACE_WRITE_GUARD_RETURN(Lock, guard, lock_, -1);
     map_[type].insert_or_assign(id, channel);
@@ -91,29 +100,37 @@ int JSON_RPC_Channel_Map::insert(const JSON_RPC_Channel_var& channel) {
 }
 
 int JSON_RPC_Channel_Map::remove(Channel_Type type, const Channel_ID& id) {
-  return allocating([&] {
-    const JSON_RPC_Fan_Out told;
-    ACE_WRITE_GUARD_RETURN(Lock, guard, lock_, -1);
-    map_[type].erase(id);
-    unregistered(type, id);
-    return 0;
-  });
+  const JSON_RPC_Fan_Out told;
+  ACE_WRITE_GUARD_RETURN(Lock, guard, lock_, -1);
+  const Type_ID_Map::iterator of_type = map_.find(type);
+  if (of_type != map_.end()) of_type->second.erase(id);
+  unregistered(type, id);
+  return 0;
 }
 
 int JSON_RPC_Channel_Map::remove(const JSON_RPC_Channel_var& channel) {
   if (channel.null()) return 0;
-  return allocating([&] {
-    const JSON_RPC_Fan_Out told;
-    ACE_WRITE_GUARD_RETURN(Lock, guard, lock_, -1);
-    const Channel_Type type = channel->type();
-    const Channel_ID id = channel->id();
-    ID_Channel_Map& of_type = map_[type];
-    const ID_Channel_Map::iterator it = of_type.find(id);
-    if (it == of_type.end() || it->second.unsafe_get() != channel.get()) return 0;
-    of_type.erase(it);
-    unregistered(type, id);
-    return 0;
-  });
+  const JSON_RPC_Fan_Out told;
+  ACE_WRITE_GUARD_RETURN(Lock, guard, lock_, -1);
+  const Type_ID_Map::iterator of_type = map_.find(channel->type());
+  if (of_type == map_.end()) return 0;
+  const ID_Channel_Map::iterator it = find(of_type->second, *channel);
+  if (it == of_type->second.end()) return 0;
+  const ID_Channel_Map::node_type entry = of_type->second.extract(it);
+  unregistered(of_type->first, entry.key());
+  return 0;
+}
+
+JSON_RPC_Channel_Map::ID_Channel_Map::iterator JSON_RPC_Channel_Map::find(
+    ID_Channel_Map& channels, const JSON_RPC_Channel& channel) {
+  const auto is_it = [&channel](const ID_Channel_Map::value_type& entry) {
+    return entry.second.unsafe_get() == &channel;
+  };
+  Channel_ID id;
+  // A channel that goes is unlisted also when there is no memory for its id.
+  if (!id_of(channel, id)) return std::find_if(channels.begin(), channels.end(), is_it);
+  const ID_Channel_Map::iterator it = channels.find(id);
+  return it != channels.end() && is_it(*it) ? it : channels.end();
 }
 
 int JSON_RPC_Channel_Map::remove(const Channel_Info& info) { return remove(info.type, info.id); }

@@ -53,6 +53,7 @@ public:
   int insert(const JSON_RPC_Channel_var& channel);
 
   /// Unregisters whatever stands there; announced even when nothing does.
+  /// Needs no memory, but for the announcement.
   /// Calls out: "channel.unregistered" is published under lock_ (write), in all three.
   int remove(Channel_Type type, const Channel_ID& id);
   /// Unregisters that very channel, under the type and id that it has now. Another one that was
@@ -83,6 +84,8 @@ public:
   int notify_channel_state(const Channel_ID& id, int type, const ACE_INET_Addr* addr);
 
 private:
+  /// The entry of that very channel, or the end. Requires lock_.
+  static ID_Channel_Map::iterator find(ID_Channel_Map& channels, const JSON_RPC_Channel& channel);
   /// Logs and publishes that a channel went. Requires lock_ (write), which keeps the announcements
   /// of one id in the order of their causes.
   void unregistered(Channel_Type type, const Channel_ID& id);

@@ -5,10 +5,10 @@
 #include "json_rpc/json_rpc_session.h"
 
 #include <ace/OS_NS_sys_time.h>
-#include <ace/OS_NS_time.h>
 
+#include <algorithm>
 #include <cerrno>
-#include <limits>
+#include <chrono>
 #include <new>
 #include <utility>
 
@@ -32,7 +32,7 @@ JSON_RPC_Request* new_request(JSON_RPC_Object_var& out) {
   return vexa::adopt(out, request) ? request : nullptr;
 }
 
-/// A handler for one answer, owned by `out`; null with errno ENOMEM. May throw std::bad_alloc.
+/// A handler for one answer, owned by `out`; null with errno ENOMEM.
 JSON_RPC_Future_Handler* new_future(JSON_RPC_Handler_var& out) {
   JSON_RPC_Future_Handler* const future = new (std::nothrow) JSON_RPC_Future_Handler;
   return vexa::adopt(out, future) ? future : nullptr;
@@ -50,17 +50,10 @@ bool sent(int send_result) {
   return false;
 }
 
-bool answered(JSON_RPC_Future_Handler& future, JSON_RPC_Object_var& result,
-              ACE_Time_Value* deadline) {
-  if (future.get(result, deadline) == 0) return true;
+bool answered(int get_result) {
+  if (get_result == 0) return true;
   VEXA_ERROR("Failed to get response, errno=%d, %m.\n", errno);
   return false;
-}
-
-/// The sum would overflow into the past.
-time_t add_or_max(time_t now, time_t seconds) {
-  const time_t max = std::numeric_limits<time_t>::max();
-  return seconds > max - now ? max : now + seconds;
 }
 
 }  // namespace
@@ -86,8 +79,7 @@ bool JSON_RPC_Session::request(const JSON_RPC_Object_var& req, JSON_RPC_Object_v
     const auto forget = vexa::on_exit([&id] { JSON_RPC_Response_Map::instance()->remove(id); });
     if (!sent(channel_->send(req))) return false;
     if (timeout > MAX_WAIT_TIME || timeout < 0) timeout = MAX_WAIT_TIME;
-    ACE_Time_Value deadline = ACE_OS::gettimeofday() + ACE_Time_Value(timeout);
-    return answered(*future, result, &deadline);
+    return answered(future->get_within(result, ACE_Time_Value(timeout)));
   } catch (const std::bad_alloc&) {
     errno = ENOMEM;
     return false;
@@ -108,8 +100,11 @@ bool JSON_RPC_Session::request(const char* method, JSON_Generator* params,
     if (!wait_for(id, handler)) return false;
     // Kept: whatever fails from here on leaves the id where it is.
     if (!sent(channel_->send(generator))) return false;
-    ACE_Time_Value deadline(add_or_max(ACE_OS::time(nullptr), timeout));
-    if (!answered(*future, result, timeout < 0 ? nullptr : &deadline)) return false;
+    // Kept: counted from the second that has begun.
+    const ACE_Time_Value limit(timeout, -static_cast<suseconds_t>(ACE_OS::gettimeofday().usec()));
+    if (!answered(timeout < 0 ? future->get(result, nullptr) : future->get_within(result, limit))) {
+      return false;
+    }
     JSON_RPC_Response_Map::instance()->remove(id);
     return true;
   } catch (const std::bad_alloc&) {
@@ -164,19 +159,50 @@ void JSON_RPC_Session::get_timeout_env(time_t& timeout) {
   timeout = text.empty() ? DEFAULT_REQ_TIMEOUT : natoi<long>(text.c_str());
 }
 
-JSON_RPC_Future_Handler::JSON_RPC_Future_Handler() = default;
+JSON_RPC_Future_Handler::JSON_RPC_Future_Handler() : object_(no_object) {}
 JSON_RPC_Future_Handler::~JSON_RPC_Future_Handler() = default;
 
 int JSON_RPC_Future_Handler::handle_object(JSON_RPC_Channel_ptr, JSON_RPC_Object_var obj) {
   const JSON_RPC_Object* const message = obj.get();
-  if (message != nullptr && (message->type == JSON_RPC_Object::TYPE_RESPONSE ||
-                             message->type == JSON_RPC_Object::TYPE_RESPONSE_ERROR)) {
-    return future_.set(obj) == -1 ? -1 : 0;
-  }
-  future_.set(no_object);
-  return -1;
+  const bool answer = message != nullptr && (message->type == JSON_RPC_Object::TYPE_RESPONSE ||
+                                             message->type == JSON_RPC_Object::TYPE_RESPONSE_ERROR);
+  set(answer ? obj : no_object);
+  return answer ? 0 : -1;
+}
+
+void JSON_RPC_Future_Handler::set(const JSON_RPC_Object_var& obj) {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  if (set_) return;
+  object_ = obj;
+  set_ = true;
+  came_.notify_all();
 }
 
 int JSON_RPC_Future_Handler::get(JSON_RPC_Object_var& result, ACE_Time_Value* abs_deadline) {
-  return future_.get(result, abs_deadline) == 0 ? 0 : -1;
+  if (abs_deadline != nullptr) {
+    return get_within(result, *abs_deadline - ACE_OS::gettimeofday());
+  }
+  {
+    std::unique_lock<std::mutex> guard(mutex_);
+    came_.wait(guard, [this] { return set_; });
+  }
+  result = object_;
+  return 0;
+}
+
+int JSON_RPC_Future_Handler::get_within(JSON_RPC_Object_var& result, const ACE_Time_Value& limit) {
+  // What the clock of waits can bear.
+  constexpr std::chrono::seconds most(std::chrono::hours(100 * 365 * 24));
+  const auto time = std::chrono::seconds(std::clamp<time_t>(limit.sec(), -1, most.count())) +
+                    std::chrono::microseconds(limit.usec());
+  {
+    std::unique_lock<std::mutex> guard(mutex_);
+    if (!came_.wait_for(guard, std::clamp<std::chrono::microseconds>(time, time.zero(), most),
+                        [this] { return set_; })) {
+      errno = ETIME;
+      return -1;
+    }
+  }
+  result = object_;
+  return 0;
 }

@@ -1,9 +1,10 @@
 #pragma once
 
-#include <ace/Future.h>
 #include <ace/Time_Value.h>
 
+#include <condition_variable>
 #include <ctime>
+#include <mutex>
 #include <string>
 
 #include "json_rpc/json_rpc_channel.h"
@@ -20,8 +21,8 @@
 /// send, ETIME when the time was over, ENOMEM when memory ran out. A session without a channel
 /// fails every call with a line at emergency priority.
 ///
-/// Any number of threads may use one session, as long as none calls reset(). Deadlines follow the
-/// wall clock. The response map must not be closed meanwhile.
+/// Any number of threads may use one session, as long as none calls reset(). A wall clock that is
+/// set makes no wait longer or shorter. The response map must not be closed meanwhile.
 class JSON_RPC_EXPORT JSON_RPC_Session {
 public:
   static constexpr time_t DEFAULT_REQ_TIMEOUT = 60;  ///< seconds
@@ -76,10 +77,10 @@ private:
 };
 
 /// Waits in the response map for the one answer that a thread sleeps for. handle_object() comes on
-/// the thread that read the answer, get() on the one that called.
+/// the thread that read the answer, get() on the one that called. Once it is made it needs no
+/// memory, so an answer that has come reaches its caller; ACE's future would lose it, or crash.
 class JSON_RPC_EXPORT JSON_RPC_Future_Handler : public JSON_RPC_Handler {
 public:
-  /// May throw std::bad_alloc.
   JSON_RPC_Future_Handler();
   ~JSON_RPC_Future_Handler() override;
 
@@ -87,11 +88,19 @@ public:
   /// result is -1. Only the first message counts; later ones are ignored with the same result.
   int handle_object(JSON_RPC_Channel_ptr channel, JSON_RPC_Object_var obj) override;
 
-  /// Blocks until there is a message, or the wall clock shows `abs_deadline`; without end when that
-  /// is null. 0, or -1 with errno ETIME, `result` untouched. A message that has come counts however
-  /// late it is.
+  /// Blocks until there is a message, or so much time has passed as lies between now and
+  /// `abs_deadline` on the wall clock; without end when that is null. 0, or -1 with errno ETIME,
+  /// `result` untouched. A message that has come counts however late it is.
   int get(JSON_RPC_Object_var& result, ACE_Time_Value* abs_deadline);
 
+  /// The same with the time to wait; of a negative one, no time.
+  int get_within(JSON_RPC_Object_var& result, const ACE_Time_Value& limit);
+
 private:
-  ACE_Future<JSON_RPC_Object_var> future_;
+  void set(const JSON_RPC_Object_var& obj);
+
+  std::mutex mutex_;              // a leaf
+  std::condition_variable came_;  // with mutex_; ended by handle_object(), or by the time
+  JSON_RPC_Object_var object_;    // guarded by mutex_ until it is set, then only read
+  bool set_ = false;              // guarded by mutex_
 };

@@ -28,7 +28,7 @@ std::unique_ptr<Thread_Pool_Helper> make_pool(std::size_t threads, const char* n
     std::unique_ptr<Thread_Pool_Helper> pool(new (std::nothrow) Thread_Pool_Helper(
         threads, name, THR_NEW_LWP | THR_JOINABLE | THR_INHERIT_SCHED, ACE_DEFAULT_THREAD_PRIORITY,
         own_io_priority, &no_waiting));
-    if (pool != nullptr && pool->msg_queue() != nullptr) return pool;
+    if (pool != nullptr) return pool;
   } catch (const std::bad_alloc&) {
   }
   errno = ENOMEM;

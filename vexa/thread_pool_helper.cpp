@@ -29,7 +29,8 @@ const Thread_Pool_Helper::task_type Thread_Pool_Helper::EMPTY;
 
 Thread_Pool_Helper::Thread_Pool_Helper(size_t threads, const char* name, long flags, long priority,
                                        int io_priority, ACE_Time_Value* timeout)
-    : _name(name != nullptr ? name : ""),
+    : ACE_Task_Ex(nullptr, &queue_),
+      _name(name != nullptr ? name : ""),
       _n_threads(threads),
       _flags(flags),
       _priority(priority),
@@ -37,7 +38,6 @@ Thread_Pool_Helper::Thread_Pool_Helper(size_t threads, const char* name, long fl
       _timeout(timeout) {}
 
 Thread_Pool_Helper::~Thread_Pool_Helper() {
-  if (msg_queue() == nullptr) return;
   msg_queue()->deactivate();
   ACE_Task_Base::wait();
   msg_queue()->activate();
@@ -84,7 +84,7 @@ int Thread_Pool_Helper::putq(task_type&& task, bool front) {
     return -1;
   }
   busy_.fetch_add(1, std::memory_order_relaxed);
-  const int result = enqueue(copy, front);
+  const int result = enqueue(copy, front, _timeout);
   if (result >= 1) return result;
 
   const int error = ACE_OS::last_error();
@@ -94,11 +94,43 @@ int Thread_Pool_Helper::putq(task_type&& task, bool front) {
   return result;
 }
 
-int Thread_Pool_Helper::enqueue(task_type* task, bool front) {
+int Thread_Pool_Helper::enqueue(const task_type* task, bool front, ACE_Time_Value* timeout) {
+  task_type* const item = const_cast<task_type*>(task);
   return handle_EINTR([&] {
-    return front ? msg_queue()->enqueue_head(task, _timeout)
-                 : msg_queue()->enqueue_tail(task, _timeout);
+    return front ? queue_.enqueue_head(item, timeout) : queue_.enqueue_tail(item, timeout);
   });
+}
+
+namespace {
+
+/// A block that stands for `task` in a queue; null with errno ENOMEM.
+ACE_Message_Block* block_of(std::function<void()>* task) {
+  ACE_Message_Block* const block =
+      new (std::nothrow) ACE_Message_Block(reinterpret_cast<char*>(task), sizeof *task);
+  if (block != nullptr && block->data_block() != nullptr) return block;
+  ACE_Message_Block::release(block);
+  errno = ENOMEM;
+  return nullptr;
+}
+
+int check(int result, ACE_Message_Block& block) {
+  if (result != -1) return result;
+  const int error = errno;
+  block.release();
+  errno = error;
+  return -1;
+}
+
+}  // namespace
+
+int Thread_Pool_Helper::Task_Queue::enqueue_head(task_type* task, ACE_Time_Value* timeout) {
+  ACE_Message_Block* const block = block_of(task);
+  return block == nullptr ? -1 : check(queue_.enqueue_head(block, timeout), *block);
+}
+
+int Thread_Pool_Helper::Task_Queue::enqueue_tail(task_type* task, ACE_Time_Value* timeout) {
+  ACE_Message_Block* const block = block_of(task);
+  return block == nullptr ? -1 : check(queue_.enqueue_tail(block, timeout), *block);
 }
 
 void Thread_Pool_Helper::finish(task_type* task) {
@@ -114,7 +146,8 @@ int Thread_Pool_Helper::svc() {
     const int left = handle_EINTR([&] { return getq(task); });
     if (left == -1 || task == nullptr) return 0;
     if (task == &EMPTY) {
-      handle_EINTR([&] { return ungetq(task); });
+      // Whoever is left must not wait for a marker that there was no memory for.
+      if (enqueue(&EMPTY, true, nullptr) == -1) msg_queue()->deactivate();
       return 0;
     }
     try {
@@ -137,9 +170,9 @@ int Thread_Pool_Helper::wait(bool discard_pending) {
   msg_queue()->high_water_mark(std::numeric_limits<size_t>::max());
   const auto restore = vexa::on_exit([&] { msg_queue()->high_water_mark(mark); });
 
-  task_type* const marker = const_cast<task_type*>(&EMPTY);
-  int result = handle_EINTR([&] { return msg_queue()->enqueue_tail(marker); });
+  int result = enqueue(&EMPTY, false, nullptr);
   if (result != -1) result = ACE_Task_Base::wait();
+  if (result != -1) msg_queue()->activate();
   clear();
   return result;
 }

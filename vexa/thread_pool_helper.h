@@ -27,7 +27,7 @@ public:
   /// @param io_priority a Linux I/O priority, already encoded; 0 leaves the workers' own
   /// @param timeout absolute limit of every enqueue, borrowed for the pool's life; null blocks, a
   ///        zero time never does
-  /// Threads start in activate(). A pool whose queue could not be allocated has a null msg_queue().
+  /// Threads start in activate().
   Thread_Pool_Helper(size_t threads, const char* name, long flags, long priority, int io_priority,
                      ACE_Time_Value* timeout);
   /// Waits for running tasks; those that still wait are dropped.
@@ -62,11 +62,21 @@ public:
   size_t busy() const { return busy_.load(std::memory_order_acquire); }
 
 private:
+  /// ACE's queue crashes when there is memory for a block but none for the description of what it
+  /// holds: here such a task is refused with ENOMEM.
+  class Task_Queue final
+      : public ACE_Message_Queue_Ex<task_type, ACE_MT_SYNCH, ACE_System_Time_Policy> {
+  public:
+    int enqueue_head(task_type* task, ACE_Time_Value* timeout) override;
+    int enqueue_tail(task_type* task, ACE_Time_Value* timeout) override;
+  };
+
   static const task_type EMPTY;  // its address in the queue ends the workers; never called
 
-  int enqueue(task_type* task, bool front);
+  int enqueue(const task_type* task, bool front, ACE_Time_Value* timeout);
   void finish(task_type* task);
 
+  Task_Queue queue_;  // has a lock of its own
   std::string _name;
   size_t _n_threads;
   long _flags;

@@ -1,12 +1,17 @@
 #include "json_rpc/json_rpc_session.h"
 
+#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <sys/syscall.h>
 #include <sys/time.h>
+#include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <future>
 #include <thread>
 
@@ -18,9 +23,13 @@ using ::testing::ElementsAre;
 
 namespace {
 
-/// Seconds that the wall clock is behind for whoever reads it. Waits are not fooled: a deadline
-/// that is fewer seconds ahead is over at once.
+/// Seconds that the wall clock is behind.
 std::atomic<time_t> clock_behind{0};
+
+/// Seconds that the clock of waits is ahead. While `skipping` is set on a thread its waits take no
+/// time: that clock jumps to their end.
+std::atomic<time_t> clock_ahead{0};
+thread_local bool skipping = false;
 
 /// A peer that is asked through either form of request().
 class Peer : public Fake_Channel {
@@ -54,12 +63,21 @@ enum Form { OBJECT, GENERATOR };
 class SessionTest : public JSON_RPC_Fixture {
 protected:
   ~SessionTest() override {
-    clock_behind = 0;
+    clock_behind = clock_ahead = 0;
     ::unsetenv("JSON_RPC_REQUEST_TIMEOUT");
   }
   bool request(Form form, time_t timeout) {
     if (form == GENERATOR) return session_.request("m", nullptr, result_, timeout);
     return session_.request(make_request("m", 7), result_, timeout);
+  }
+
+  /// How many seconds a request that nobody answers waits.
+  time_t waited(Form form, time_t timeout) {
+    clock_ahead = 0;
+    skipping = true;
+    EXPECT_FALSE(request(form, timeout));
+    skipping = false;
+    return clock_ahead;
   }
 
   JSON_RPC_Response_Map* const map_ =
@@ -119,6 +137,7 @@ TEST_F(SessionTest, FailedCallLeavesItsIdOnlyInTheGeneratorForm) {
 }
 
 TEST_F(SessionTest, OnlyTheObjectFormBoundsTheWait) {
+  constexpr time_t century = 100L * 365 * 24 * 3600;
   const std::pair<const char*, time_t> cases[] = {
       {"", 60}, {"45s", 45}, {"-5", -5}, {"3600", 3600}, {"99999999999999999999", INT64_MAX}};
   for (const auto& c : cases) {
@@ -127,18 +146,29 @@ TEST_F(SessionTest, OnlyTheObjectFormBoundsTheWait) {
     time_t timeout = 1;
     JSON_RPC_Session::get_timeout_env(timeout);
     EXPECT_EQ(c.second, timeout);
-    clock_behind = 1000;  // 600 seconds are over, 3600 are not
-    EXPECT_FALSE(request(OBJECT, 0));
-    EXPECT_FALSE(request(OBJECT, c.second));
-    if (timeout == 60 || timeout == 45) continue;
+    const time_t bounded = timeout > 600 || timeout < 0 ? 600 : timeout;
+    EXPECT_EQ(bounded, waited(OBJECT, 0));
+    EXPECT_EQ(bounded, waited(OBJECT, c.second));
+    if (timeout > 0) {
+      EXPECT_EQ(std::min(timeout, century), waited(GENERATOR, 0));
+      continue;
+    }
     std::future<int> reader;
     peer_->asked = [&](const Value& id) {
       reader = std::async(std::launch::async, answer, id, Value(1));
     };
-    EXPECT_TRUE(request(GENERATOR, 0));
-    clock_behind = 0;
-    EXPECT_TRUE(request(OBJECT, 0)) << "waits as well";
+    EXPECT_TRUE(request(GENERATOR, 0)) << "waits without end";
     peer_->asked = [](const Value&) {};
+  }
+}
+
+TEST_F(SessionTest, AWallClockThatIsSetChangesNoWait) {
+  for (const Form form : {OBJECT, GENERATOR}) {
+    for (const time_t set_back : {1000, -1000}) {
+      peer_->asked = [=](const Value&) { clock_behind = set_back; };
+      EXPECT_EQ(30, waited(form, 30));
+      clock_behind = 0;
+    }
   }
 }
 
@@ -194,8 +224,33 @@ TEST_F(SessionTest, AnswerAndDeadlineEndACallOnceBetweenThem) {
 
 }  // namespace
 
-extern "C" __attribute__((visibility("default"))) int gettimeofday(timeval* now, void*) noexcept {
+extern "C" {
+
+__attribute__((visibility("default"))) int gettimeofday(timeval* now, void*) noexcept {
   const int result = static_cast<int>(::syscall(SYS_gettimeofday, now, nullptr));
   now->tv_sec -= clock_behind;
   return result;
+}
+
+__attribute__((visibility("default"))) int clock_gettime(clockid_t clock, timespec* now) noexcept {
+  const int result = static_cast<int>(::syscall(SYS_clock_gettime, clock, now));
+  if (clock == CLOCK_REALTIME) now->tv_sec -= clock_behind;
+  if (clock == CLOCK_MONOTONIC) now->tv_sec += clock_ahead;
+  return result;
+}
+
+__attribute__((visibility("default"))) int pthread_cond_clockwait(pthread_cond_t* condition,
+                                                                  pthread_mutex_t* mutex,
+                                                                  clockid_t clock,
+                                                                  const timespec* end) {
+  typedef int (*Wait)(pthread_cond_t*, pthread_mutex_t*, clockid_t, const timespec*);
+  static const Wait wait = reinterpret_cast<Wait>(::dlsym(RTLD_NEXT, "pthread_cond_clockwait"));
+  timespec real = *end;
+  if (clock == CLOCK_MONOTONIC) real.tv_sec -= clock_ahead;
+  if (!skipping) return wait(condition, mutex, clock, &real);
+  timespec now;
+  ::clock_gettime(clock, &now);
+  clock_ahead += end->tv_sec - now.tv_sec + (end->tv_nsec > now.tv_nsec ? 1 : 0);
+  return ETIMEDOUT;
+}
 }

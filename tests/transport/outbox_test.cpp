@@ -21,7 +21,7 @@ typedef json_spirit::Value Value;
 Outbox::Result put(Outbox& outbox, Outbox::Kind kind, std::string_view text, const Value& id = 1,
                    bool* woken = nullptr) {
   bool wake;
-  const Outbox::Result result = outbox.put(kind, id, {}, text, nullptr, wake);
+  const Outbox::Result result = outbox.put(kind, id, {}, text, wake);
   if (woken != nullptr) *woken = wake;
   return result;
 }
