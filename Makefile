@@ -7,10 +7,12 @@ BENCH_PACKAGES := libbenchmark-dev libcurl4-openssl-dev valgrind python3
 CHECK_PACKAGES := clang-format clang-tidy
 FUZZ_PACKAGES  := clang libclang-rt-14-dev
 FUZZ_SECONDS   ?= 60
+SOAK_PACKAGES  := python3
+SOAK_SECONDS   ?= 60
 JOBS ?= $(shell nproc)
 
 .PHONY: help deps build run test test-peers check sanitize asan tsan fuzz bench \
-        bench-instructions format clean
+        bench-instructions soak format clean
 help:
 	@echo "make run       build everything and serve on tcp://127.0.0.1:7070"
 	@echo "make test      build and run the tests"
@@ -22,6 +24,7 @@ help:
 	@echo "make bench     the benchmarks, each beside its floor; the table is in build/bench.md"
 	@echo "make bench-instructions  instructions and allocations of a message; fails when they rise"
 	@echo "make fuzz      the fuzzers, FUZZ_SECONDS=60 each"
+	@echo "make soak      a hub and agents under load that are killed, SOAK_SECONDS=60; build/soak.md"
 	@echo "make format    format the sources"
 	@echo "make clean     remove build/"
 
@@ -75,6 +78,12 @@ bench-instructions:
 	@tools/configure release -DJSON_RPC_TESTS=ON -DJSON_RPC_BENCH=ON
 	@cmake --build --preset release --target count_request -j $(JOBS)
 	@bench/instructions --check
+
+soak:
+	@tools/install_packages $(BUILD_PACKAGES) $(TEST_PACKAGES) $(SOAK_PACKAGES)
+	@tools/configure release -DJSON_RPC_TESTS=ON
+	@cmake --build --preset release --target product change_wait -j $(JOBS)
+	@/usr/bin/python3 -B tests/soak/soak.py --seconds $(SOAK_SECONDS) $(SOAK_OPTIONS)
 
 format:
 	@tools/install_packages clang-format

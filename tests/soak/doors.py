@@ -1,0 +1,146 @@
+"""The ways into a host. A door opens lines; a line sends texts, and hands each text that comes to
+whoever opened it. A door of another transport joins by a class of this shape and a name in DOORS."""
+
+import asyncio
+
+
+class Line(asyncio.Protocol):
+    """One connection over a stream socket. Its owner has on_text(bytes) and on_closed()."""
+
+    def __init__(self, owner, framing):
+        self.owner = owner
+        self.framing = framing
+        self.transport = None
+        self.slow = 0.0  # seconds without reading after each piece that was read
+
+    def connection_made(self, transport):
+        self.transport = transport
+
+    def data_received(self, data):
+        for text in self.framing.texts(data):
+            self.owner.on_text(text)
+        if self.slow:
+            self.pause()
+            asyncio.get_running_loop().call_later(self.slow, self.resume)
+
+    def connection_lost(self, error):
+        self.owner.on_closed()
+
+    def send(self, text, pieces=()):
+        """Sends a text, cut at `pieces`."""
+        whole = self.framing.frame(text)
+        at = 0
+        for cut in pieces:
+            self.send_raw(whole[at : at + cut])
+            at += cut
+        self.send_raw(whole[at:])
+
+    def send_raw(self, data):
+        if not self.transport.is_closing():
+            self.transport.write(data)
+
+    def part_of(self, text, fraction):
+        """The beginning of what send() would send."""
+        whole = self.framing.frame(text)
+        return whole[: max(1, min(len(whole) - 2, int(len(whole) * fraction)))]
+
+    def pause(self):
+        if not self.transport.is_closing():
+            self.transport.pause_reading()
+
+    def resume(self):
+        if not self.transport.is_closing():
+            self.transport.resume_reading()
+
+    def end_output(self):
+        if self.transport.can_write_eof() and not self.transport.is_closing():
+            self.transport.write_eof()
+
+    def close(self):
+        self.transport.close()
+
+    def abort(self):
+        self.transport.abort()
+
+
+class LineFeeds:
+    """One text a line."""
+
+    def __init__(self):
+        self._begun = []
+
+    @staticmethod
+    def frame(text):
+        return text + b"\n"
+
+    def texts(self, data):
+        if b"\n" not in data:
+            self._begun.append(data)
+            return []
+        lines = b"".join([*self._begun, data]).split(b"\n")
+        last = lines.pop()
+        self._begun = [last] if last else []
+        return lines
+
+    def rest(self):
+        return b"".join(self._begun)
+
+
+class Headers:
+    """Content-Length before each text."""
+
+    def __init__(self):
+        self._begun = bytearray()
+
+    @staticmethod
+    def frame(text):
+        return b"Content-Length: %d\r\n\r\n" % len(text) + text
+
+    def texts(self, data):
+        self._begun += data
+        found = []
+        while True:
+            end = self._begun.find(b"\r\n\r\n", 0, 4096)
+            if end < 0:
+                return found
+            length = int(bytes(self._begun[:end]).split(b":")[1])
+            if len(self._begun) < end + 4 + length:
+                return found
+            found.append(bytes(self._begun[end + 4 : end + 4 + length]))
+            del self._begun[: end + 4 + length]
+
+    def rest(self):
+        return bytes(self._begun)
+
+
+class Door:
+    """A listener's URL with a framing."""
+
+    def __init__(self, url, framing):
+        self.url = url
+        self.framing = framing
+        self.name = f"{url.split('://')[0]}, {framing.__name__}"
+
+    async def open(self, owner):
+        """A line, or OSError."""
+        loop = asyncio.get_running_loop()
+
+        def make():
+            return Line(owner, self.framing())
+
+        if self.url.startswith("unix://"):
+            _, line = await loop.create_unix_connection(make, self.url[len("unix://") :])
+        else:
+            host, port = self.url[len("tcp://") :].rsplit(":", 1)
+            _, line = await loop.create_connection(make, host.strip("[]"), int(port))
+        return line
+
+
+DOORS = {"tcp": (LineFeeds, Headers), "unix": (LineFeeds, Headers)}
+
+
+def doors_of(urls):
+    """Every door that the listeners' URLs make."""
+    return [
+        Door(url, framing) for url in urls for framing in DOORS.get(url.split("://")[0], ())
+    ]
