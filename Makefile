@@ -3,7 +3,7 @@
 BUILD_PACKAGES := g++ cmake ninja-build libace-dev libace-ssl-dev libssl-dev \
                   libyajl-dev libboost-dev libcli11-dev libsystemd-dev
 TEST_PACKAGES  := libgtest-dev libgmock-dev openssl
-BENCH_PACKAGES := libbenchmark-dev libcurl4-openssl-dev valgrind python3
+BENCH_PACKAGES := libbenchmark-dev rapidjson-dev libcurl4-openssl-dev valgrind python3
 CHECK_PACKAGES := clang-format clang-tidy
 FUZZ_PACKAGES  := clang libclang-rt-14-dev
 FUZZ_SECONDS   ?= 60
@@ -76,7 +76,7 @@ bench:
 bench-instructions:
 	@tools/install_packages $(BUILD_PACKAGES) $(TEST_PACKAGES) $(BENCH_PACKAGES)
 	@tools/configure release -DJSON_RPC_TESTS=ON -DJSON_RPC_BENCH=ON
-	@cmake --build --preset release --target count_request -j $(JOBS)
+	@cmake --build --preset release --target count_path -j $(JOBS)
 	@bench/instructions --check
 
 soak:

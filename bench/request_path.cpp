@@ -1,14 +1,13 @@
 #include "bench/request_path.h"
 
 #include <yajl/yajl_gen.h>
-#include <yajl/yajl_parse.h>
 
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <new>
 
-#include "json_rpc/json_rpc_channel.h"
+#include "bench/bare_yajl.h"
+#include "bench/bench_channel.h"
+#include "bench/messages.h"
 #include "json_rpc/json_rpc_dispatcher.h"
 #include "json_rpc/json_rpc_handler.h"
 #include "json_rpc/json_rpc_reader.h"
@@ -47,8 +46,9 @@ private:
 };
 
 /// Writes what is sent into a buffer.
-class Buffer_Channel final : public JSON_RPC_Channel {
+class Buffer_Channel final : public Bench_Channel {
 public:
+  using Bench_Channel::send;
   int send(JSON_RPC_Object_var object) override {
     YAJL_String_Printer printer(sent);
     JSON_RPC_Writer writer;
@@ -56,67 +56,17 @@ public:
     sent += '\n';
     return 0;
   }
-  int send(JSON_Generator&) override { return -1; }
-  yajl_gen_t* send_begin() override { return nullptr; }
-  int send_end() override { return -1; }
-  int get_local_addr(ACE_Addr&) override { return -1; }
-  int get_remote_addr(ACE_Addr&) override { return -1; }
-  bool is_ssl() override { return false; }
-  HTTP_SOCK_State request_state() override { return HTTP_SOCK_STATE_CONNECTED; }
-  HTTP_SOCK_State response_state() override { return HTTP_SOCK_STATE_CONNECTED; }
 
   std::string sent;
 };
-
-int ignore(void*) { return 1; }
-int ignore_boolean(void*, int) { return 1; }
-int ignore_number(void*, const char*, size_t) { return 1; }
-int ignore_text(void*, const unsigned char*, size_t) { return 1; }
-const yajl_callbacks nothing = {ignore,        ignore_boolean, nullptr, nullptr,
-                                ignore_number, ignore_text,    ignore,  ignore_text,
-                                ignore,        ignore,         ignore};
 
 void string(yajl_gen gen, const char* text) {
   yajl_gen_string(gen, reinterpret_cast<const unsigned char*>(text), std::strlen(text));
 }
 
-[[noreturn]] void give_up(const char* what) {
-  std::fprintf(stderr, "the benchmark is broken: %s\n", what);
-  std::abort();
-}
-
 }  // namespace
 
 namespace request_path {
-
-std::string small_request() {
-  return R"({"jsonrpc":"2.0","method":"sum","params":[1,22,333,4444],"id":12345})";
-}
-
-std::string middle_request() {
-  std::string request = R"({"jsonrpc":"2.0","method":"sum","params":{)";
-  for (int i = 0; i < 20; ++i) {
-    char member[96];
-    std::snprintf(member, sizeof member, "%s\"member_%02d\":\"a text of some thirty characters\"",
-                  i == 0 ? "" : ",", i);
-    request += member;
-  }
-  return request + R"(},"id":12345})";
-}
-
-std::string large_request(unsigned int objects) {
-  std::string request = R"({"jsonrpc":"2.0","method":"sum","params":[)";
-  for (unsigned int i = 0; i < objects; ++i) {
-    char object[160];
-    std::snprintf(object, sizeof object,
-                  "%s{\"id\":%u,\"name\":\"item %u\",\"price\":%u.25,\"active\":%s,"
-                  "\"group\":\"tools\",\"stock\":%u,\"place\":[%u,%u]}",
-                  i == 0 ? "" : ",", 100'000 + i, i, i % 1000, i % 2 == 0 ? "true" : "false",
-                  i % 77, i % 13, i % 11);
-    request += object;
-  }
-  return request + R"(],"id":12345})";
-}
 
 void set_up() {
   JSON_RPC_Request_Map::instance()->insert("sum", "", new Sum_Handler, nullptr);
@@ -125,12 +75,7 @@ void set_up() {
 }
 
 std::size_t floor(const std::string& request) {
-  const yajl_handle parser = yajl_alloc(&nothing, nullptr, nullptr);
-  if (yajl_parse(parser, reinterpret_cast<const unsigned char*>(request.data()), request.size()) !=
-      yajl_status_ok) {
-    give_up("the floor cannot parse the request");
-  }
-  yajl_free(parser);
+  bare_yajl::parse(request, 0);
 
   const yajl_gen gen = yajl_gen_alloc(nullptr);
   yajl_gen_map_open(gen);

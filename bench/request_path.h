@@ -1,20 +1,12 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 
 /// The path that every request takes, in process and on one thread: bytes in, bytes out. Ours goes
 /// through reader, dispatcher, handler and writer; the floor parses with callbacks that do nothing
 /// and writes a fixed answer with yajl's generator, each message with new handles.
 namespace request_path {
-
-/// 68 bytes: an array of numbers to add.
-std::string small_request();
-
-/// An object of 20 members, about 1 KB.
-std::string middle_request();
-
-/// `objects` records of seven members, about 100 bytes each.
-std::string large_request(unsigned int objects);
 
 /// Registers the bench's handlers in the process's request map, once.
 void set_up();

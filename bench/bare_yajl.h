@@ -1,0 +1,40 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+/// yajl alone, as the floor of what is built on it.
+namespace bare_yajl {
+
+/// Parses `text` with callbacks that do nothing and a new handle, in pieces of `piece` bytes; 0:
+/// whole. The number of bytes.
+std::size_t parse(const std::string& text, std::size_t piece);
+
+/// What a text is made of, for generate().
+struct Event {
+  enum Kind {
+    NULL_VALUE,
+    BOOLEAN,
+    INTEGER,
+    REAL,
+    STRING,
+    MAP_OPEN,
+    MAP_CLOSE,
+    ARRAY_OPEN,
+    ARRAY_CLOSE
+  };
+  Kind kind;
+  std::int64_t integer;  ///< of a boolean as well
+  double real;
+  std::string string;  ///< of a key as well
+};
+typedef std::vector<Event> Events;
+
+Events events_of(const std::string& text);
+
+/// Writes the events with a new generator, which appends its text to `sink`. The sink's length.
+std::size_t generate(const Events& events, std::string& sink);
+
+}  // namespace bare_yajl
