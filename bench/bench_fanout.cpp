@@ -42,7 +42,7 @@ public:
     publish(sent);
     for (unsigned int complete = 0; complete < count;) {
       unsigned int news = 0;
-      for (const unsigned int key : poll_.wait()) news += receive(subscribers_[key]);
+      for (const unsigned int key : poll_.spin()) news += receive(subscribers_[key]);
       complete += news;
       const unsigned int more = std::min(news, count - sent);
       publish(more);

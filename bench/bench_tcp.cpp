@@ -45,7 +45,7 @@ public:
     left_ = requests;
     for (Caller& caller : callers_) send(caller, depth_);
     for (std::size_t waiting = requests; waiting > 0;) {
-      for (const unsigned int key : poll_.wait()) {
+      for (const unsigned int key : poll_.spin()) {
         const unsigned int answers = receive(callers_[key]);
         waiting -= answers;
         send(callers_[key], answers);

@@ -122,13 +122,26 @@ void Poll::add(int socket, unsigned int key) {
   if (::epoll_ctl(epoll_, EPOLL_CTL_ADD, socket, &event) != 0) fail("epoll_ctl");
 }
 
-const std::vector<unsigned int>& Poll::wait() {
+/// Whether one of them can be read.
+bool Poll::ask(int timeout) {
   std::array<epoll_event, 128> events;
-  int count;
-  while ((count = ::epoll_wait(epoll_, events.data(), events.size(), -1)) <= 0) {
-    if (errno != EINTR) fail("epoll_wait");
-  }
+  const int count = ::epoll_wait(epoll_, events.data(), events.size(), timeout);
+  if (count == -1 && errno != EINTR) fail("epoll_wait");
   ready_.clear();
   for (int i = 0; i < count; ++i) ready_.push_back(events[i].data.u32);
+  return count > 0;
+}
+
+const std::vector<unsigned int>& Poll::wait() {
+  while (!ask(-1)) {
+  }
   return ready_;
+}
+
+const std::vector<unsigned int>& Poll::spin() {
+  constexpr int patience = 200;  // tries: some fifty microseconds
+  for (int i = 0; i < patience; ++i) {
+    if (ask(0)) return ready_;
+  }
+  return wait();
 }

@@ -51,10 +51,15 @@ public:
   Poll& operator=(const Poll&) = delete;
 
   void add(int socket, unsigned int key);
-  /// The keys of the sockets that can be read, until the next call; waits for one.
+  /// The keys of the sockets that can be read, until the next call; sleeps until there is one.
   const std::vector<unsigned int>& wait();
+  /// The same, but asks a while before it sleeps, so that no server pays for waking its callers:
+  /// else the slower one would pay more often.
+  const std::vector<unsigned int>& spin();
 
 private:
+  bool ask(int timeout);
+
   const int epoll_;
   std::vector<unsigned int> ready_;
 };
