@@ -38,6 +38,7 @@ public:
 
   /// Whether nothing is pending.
   bool empty() const { return map_.empty(); }
+  std::size_t size() const { return map_.size(); }
 
   /// Answers all that is pending with error -32603, in the order in which it was forwarded, and
   /// forgets it. A requester that is gone costs an error line. Ids go on from the last one.

@@ -84,9 +84,8 @@ void Answer_Endpoint::pass_on() {
   Stream_Channel& requester = stream_of(channel);
   if (requester.framing() == Framing::HEADERS) return;
   bool wake;
-  const Outbox::Result result = state_ == HELD
-                                    ? requester.outbox().begin(text_, &id_, stream_, wake)
-                                    : requester.outbox().append(stream_, text_, wake);
+  const Outbox::Result result = state_ == HELD ? requester.begin_open(text_, &id_, stream_, wake)
+                                               : requester.outbox().append(stream_, text_, wake);
   if (result != Outbox::SENT) {
     requester.report_dropped(result, id_);
     return fail(errno);

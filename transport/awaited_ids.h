@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <unordered_map>
 #include <vector>
@@ -8,6 +9,12 @@
 
 namespace transport {
 
+/// What is counted of a request when it is answered.
+struct Awaited_Call {
+  std::size_t method = 0;  ///< index of the metrics
+  std::chrono::steady_clock::time_point arrived;
+};
+
 /// The ids of the requests of one channel that await an answer, and how many requests of each id,
 /// or others that answer for one, still exist. A peer that uses an id for several requests at once
 /// is owed as many answers; which of them an answer belongs to cannot be told, so they are counted.
@@ -15,10 +22,11 @@ namespace transport {
 class Awaited_Ids {
 public:
   /// A request with this id has come.
-  void add(const json_spirit::Value& id) {
+  void add(const json_spirit::Value& id, const Awaited_Call& call = Awaited_Call()) {
     Counts& counts = ids_[id];
     ++counts.awaited;
     ++counts.alive;
+    counts.call = call;
     ++awaited_;
   }
 
@@ -31,14 +39,16 @@ public:
     return true;
   }
 
-  /// An answer goes out; false when the id awaits none.
-  bool settle(const json_spirit::Value& id) {
+  /// An answer goes out: the request that came last with that id; null when it awaits none. Until
+  /// the next call.
+  const Awaited_Call* settle(const json_spirit::Value& id) {
     const auto it = ids_.find(id);
-    if (it == ids_.end() || it->second.awaited == 0) return false;
+    if (it == ids_.end() || it->second.awaited == 0) return nullptr;
+    settled_ = it->second.call;
     --it->second.awaited;
     --awaited_;
     erase_empty(it);
-    return true;
+    return &settled_;
   }
 
   /// A request with this id exists no longer; whether that leaves an answer which nobody will give.
@@ -70,6 +80,7 @@ private:
   struct Counts {
     std::size_t awaited = 0;
     std::size_t alive = 0;
+    Awaited_Call call;
   };
   typedef std::unordered_map<json_spirit::Value, Counts, json_spirit::value_hash> Map;
 
@@ -79,6 +90,7 @@ private:
 
   Map ids_;
   std::size_t awaited_ = 0;
+  Awaited_Call settled_;
 };
 
 }  // namespace transport

@@ -64,6 +64,7 @@ void Connection::begin(Stream_Channel::Type type, Framing framing, const Limits&
   std::unique_ptr<Stream_Channel> stream =
       std::make_unique<Stream_Channel>(limits, addresses_, weak_from_this());
   stream->tls(bytes_->is_tls());
+  stream->metrics(state_->metrics.get());
   channel_ = JSON_RPC_Channel_var(stream.get());
   stream_ = stream.release();
   weak_ = JSON_RPC_Channel_ptr(channel_);
@@ -95,6 +96,7 @@ void Connection::take_input(const error_code& error, std::size_t length) {
     return end_of_input();
   }
   if (lingering_) return read();
+  arrived(length);
   // What this wake-up answers leaves in one write at its end.
   stream_->outbox().attend();
   end_turn(consume(input_.data(), length) && (length < input_.size() || read_more()));
@@ -108,6 +110,11 @@ void Connection::end_turn(bool go_on) {
   if (go_on && !closed_) read();
 }
 
+void Connection::arrived(std::size_t bytes) {
+  state_->metrics->add(Metrics::BYTES_IN, slot_.listener(), bytes);
+  stream_->arrived(std::chrono::steady_clock::now());
+}
+
 /// Reads on what a full buffer promised, within this turn. False when reading is not to go on.
 bool Connection::read_more() {
   for (std::size_t turn = 0; turn < bytes_a_turn;) {
@@ -115,6 +122,7 @@ bool Connection::read_more() {
     const std::size_t length = bytes_->read_some(loop_->buffer(), Loop::buffer_size, error);
     // The next asynchronous read reports an error, after what came before it has been answered.
     if (error) return true;
+    arrived(length);
     if (!consume(loop_->buffer(), length)) return false;
     if (length < Loop::buffer_size) return true;
     turn += length;
@@ -193,6 +201,7 @@ bool Connection::write() {
   error_code error;
   const Output_Batch::Sent sent = batch_.write(*bytes_, error);
   last_write_ = Loop::now();
+  state_->metrics->add(Metrics::BYTES_OUT, slot_.listener(), sent.bytes);
   stream_->outbox().sent(sent.bytes, sent.answers);
   if (would_block(error)) {
     write_waits_ = true;

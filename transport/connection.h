@@ -118,6 +118,7 @@ protected:
 
 private:
   void take_input(const boost::system::error_code& error, std::size_t length);
+  void arrived(std::size_t bytes);
   bool read_more();
   void end_turn(bool go_on);
   void write_out();

@@ -196,6 +196,7 @@ void Inbound::deliver() {
   const JSON_RPC_Object_var* const message = reader_->message();
   if (message == nullptr) {
     if (!relaying()) return bad(JSON_RPC_INVALID_REQUEST);
+    channel_.count(Metrics::RELAYS_ENDED);
     bad_in_a_row_ = 0;
     relayed_much_ = size_ > Answer_Endpoint::held_most;
     return;
@@ -216,6 +217,7 @@ void Inbound::deliver() {
 /// for it learns that it will not come. Where nobody can tell whose answer it was, nothing that is
 /// awaited can be trusted to come.
 void Inbound::bad(int code) {
+  channel_.count(code == JSON_RPC_PARSE_ERROR ? Metrics::PARSE_FAILURES : Metrics::BAD_MESSAGES);
   if (relaying()) {
     // It may be the requester that failed, and has been let go: not this peer's fault.
     if (reader_->request_channel().null()) return reader_->close();
@@ -269,7 +271,10 @@ void Inbound::pass_on_relay() {
 }
 
 void Inbound::abandon_relay() {
-  with_relay([](Answer_Endpoint& endpoint) { endpoint.abandon(); });
+  with_relay([this](Answer_Endpoint& endpoint) {
+    channel_.count(Metrics::RELAYS_FAILED);
+    endpoint.abandon();
+  });
 }
 
 /// Nothing that follows can be made out, or is wanted.

@@ -61,16 +61,27 @@ bool Intake::busy() const {
 
 void Intake::message(const JSON_RPC_Object_var& object, std::size_t bytes) {
   if (object->type == JSON_RPC_Object::TYPE_NOTIFY) {
+    channel_.count(Metrics::NOTIFICATIONS_IN);
     if (is_made_up(*object) || !passes(*object)) return;
     if (parked()) return park(object, bytes);
   } else if (object->type == JSON_RPC_Object::TYPE_REQUEST) {
     const bool wait = parked() || busy();
-    channel_.outbox().await(object->id);
+    await(*object);
     static_cast<Owed_Request&>(*object).owe(debt_);
     if (wait && parked_full()) return refuse(object->id);
     if (wait) return park(object, bytes);
   }
   dispatch(object);
+}
+
+void Intake::await(const JSON_RPC_Object& request) {
+  Awaited_Call call;
+  if (Metrics* const metrics = channel_.metrics()) {
+    call.method = metrics->method(method_of(request));
+    call.arrived = channel_.arrived();
+    metrics->call(call.method);
+  }
+  channel_.outbox().await(request.id, call);
 }
 
 bool Intake::passes(const JSON_RPC_Object& call) const {
@@ -128,6 +139,7 @@ void Intake::dispatch(const JSON_RPC_Object_var& object) {
                  call ? method_of(*object).c_str() : "an answer",
                  static_cast<int>((end - begin) / std::chrono::milliseconds(1)));
   }
+  if (result == -1 && !call) channel_.count(Metrics::LATE_ANSWERS);
   if (result != -1 || !request) return;
   if (error == EWOULDBLOCK) {
     answer_error(object->id, server_busy, busy_text);

@@ -51,6 +51,7 @@ private:
   bool busy() const;
   void park(const JSON_RPC_Object_var& object, std::size_t bytes);
   void refuse(const json_spirit::Value& id);
+  void await(const JSON_RPC_Object& request);
   bool passes(const JSON_RPC_Object& call) const;
   void answer_error(const json_spirit::Value& id, int code, const char* message);
   void dispatch(const JSON_RPC_Object_var& object);

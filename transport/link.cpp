@@ -264,7 +264,10 @@ void Link::down(const std::string& reason) {
     ++wait_;
     VEXA_WARNING("Link %C is down: %C. The next attempt is in %u s.\n", endpoint_.url().c_str(),
                  reason.c_str(), seconds);
-    after(std::chrono::seconds(seconds), [](Link& self) { self.dial(); });
+    after(std::chrono::seconds(seconds), [](Link& self) {
+      self.state_->metrics->add(Metrics::LINK_RETRIES);
+      self.dial();
+    });
   } else {
     VEXA_WARNING("Link %C is down: %C.\n", endpoint_.url().c_str(), reason.c_str());
   }

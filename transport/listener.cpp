@@ -34,8 +34,9 @@ template <typename Protocol>
 class Listener_Of final : public Listener {
 public:
   Listener_Of(const Endpoint& endpoint, const Listen_Options& options, std::shared_ptr<Loop> loop,
-              std::shared_ptr<Server_State> state, Next_Loop next_loop)
-      : door_(options.door),
+              std::shared_ptr<Server_State> state, Next_Loop next_loop, std::size_t index)
+      : index_(index),
+        door_(options.door),
         tls_(options.tls),
         loop_(std::move(loop)),
         state_(std::move(state)),
@@ -108,6 +109,7 @@ private:
         VEXA_WARNING("Accepting pauses at %C: %B connections are open.\n", endpoint_.url().c_str(),
                      state_->limits.max_connections);
         paused_ = true;
+        state_->metrics->add(Metrics::REFUSED, index_);
         return;
       }
       if (target_ == nullptr) target_ = next_loop_();
@@ -131,6 +133,7 @@ private:
 
   void retry_later(const error_code& error) {
     VEXA_WARNING("Accepting pauses at %C: %C.\n", endpoint_.url().c_str(), error.message().c_str());
+    state_->metrics->add(Metrics::REFUSED, index_);
     timer_.expires_after(retry_after);
     timer_.async_wait([this](const error_code& e) {
       if (!e && acceptor_.is_open()) try_accept();
@@ -143,7 +146,7 @@ private:
     error_code error;
     socket.non_blocking(true, error);
     if (error) return;
-    Opened opened{loop, state_, Connection_Slot(state_), nullptr, addresses};
+    Opened opened{loop, state_, Connection_Slot(state_, index_), nullptr, addresses};
     asio::post(loop->context(), [door = door_, tls = tls_, opened = std::move(opened),
                                  plain = Socket_Stream::Socket(std::move(socket))]() mutable {
       serve(door, tls, std::move(plain), std::move(opened));
@@ -163,6 +166,7 @@ private:
     ::unlink(endpoint_.path.c_str());
   }
 
+  const std::size_t index_;  // of the metrics
   const std::shared_ptr<Door> door_;
   const std::shared_ptr<Tls_Server> tls_;
   const std::shared_ptr<Loop> loop_;
@@ -200,13 +204,14 @@ std::unique_ptr<Listener> finish(std::unique_ptr<Listener_Of<Protocol>> listener
 std::unique_ptr<Listener> open_listener(const Listen_Options& options,
                                         const std::shared_ptr<Loop>& loop,
                                         const std::shared_ptr<Server_State>& state,
-                                        Listener::Next_Loop next_loop, std::string& error) {
+                                        Listener::Next_Loop next_loop, std::size_t index,
+                                        std::string& error) {
   Endpoint endpoint;
   if (!Endpoint::parse(options.url, Endpoint::DOORS, endpoint, error)) return nullptr;
   if (endpoint.kind == Endpoint::UNIX) {
     remove_stale(endpoint.path);
     return finish<unix_stream>(std::make_unique<Listener_Of<unix_stream>>(
-                                   endpoint, options, loop, state, std::move(next_loop)),
+                                   endpoint, options, loop, state, std::move(next_loop), index),
                                unix_stream::endpoint(endpoint.path), error);
   }
   error_code code;
@@ -217,8 +222,8 @@ std::unique_ptr<Listener> open_listener(const Listen_Options& options,
     error = code.message();
     return nullptr;
   }
-  auto listener =
-      std::make_unique<Listener_Of<tcp>>(endpoint, options, loop, state, std::move(next_loop));
+  auto listener = std::make_unique<Listener_Of<tcp>>(endpoint, options, loop, state,
+                                                     std::move(next_loop), index);
   Listener_Of<tcp>* const opened = listener.get();
   std::unique_ptr<Listener> result =
       finish<tcp>(std::move(listener), found.begin()->endpoint(), error);

@@ -35,10 +35,11 @@ protected:
   Endpoint endpoint_;
 };
 
-/// Opens a listener; null with a reason in `error`.
+/// Opens a listener, which counts as number `index`; null with a reason in `error`.
 std::unique_ptr<Listener> open_listener(const Listen_Options& options,
                                         const std::shared_ptr<Loop>& loop,
                                         const std::shared_ptr<Server_State>& state,
-                                        Listener::Next_Loop next_loop, std::string& error);
+                                        Listener::Next_Loop next_loop, std::size_t index,
+                                        std::string& error);
 
 }  // namespace transport

@@ -3,6 +3,8 @@
 #include <pthread.h>
 #include <time.h>
 
+#include <utility>
+
 #include "transport/loop_thread.h"
 #include "vexa/exception_text.h"
 #include "vexa/log.h"
@@ -18,7 +20,8 @@ Loop::Loop(std::chrono::milliseconds period)
 
 Loop::~Loop() { stop(); }
 
-void Loop::start() {
+void Loop::start(std::function<void()> after_tick) {
+  after_tick_ = std::move(after_tick);
   arm();
   thread_ = std::thread([this] {
     pthread_setname_np(pthread_self(), "JSONRPCLoop");
@@ -54,6 +57,7 @@ void Loop::arm() {
     arm();  // first: what follows may run out of memory
     const Loop_Time time = now();
     for (const std::shared_ptr<Loop_Member>& member : members()) member->tick(time);
+    if (after_tick_) after_tick_();
   });
 }
 

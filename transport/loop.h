@@ -4,6 +4,7 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <thread>
 #include <unordered_map>
@@ -36,7 +37,8 @@ public:
 
   boost::asio::io_context& context() { return context_; }
 
-  void start();
+  /// `after_tick` is called after each round of ticks, on the loop's thread.
+  void start(std::function<void()> after_tick = nullptr);
   /// Ends the thread, after the handler that runs, and then what its members had pending. From
   /// another thread.
   void stop();
@@ -60,6 +62,7 @@ private:
   boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work_;
   boost::asio::steady_timer timer_;
   const std::chrono::milliseconds period_;
+  std::function<void()> after_tick_;  // set by start()
   std::unique_ptr<char[]> buffer_;
   std::unordered_map<Loop_Member*, std::shared_ptr<Loop_Member>> members_;
   std::thread thread_;

@@ -21,9 +21,9 @@ void Outbox::framing(Framing framing) {
   framing_ = framing;
 }
 
-std::size_t Outbox::await(const json_spirit::Value& id) {
+std::size_t Outbox::await(const json_spirit::Value& id, const Awaited_Call& call) {
   const std::lock_guard<std::mutex> guard(mutex_);
-  awaited_.add(id);
+  awaited_.add(id, call);
   return awaited_.size();
 }
 
@@ -43,6 +43,13 @@ Outbox::Result Outbox::admit(Kind kind, std::size_t bytes) {
   if (framing_ == Framing::BODIES && (kind == CALL || kind == NOTICE)) return UNSUPPORTED;
   if (kind != ANSWER && unsent_ > 0 && unsent_ + bytes > max_queue_) return OVERFLOW;
   return SENT;
+}
+
+/// Requires mutex_.
+bool Outbox::settle(const json_spirit::Value& id, Awaited_Call* settled) {
+  const Awaited_Call* const call = awaited_.settle(id);
+  if (call != nullptr && settled != nullptr) *settled = *call;
+  return call != nullptr;
 }
 
 /// Requires mutex_.
@@ -68,13 +75,14 @@ void Outbox::count(Output_Piece& piece, std::size_t bytes, bool answer) {
 }
 
 Outbox::Result Outbox::put(Kind kind, const json_spirit::Value& id, std::string_view head,
-                           std::string_view body, const Shared_Text& shared, bool& wake) {
+                           std::string_view body, const Shared_Text& shared, bool& wake,
+                           Awaited_Call* settled) {
   wake = false;
   const std::lock_guard<std::mutex> guard(mutex_);
   const std::string_view text = shared ? std::string_view(*shared) : body;
   const Result admitted = admit(kind, head.size() + text.size());
   if (admitted != SENT) return admitted;
-  if (kind == ANSWER && !awaited_.settle(id)) return NOT_AWAITED;
+  if (kind == ANSWER && !settle(id, settled)) return NOT_AWAITED;
   const bool answer = kind == ANSWER || kind == COMPLAINT;
   if (!head.empty()) add(head, answer);
   if (shared && text.size() > copied_text) {
@@ -88,12 +96,12 @@ Outbox::Result Outbox::put(Kind kind, const json_spirit::Value& id, std::string_
 }
 
 Outbox::Result Outbox::begin(std::string_view text, const json_spirit::Value* answered,
-                             std::uint64_t& stream, bool& wake) {
+                             std::uint64_t& stream, bool& wake, Awaited_Call* settled) {
   wake = false;
   const std::lock_guard<std::mutex> guard(mutex_);
   if (closed_) return CLOSED;
   if (framing_ == Framing::BODIES && answered == nullptr) return UNSUPPORTED;
-  if (answered != nullptr && !awaited_.settle(*answered)) return NOT_AWAITED;
+  if (answered != nullptr && !settle(*answered, settled)) return NOT_AWAITED;
   stream = ++last_stream_;
   line_.push_back({std::string(text), Shared_Text(), 0, stream, answered != nullptr});
   count(line_.back(), text.size(), line_.back().answer);

@@ -60,7 +60,7 @@ public:
   void framing(Framing framing);
 
   /// A request with this id was read and is owed an answer. Gives the number of those.
-  std::size_t await(const json_spirit::Value& id);
+  std::size_t await(const json_spirit::Value& id, const Awaited_Call& call = Awaited_Call());
 
   /// A request with this id that was awaited exists no longer. Whether an answer is missing, which
   /// is then the caller's to put in.
@@ -71,14 +71,15 @@ public:
   bool share(const json_spirit::Value& id);
 
   /// Puts a whole message in: `head` and then `body`, or `shared` where it is not null. An answer
-  /// settles its id in the same step, so that the peer is owed nothing only when the line has it.
+  /// settles its id in the same step, so that the peer is owed nothing only when the line has it;
+  /// `settled`, unless it is null, is then the request.
   Result put(Kind kind, const json_spirit::Value& id, std::string_view head, std::string_view body,
-             const Shared_Text& shared, bool& wake);
+             const Shared_Text& shared, bool& wake, Awaited_Call* settled = nullptr);
 
   /// Begins an open message at the end of the line: `stream` names it for the calls below. A
-  /// response settles its `answered` id (else null).
+  /// response settles its `answered` id (else null), and `settled` is as with put().
   Result begin(std::string_view text, const json_spirit::Value* answered, std::uint64_t& stream,
-               bool& wake);
+               bool& wake, Awaited_Call* settled = nullptr);
   Result append(std::uint64_t stream, std::string_view text, bool& wake);
   Result end(std::uint64_t stream, std::string_view text, bool& wake);
   /// `text`, a whole message, takes the place of an open one that will not be completed: while none
@@ -139,6 +140,7 @@ private:
   Result admit(Kind kind, std::size_t bytes);
   void add(std::string_view text, bool answer);
   void count(Output_Piece& piece, std::size_t bytes, bool answer);
+  bool settle(const json_spirit::Value& id, Awaited_Call* settled);
   bool must_wake();
   Output_Piece* find(std::uint64_t stream);
   std::size_t unsent_up_to(std::uint64_t stream) const;

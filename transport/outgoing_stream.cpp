@@ -64,7 +64,7 @@ void Outgoing_Stream::enter_line() {
   if (answer && !envelope_.known()) return;
   bool wake;
   const Outbox::Result result =
-      channel_.outbox().begin(text_, answer ? &envelope_.id() : nullptr, stream_, wake);
+      channel_.begin_open(text_, answer ? &envelope_.id() : nullptr, stream_, wake);
   if (result != Outbox::SENT) {
     channel_.report_dropped(result, envelope_.id());
     return fail(errno);

@@ -85,14 +85,7 @@ struct Server::Impl : std::enable_shared_from_this<Server::Impl> {
            std::size_t& sum) const {
     sum = 0;
     for (const auto& loop : loops) {
-      std::future<std::size_t> count = ask(*loop, [loop, part] {
-        std::size_t of_loop = 0;
-        for (const auto& member : loop->members()) {
-          const auto* const connection = dynamic_cast<const Connection*>(member.get());
-          if (connection != nullptr) of_loop += (connection->*part)();
-        }
-        return of_loop;
-      });
+      std::future<std::size_t> count = ask(*loop, [loop, part] { return of_members(*loop, part); });
       if (!answered(count, deadline)) return false;
       sum += count.get();
     }
@@ -120,6 +113,26 @@ struct Server::Impl : std::enable_shared_from_this<Server::Impl> {
     while (!done() && Clock::now() < deadline) std::this_thread::sleep_for(poll_period);
   }
 
+  /// Each loop notes after its ticks what its connections have to do.
+  void start_loops() {
+    for (const auto& loop : loops) {
+      figures.push_back(std::make_shared<Server_State::Figures>());
+      loop->start([loop = loop.get(), figures = figures.back()] {
+        figures->owed = of_members(*loop, &Connection::owed);
+        figures->unsent = of_members(*loop, &Connection::unsent);
+      });
+    }
+  }
+
+  static std::size_t of_members(const Loop& loop, std::size_t (Connection::*part)() const) {
+    std::size_t sum = 0;
+    for (const auto& member : loop.members()) {
+      const auto* const connection = dynamic_cast<const Connection*>(member.get());
+      if (connection != nullptr) sum += (connection->*part)();
+    }
+    return sum;
+  }
+
   void stop_loops() {
     accept_loop->stop();
     for (const auto& loop : loops) loop->stop();
@@ -131,8 +144,9 @@ struct Server::Impl : std::enable_shared_from_this<Server::Impl> {
   std::vector<std::shared_ptr<Loop>> loops;
   // Until start() and after stop() the owner's, in between the accepting loop's.
   std::vector<std::unique_ptr<Listener>> listeners;
-  std::vector<std::shared_ptr<Link>> links;  // the owner's
-  std::size_t next = 0;                      // until start() the owner's, then the accepting loop's
+  std::vector<std::shared_ptr<Server_State::Figures>> figures;  // of the loops; set by start()
+  std::vector<std::shared_ptr<Link>> links;                     // the owner's
+  std::size_t next = 0;  // until start() the owner's, then the accepting loop's
   bool running = false;
 };
 
@@ -153,7 +167,7 @@ int Server::listen(const std::string& url, std::string& bound, std::string& erro
 int Server::listen(const Listen_Options& options, std::string& bound, std::string& error) {
   std::unique_ptr<Listener> listener = open_listener(
       options, impl_->accept_loop, impl_->state, [impl = impl_.get()] { return impl->next_loop(); },
-      error);
+      impl_->listeners.size(), error);
   if (listener == nullptr) return -1;
   bound = listener->endpoint().url();
   impl_->listeners.push_back(std::move(listener));
@@ -172,10 +186,13 @@ int Server::connect(const std::string& url, const Link_Options& options,
 }
 
 void Server::start() {
+  std::vector<std::string> urls;
+  for (const auto& listener : impl_->listeners) urls.push_back(listener->endpoint().url());
+  impl_->state->metrics = std::make_unique<Metrics>(Metrics::registered_methods(), urls);
   for (const auto& listener : impl_->listeners) listener->start();
   impl_->accept_loop->start();
   for (const auto& link : impl_->links) link->start();
-  for (const auto& loop : impl_->loops) loop->start();
+  impl_->start_loops();
   impl_->running = true;
 }
 
@@ -218,6 +235,26 @@ std::size_t Server::owed() const {
   std::size_t owed = 0;
   impl_->sum(&Connection::owed, Clock::time_point::max(), owed);
   return owed;
+}
+
+Server::Load Server::load() const {
+  Load load;
+  for (const auto& figures : impl_->figures) {
+    load.owed += figures->owed;
+    load.unsent += figures->unsent;
+  }
+  return load;
+}
+
+const Metrics& Server::metrics() const { return *impl_->state->metrics; }
+
+bool Server::alive(std::chrono::milliseconds timeout) const {
+  const Clock::time_point deadline = Clock::now() + timeout;
+  std::vector<std::future<void>> answers;
+  answers.push_back(ask(*impl_->accept_loop, [] {}));
+  for (const auto& loop : impl_->loops) answers.push_back(ask(*loop, [] {}));
+  return std::all_of(answers.begin(), answers.end(),
+                     [=](std::future<void>& answer) { return answered(answer, deadline); });
 }
 
 std::size_t Server::unsent() const {

@@ -9,6 +9,7 @@
 #include "transport/door.h"
 #include "transport/limits.h"
 #include "transport/link_options.h"
+#include "transport/metrics.h"
 #include "transport/transport_export.h"
 
 namespace transport {
@@ -61,6 +62,20 @@ public:
   std::size_t owed() const;
   /// Bytes, over all channels, that wait to be handed to the system. While it runs.
   std::size_t unsent() const;
+
+  /// The two as of the loops' last ticks, at most a second ago. Any thread, a loop's too, from
+  /// start() on.
+  struct Load {
+    std::size_t owed = 0;
+    std::size_t unsent = 0;
+  };
+  Load load() const;
+
+  /// Counters. Any thread, from start() on.
+  const Metrics& metrics() const;
+
+  /// Whether every loop answers within `timeout`. Any thread that is no loop's, while it runs.
+  bool alive(std::chrono::milliseconds timeout) const;
 
 private:
   struct Impl;

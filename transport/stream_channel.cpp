@@ -74,6 +74,11 @@ Outbox::Kind kind_of(const JSON_RPC_Object& obj) {
   return obj.type == JSON_RPC_Object::TYPE_NOTIFY ? Outbox::NOTICE : Outbox::CALL;
 }
 
+int code_of(const JSON_RPC_Object& obj) {
+  if (obj.type != JSON_RPC_Object::TYPE_RESPONSE_ERROR) return 0;
+  return static_cast<int>(static_cast<const JSON_RPC_Response_Error&>(obj).code);
+}
+
 JSON_RPC_Response_Error error_response(const json_spirit::Value& id, int code,
                                        const char* message) {
   JSON_RPC_Response_Error error;
@@ -146,7 +151,7 @@ int Stream_Channel::send_object(const JSON_RPC_Object& obj) {
   std::string& text = scratch();
   if (serialise(obj, text)) {
     if (obj.type == JSON_RPC_Object::TYPE_REQUEST) return send_call(obj.id, text);
-    return put(kind_of(obj), obj.id, text);
+    return put(kind_of(obj), obj.id, text, code_of(obj));
   }
   VEXA_ERROR(
       "Refused to send a message with a value that cannot be written: too deep, or a number "
@@ -181,30 +186,41 @@ int Stream_Channel::send_prepared(JSON_RPC_Fan_Out& fan_out, const JSON_RPC_Obje
 
 /// Puts a message's text, line feed included, in the line.
 Outbox::Result Stream_Channel::put_text(Outbox::Kind kind, const json_spirit::Value& id,
-                                        std::string_view text, bool& wake_loop) {
+                                        std::string_view text, int code, bool& wake_loop) {
   char head[48];
   std::size_t head_length = 0;
   if (framing_ == Framing::HEADERS) {
     if (!text.empty() && text.back() == '\n') text.remove_suffix(1);
     head_length = std::snprintf(head, sizeof head, "Content-Length: %zu\r\n\r\n", text.size());
   }
-  return outbox_.put(kind, id, std::string_view(head, head_length), text, nullptr, wake_loop);
+  Awaited_Call call;
+  const Outbox::Result result =
+      outbox_.put(kind, id, std::string_view(head, head_length), text, nullptr, wake_loop, &call);
+  if (result == Outbox::SENT && kind == Outbox::ANSWER) count_answer(call, code);
+  return result;
 }
 
-int Stream_Channel::put(Outbox::Kind kind, const json_spirit::Value& id, std::string_view text) {
+void Stream_Channel::count_answer(const Awaited_Call& call, int code) {
+  if (metrics_ == nullptr) return;
+  metrics_->answered(call.method, code, std::chrono::steady_clock::now() - call.arrived);
+}
+
+int Stream_Channel::put(Outbox::Kind kind, const json_spirit::Value& id, std::string_view text,
+                        int code) {
   bool wake_loop;
-  const Outbox::Result result = put_text(kind, id, text, wake_loop);
+  const Outbox::Result result = put_text(kind, id, text, code, wake_loop);
   return conclude(kind, id, result, wake_loop);
 }
 
 int Stream_Channel::conclude(Outbox::Kind kind, const json_spirit::Value& id, Outbox::Result result,
                              bool wake_loop) {
   if (result == Outbox::SENT) {
+    if (kind == Outbox::NOTICE) count(Metrics::NOTIFICATIONS_OUT);
     if (wake_loop) wake();
     return 0;
   }
   if (result == Outbox::OVERFLOW && kind == Outbox::NOTICE) {
-    close_soon("it does not take its notifications");
+    if (close_soon("it does not take its notifications")) count(Metrics::NOTIFICATION_OVERRUNS);
   } else if (result == Outbox::OVERFLOW && kind == Outbox::COMPLAINT) {
     close_soon("it sends bad messages and does not take the errors");
   }
@@ -216,6 +232,7 @@ int Stream_Channel::conclude(Outbox::Kind kind, const json_spirit::Value& id, Ou
 void Stream_Channel::report_dropped(Outbox::Result result, const json_spirit::Value& id) {
   switch (result) {
     case Outbox::NOT_AWAITED:
+      count(Metrics::DROPPED_ANSWERS);
       VEXA_WARNING("Dropped an answer to id %C of channel %C, which awaits none.\n",
                    JSON_RPC_Id(id).c_str(), this->id().c_str());
       errno = EINVAL;
@@ -242,7 +259,7 @@ bool Stream_Channel::answer_error(const json_spirit::Value& id, int code, const 
     std::string& text = scratch();
     if (!serialise(error_response(id, code, message), text)) return -1;
     bool wake_loop;
-    const Outbox::Result result = put_text(Outbox::ANSWER, id, text, wake_loop);
+    const Outbox::Result result = put_text(Outbox::ANSWER, id, text, code, wake_loop);
     answered = result == Outbox::SENT;
     if (answered && wake_loop) wake();
     return 0;
@@ -253,8 +270,10 @@ bool Stream_Channel::answer_error(const json_spirit::Value& id, int code, const 
 void Stream_Channel::complain(const json_spirit::Value& id, int code, const char* message) {
   guarded([&] {
     std::string& text = scratch();
-    return serialise(error_response(id, code, message), text) ? put(Outbox::COMPLAINT, id, text)
-                                                              : -1;
+    if (!serialise(error_response(id, code, message), text)) return -1;
+    const int result = put(Outbox::COMPLAINT, id, text);
+    if (result == 0 && metrics_ != nullptr) metrics_->complained(code);
+    return result;
   });
 }
 
@@ -409,6 +428,7 @@ int Stream_Channel::forward(JSON_RPC_Channel_ptr requester, JSON_RPC_Object_var 
   const int forward_id = put_forward_entry(requester, obj->id);
   if (forward_id == -1) return -1;
   const int result = guarded([&] { return send_under(*obj, forward_id); });
+  if (result == 0) count(Metrics::RELAYS_BEGUN);
   if (result == 0) return 0;
   const int error = errno;
   return drop_forward_entry(forward_id) ? fail(error) : 0;
@@ -424,7 +444,10 @@ int Stream_Channel::send_under(JSON_RPC_Object& obj, int forward_id) {
 }
 
 int Stream_Channel::answered(const JSON_RPC_Object_var& response) {
-  if (answer_forwarded(response)) return 0;
+  if (answer_forwarded(response)) {
+    count(Metrics::RELAYS_ENDED);
+    return 0;
+  }
   Sent_Calls::Kind kind = Sent_Calls::OBJECT;
   calls_.take(response->id, kind);
   return call_answered(response, kind);
@@ -441,6 +464,7 @@ int Stream_Channel::call_answered(const JSON_RPC_Object_var& response, Sent_Call
 bool Stream_Channel::fail_answer(const json_spirit::Value& id, bool answer) {
   guarded([&] {
     if (answer_forwarded(internal_error(id, JSON_RPC_Forward_Map::CLOSED))) {
+      count(Metrics::RELAYS_FAILED);
       answer = true;
       return 0;
     }
@@ -474,6 +498,15 @@ bool Stream_Channel::awaits_answers() const {
   if (!calls_.empty()) return true;
   const std::lock_guard<std::mutex> guard(forward_mutex_);
   return forwards_ != nullptr && !forwards_->empty();
+}
+
+/// An open message enters the line. An answer counts from then on, as a result.
+Outbox::Result Stream_Channel::begin_open(std::string_view text, const json_spirit::Value* answered,
+                                          std::uint64_t& stream, bool& wake_loop) {
+  Awaited_Call call;
+  const Outbox::Result result = outbox_.begin(text, answered, stream, wake_loop, &call);
+  if (result == Outbox::SENT && answered != nullptr) count_answer(call, 0);
+  return result;
 }
 
 /// An open message will not be completed.
@@ -528,9 +561,10 @@ void Stream_Channel::wake() {
   if (const std::shared_ptr<Wire> wire = wire_.lock()) wire->wake();
 }
 
-void Stream_Channel::close_soon(const char* reason) {
-  if (closing_.exchange(true)) return;
+bool Stream_Channel::close_soon(const char* reason) {
+  if (closing_.exchange(true)) return false;
   if (const std::shared_ptr<Wire> wire = wire_.lock()) wire->close_soon(reason);
+  return true;
 }
 
 void Stream_Channel::no_more_answers() {
@@ -540,7 +574,9 @@ void Stream_Channel::no_more_answers() {
     const std::lock_guard<std::mutex> guard(forward_mutex_);
     forwards = std::move(forwards_);
   }
-  if (forwards != nullptr) forwards->clear();
+  if (forwards == nullptr) return;
+  count(Metrics::RELAYS_FAILED, forwards->size());
+  forwards->clear();
 }
 
 void Stream_Channel::closed() {

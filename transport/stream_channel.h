@@ -3,6 +3,7 @@
 #include <ace/INET_Addr.h>
 
 #include <atomic>
+#include <chrono>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -17,6 +18,7 @@
 #include "json_spirit/json_spirit_value.h"
 #include "transport/framing.h"
 #include "transport/limits.h"
+#include "transport/metrics.h"
 #include "transport/outbox.h"
 #include "transport/sent_calls.h"
 #include "transport/transport_export.h"
@@ -97,6 +99,18 @@ public:
   /// An error under `id`, null where none was read, for text that is no message.
   void complain(const json_spirit::Value& id, int code, const char* message = nullptr);
 
+  /// Where what this channel does is counted; null: nowhere. Before it is shared.
+  void metrics(Metrics* metrics) { metrics_ = metrics; }
+  Metrics* metrics() const { return metrics_; }
+  void count(Metrics::Counter counter, std::uint64_t n = 1) {
+    if (metrics_ != nullptr) metrics_->add(counter, n);
+  }
+  /// When what is being read arrived. The loop's.
+  void arrived(std::chrono::steady_clock::time_point time) { arrived_ = time; }
+  std::chrono::steady_clock::time_point arrived() const { return arrived_; }
+  /// An answer has been put in the line. `code` is 0 for a result.
+  void count_answer(const Awaited_Call& call, int code);
+
   void framing(Framing framing);
   Framing framing() const { return framing_; }
   const Limits& limits() const { return limits_; }
@@ -121,8 +135,8 @@ public:
   /// more comes; `source` is then resumed. On the channel's loop.
   bool last_requester_waits(const std::weak_ptr<Wire>& source);
 
-  /// Asks the loop to close the connection.
-  void close_soon(const char* reason);
+  /// Asks the loop to close the connection; false when that was asked before.
+  bool close_soon(const char* reason);
   /// The connection has gone: nothing can be sent any more, whoever waits to send gives up, and
   /// calls and forwarded requests end with -32603. On the channel's loop.
   void closed();
@@ -143,14 +157,16 @@ private:
   bool drop_forward_entry(int forward_id);
   int call_answered(const JSON_RPC_Object_var& response, Sent_Calls::Kind kind);
   bool answer_forwarded(const JSON_RPC_Object_var& response);
+  Outbox::Result begin_open(std::string_view text, const json_spirit::Value* answered,
+                            std::uint64_t& stream, bool& wake_loop);
   void break_off(std::uint64_t stream, const json_spirit::Value& id, const char* message);
   void fail_calls();
 
   int send_object(const JSON_RPC_Object& obj);
   int send_prepared(JSON_RPC_Fan_Out& fan_out, const JSON_RPC_Object& obj);
-  int put(Outbox::Kind kind, const json_spirit::Value& id, std::string_view text);
+  int put(Outbox::Kind kind, const json_spirit::Value& id, std::string_view text, int code = 0);
   Outbox::Result put_text(Outbox::Kind kind, const json_spirit::Value& id, std::string_view text,
-                          bool& wake_loop);
+                          int code, bool& wake_loop);
   int conclude(Outbox::Kind kind, const json_spirit::Value& id, Outbox::Result result,
                bool wake_loop);
   void report_dropped(Outbox::Result result, const json_spirit::Value& id);
@@ -159,8 +175,9 @@ private:
   const Limits limits_;
   const Addresses addresses_;
   const std::weak_ptr<Wire> wire_;
-  JSON_RPC_Channel_ptr self_;  // set before the channel is shared, then only read
-  bool tls_ = false;           // the same
+  JSON_RPC_Channel_ptr self_;   // set before the channel is shared, then only read
+  bool tls_ = false;            // the same
+  Metrics* metrics_ = nullptr;  // the same
   std::atomic<Framing> framing_{Framing::LINES};
   std::atomic<bool> closing_{false};  // the loop has been asked to close
   Outbox outbox_;
@@ -168,6 +185,7 @@ private:
   mutable std::mutex forward_mutex_;                // a leaf
   std::unique_ptr<JSON_RPC_Forward_Map> forwards_;  // guarded by forward_mutex_; null when closed
   JSON_RPC_Channel_ptr last_requester_;             // the loop's
+  std::chrono::steady_clock::time_point arrived_;   // the same
   std::mutex endpoints_mutex_;                      // a leaf
   Endpoints endpoints_;    // guarded by endpoints_mutex_: for requests of this channel that others
                            // are to answer

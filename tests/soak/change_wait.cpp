@@ -88,7 +88,8 @@ public:
     std::vector<std::thread> running;
     std::atomic<long> published{0};
     std::atomic<bool> stop{false};
-    // They end also by themselves: a change that never got its turn gets it then, and its wait tells.
+    // They end also by themselves: a change that never got its turn gets it then, and its wait
+    // tells.
     const Clock::time_point last = Clock::now() + time + 10 * longest_allowed;
     for (int i = 0; i < threads; ++i) {
       running.emplace_back([&] {
