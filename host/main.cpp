@@ -12,14 +12,25 @@
 #include <thread>
 #include <utility>
 
+#include "host/admin_site.h"
 #include "host/agent_registration.h"
+#include "host/front_site.h"
+#include "host/listeners.h"
 #include "host/log_output.h"
 #include "host/options.h"
+#include "host/service_manager.h"
 #include "host/services.h"
+#include "http/discover.h"
+#include "http/http_site.h"
+#include "http/restful.h"
 #include "json_rpc/global_json_rpc_channel.h"
+#include "json_rpc/json_restful_handler_creator_map.h"
+#include "json_rpc/json_restful_request_map.h"
 #include "json_rpc/json_rpc_thread_handler.h"
 #include "json_rpc/json_rpc_thread_pool_handler.h"
 #include "transport/server.h"
+#include "vexa/http_file_uri_map.h"
+#include "vexa/http_redirect_uri_map.h"
 #include "vexa/log.h"
 #include "vexa/standard_descriptors.h"
 
@@ -27,7 +38,9 @@ namespace {
 
 constexpr int bad_configuration = 1;
 constexpr int bad_start = 2;
-constexpr rlim_t other_descriptors = 64;  // beside the connections
+constexpr rlim_t other_descriptors = 64;          // beside the connections
+constexpr std::chrono::seconds loop_patience{2};  // for a loop to show that it lives
+constexpr std::chrono::seconds last_words{15};    // beyond the drain, for the stop
 
 /// Makes room for the connections among the process's descriptors; where the system has not as
 /// many, fewer connections are allowed.
@@ -84,17 +97,46 @@ int check(Services& services, const Options& options, const Log_Output& log) {
   return good ? 0 : bad_configuration;
 }
 
-bool open_listeners(transport::Server& server, const Options& options) {
-  for (const std::string& url : options.listen) {
+bool opened(int result, const std::string& url, const std::string& bound,
+            const std::string& error) {
+  if (result == 0) {
+    std::cout << "listening " << bound << '\n';
+  } else {
+    std::cerr << "json_rpc_host: cannot listen on " << url << ": " << error << '\n';
+  }
+  return result == 0;
+}
+
+bool open_listeners(transport::Server& server, const Options& options,
+                    const http::Readiness& readiness) {
+  const auto site = std::make_shared<Front_Site>(options.limits.max_message);
+  for (const Listener_Options& listener : options.listen) {
     std::string bound;
     std::string error;
-    if (server.listen(url, bound, error) != 0) {
-      std::cerr << "json_rpc_host: cannot listen on " << url << ": " << error << '\n';
-      return false;
-    }
-    std::cout << "listening " << bound << '\n';
+    const int result = open_listener(server, listener, site, bound, error);
+    if (!opened(result, listener.url, bound, error)) return false;
   }
-  return true;
+  if (options.admin.empty()) return true;
+  std::string bound;
+  std::string error;
+  const auto admin = std::make_shared<Admin_Site>(readiness, server);
+  const int result = open_admin_listener(server, options.admin, admin, bound, error);
+  return opened(result, options.admin, bound, error);
+}
+
+/// Registers what this process serves by itself, after what was loaded. How much failed.
+std::size_t serve_own(const Options& options) {
+  if (serve_agent_registration(options.agent_token) != 0) {
+    VEXA_WARNING("A plug-in serves 'channel.register': agents register with it.\n");
+  }
+  if (http::serve_discovery("json_rpc_host", JSON_RPC_VERSION) != 0) {
+    VEXA_WARNING("A plug-in serves 'rpc.discover'.\n");
+  }
+  const std::size_t failed = http::make_restful_handlers(
+      *JSON_RESTful_Handler_Creator_Map::instance(), *JSON_RESTful_Request_Map::instance());
+  if (options.site.empty()) return failed;
+  return failed + http::load_site(options.site.c_str(), *HTTP_File_URI_Map::instance(),
+                                  *HTTP_Redirect_URI_Map::instance());
 }
 
 bool open_links(transport::Server& server, const Options& options) {
@@ -116,19 +158,27 @@ bool open_links(transport::Server& server, const Options& options) {
   return true;
 }
 
-int serve(Services& services, const Options& options, const sigset_t& signals) {
+int serve(Services& services, const Options& options, std::size_t failures,
+          const sigset_t& signals) {
+  http::Readiness readiness;
   transport::Server server(options.limits, options.threads);
-  if (serve_agent_registration(options.agent_token) != 0) {
-    VEXA_WARNING("A plug-in serves 'channel.register': agents register with it.\n");
-  }
-  if (!open_listeners(server, options) || !open_links(server, options)) {
+  readiness.configured(failures + serve_own(options));
+  readiness.pool_up();  // the service is there, so its pool is, if one is asked for
+  if (!open_listeners(server, options, readiness) || !open_links(server, options)) {
     services.close();
     return bad_start;
   }
   server.start();
+  readiness.serving();
   std::cout << "ready" << std::endl;
+  Service_Manager manager;
+  manager.ready("serving");
+  manager.begin_watchdog([&server] { return server.alive(loop_patience); });
   wait_for_stop(signals);
+  readiness.stopping();
+  manager.stopping(options.drain + last_words);
   const bool stopped = server.stop(options.drain) == 0;
+  manager.end_watchdog();
 
   // A handler that does not end would hold the stop of its service, or its loop, for ever.
   if (!stopped || !handlers_end()) {
@@ -154,11 +204,11 @@ int main(int argc, char** argv) {
   Services services;
   if (options.check) return check(services, options, log);
   fit_descriptors(options.limits);
-  services.load(options.svc);
+  const int failed = services.load(options.svc);
   if (!Services::ready()) {
     services.close();
     std::cerr << "json_rpc_host: " << options.svc << " could not be loaded\n";
     return bad_start;
   }
-  return serve(services, options, signals);
+  return serve(services, options, failed + Services::failures(), signals);
 }

@@ -6,9 +6,12 @@
 #include <algorithm>
 #include <cstddef>
 #include <fstream>
+#include <functional>
 #include <iostream>
 #include <limits>
+#include <map>
 #include <thread>
+#include <utility>
 
 #include "transport/endpoint.h"
 
@@ -33,15 +36,93 @@ bool read_token(const std::string& file, std::string& token) {
          std::all_of(token.begin(), token.end(), [](char c) { return c >= ' ' && c <= '~'; });
 }
 
-bool good_urls(const char* option, const std::vector<std::string>& urls) {
-  for (const std::string& url : urls) {
-    transport::Endpoint ignored;
-    std::string reason;
-    if (transport::Endpoint::parse(url, ignored, reason)) continue;
-    std::cerr << "json_rpc_host: " << option << ' ' << url << ": " << reason << '\n';
-    return false;
+bool good_url(const char* option, const std::string& url, transport::Endpoint::Schemes schemes) {
+  transport::Endpoint ignored;
+  std::string reason;
+  if (transport::Endpoint::parse(url, schemes, ignored, reason)) return true;
+  std::cerr << "json_rpc_host: " << option << ' ' << url << ": " << reason << '\n';
+  return false;
+}
+
+/// The options that belong to a listener: what stands before the first --listen holds for all, what
+/// stands behind one for that one alone.
+class Listener_Arguments {
+public:
+  void add_to(CLI::App& app) {
+    listen_ =
+        add(app, "--listen",
+            "Where to serve, repeatable; port 0 picks one: tcp://ADDRESS:PORT or unix://PATH for "
+            "a stream of messages, http:// for JSON-RPC over HTTP, WebSocket and RESTful "
+            "handlers, ws:// for WebSocket alone; tcps://, https:// and wss:// with TLS. The "
+            "options below that stand behind a --listen are for it, those before the first "
+            "one for all [tcp://127.0.0.1:7070 http://127.0.0.1:8080, unless --connect]",
+            [](Listener_Options& listener, const std::string& v) { listener.url = v; });
+    add(app, "--tls-cert", "Its certificate chain, a PEM file",
+        [](Listener_Options& listener, const std::string& v) { listener.tls_certificate = v; });
+    add(app, "--tls-key", "Its private key, a PEM file",
+        [](Listener_Options& listener, const std::string& v) { listener.tls_key = v; });
+    add(app, "--tls-client-ca", "Peers must show a certificate that one of this PEM file signed",
+        [](Listener_Options& listener, const std::string& v) { listener.tls_client_ca = v; });
+    add(app, "--rpc-path", "Where HTTP serves JSON-RPC and WebSocket [/rpc]",
+        [](Listener_Options& listener, const std::string& v) { listener.rpc_path = v; });
+    add(app, "--allow-method", "Methods that may be called, * for any text; repeatable [all]",
+        [](Listener_Options& listener, const std::string& v) {
+          listener.allow_methods.push_back(v);
+        });
+    add(app, "--deny-method", "Methods that may not be called; repeatable",
+        [](Listener_Options& listener, const std::string& v) {
+          listener.deny_methods.push_back(v);
+        });
+    add(app, "--allow-origin", "Another site whose pages may call, as https://site; * for any",
+        [](Listener_Options& listener, const std::string& v) {
+          listener.allow_origins.push_back(v);
+        });
+    add(app, "--allow-host", "A name under which HTTP is served, beside addresses and localhost",
+        [](Listener_Options& listener, const std::string& v) {
+          listener.allow_hosts.push_back(v);
+        });
+    plain_ = app.add_flag("--allow-plain",
+                          "It may be off the loopback interface without TLS, readable by all");
   }
-  return true;
+
+  /// Once the command line has been parsed.
+  std::vector<Listener_Options> listeners(const CLI::App& app) const {
+    std::vector<Listener_Options> made;
+    Listener_Options common;
+    std::map<const CLI::Option*, std::size_t> used;
+    for (const CLI::Option* option : app.parse_order()) {
+      if (option == listen_) made.push_back(common);
+      Listener_Options& target = made.empty() ? common : made.back();
+      if (option == plain_) target.allow_plain = true;
+      const auto known = setters_.find(option);
+      if (known != setters_.end()) known->second(target, option->results()[used[option]++]);
+    }
+    if (made.empty()) made.push_back(common);
+    return made;
+  }
+
+private:
+  typedef std::function<void(Listener_Options&, const std::string&)> Setter;
+
+  const CLI::Option* add(CLI::App& app, const char* name, const char* help, Setter setter) {
+    const CLI::Option* const option =
+        app.add_option(name, values_[name], help)->allow_extra_args(false);
+    setters_[option] = std::move(setter);
+    return option;
+  }
+
+  std::map<std::string, std::vector<std::string>> values_;
+  std::map<const CLI::Option*, Setter> setters_;
+  const CLI::Option* listen_ = nullptr;
+  const CLI::Option* plain_ = nullptr;
+};
+
+/// Where to listen when nothing was said.
+std::vector<Listener_Options> default_listeners(const Listener_Options& common) {
+  std::vector<Listener_Options> made(2, common);
+  made[0].url = "tcp://127.0.0.1:7070";
+  made[1].url = "http://127.0.0.1:8080";
+  return made;
 }
 
 }  // namespace
@@ -57,14 +138,15 @@ bool Options::parse(int argc, char** argv, int& status) {
   app.set_version_flag("--version", "json_rpc_host " JSON_RPC_VERSION);
   app.add_option("--svc", svc, "Service configurator file that names what to load")
       ->capture_default_str();
-  app.add_option("--listen", listen,
-                 "tcp://ADDRESS:PORT or unix://PATH, repeatable; port 0 picks one "
-                 "[tcp://127.0.0.1:7070, unless --connect]")
-      ->allow_extra_args(false);
+  Listener_Arguments listeners;
+  listeners.add_to(app);
+  app.add_option("--admin", admin,
+                 "http://ADDRESS:PORT on the loopback interface for /livez, /readyz and /metrics");
+  app.add_option("--site", site, "JSON file that names files and redirects to serve over HTTP");
   CLI::Option* const links =
       app.add_option(
              "--connect", connect,
-             "A peer to keep a connection to, as --listen, repeatable; tried again after 1, "
+             "A peer to keep a connection to, tcp:// or unix://, repeatable; tried again after 1, "
              "2, 4 and so on up to 60 seconds")
           ->allow_extra_args(false);
   app.add_flag("--default", default_link,
@@ -127,7 +209,10 @@ bool Options::parse(int argc, char** argv, int& status) {
   limits.stall_timeout = std::chrono::seconds(stall);
   limits.idle_timeout = std::chrono::seconds(idle);
   drain = std::chrono::seconds(drain_seconds);
-  if (listen.empty() && connect.empty()) listen.push_back("tcp://127.0.0.1:7070");
+  listen = listeners.listeners(app);
+  if (listen.front().url.empty()) {
+    listen = connect.empty() ? default_listeners(listen.front()) : std::vector<Listener_Options>();
+  }
   status = usage_error;
   if (!token_file.empty() && !read_token(token_file, agent_token)) {
     std::cerr << "json_rpc_host: --agent-token " << token_file
@@ -138,7 +223,12 @@ bool Options::parse(int argc, char** argv, int& status) {
     std::cerr << "json_rpc_host: --agent-id: it is empty\n";
     return false;
   }
-  if (!good_urls("--listen", listen) || !good_urls("--connect", connect)) return false;
+  for (const Listener_Options& listener : listen) {
+    if (!good_url("--listen", listener.url, transport::Endpoint::DOORS)) return false;
+  }
+  for (const std::string& url : connect) {
+    if (!good_url("--connect", url, transport::Endpoint::STREAMS)) return false;
+  }
   status = 0;
   return true;
 }

@@ -4,12 +4,15 @@
 #include <string>
 #include <vector>
 
+#include "host/listener_options.h"
 #include "transport/limits.h"
 
 /// What the command line asks of the host.
 struct Options {
-  std::string svc;                   ///< the service configurator's file
-  std::vector<std::string> listen;   ///< URLs
+  std::string svc;  ///< the service configurator's file
+  std::vector<Listener_Options> listen;
+  std::string admin;                 ///< URL of the operators' listener; empty: none
+  std::string site;                  ///< file that names files and redirects; empty: none
   std::vector<std::string> connect;  ///< URLs of links
   bool default_link = false;         ///< the first link is the process's default channel
   std::string agent_id;              ///< what the links register as; empty: they do not

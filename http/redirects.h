@@ -12,7 +12,8 @@ namespace http {
 /// (with 301 clients make it a GET). What follows the prefix is appended to the new URI, and the
 /// query. False, and nothing is answered, when no prefix of `redirects` fits. `redirects` is filled
 /// before the first request.
-bool redirect(const HTTP_URI_Map& redirects, const Http_Request_Head& head, Http_Reply& reply);
+HTTP_EXPORT bool redirect(const HTTP_URI_Map& redirects, const Http_Request_Head& head,
+                          Http_Reply& reply);
 
 /// Answers that the same query is at `uri`, which is encoded.
 void respond_moved(const std::string& uri, const Http_Request_Head& head, Http_Reply& reply);

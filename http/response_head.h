@@ -4,6 +4,7 @@
 #include <string>
 #include <string_view>
 
+#include "http/http_export.h"
 #include "vexa/http_headers.h"
 
 namespace http {
@@ -29,6 +30,6 @@ struct Response_Head {
 const char* reason_phrase(int status);
 
 /// A JSON object that tells of an HTTP error: {"error": {"code": 404, "message": "Not Found"}}.
-std::string error_body(int status, std::string_view message = {});
+HTTP_EXPORT std::string error_body(int status, std::string_view message = {});
 
 }  // namespace http

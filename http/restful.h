@@ -27,7 +27,7 @@ HTTP_EXPORT std::size_t make_restful_handlers(JSON_RESTful_Handler_Creator_Map& 
 /// 503 when no thread or no memory can be had, the pool is full, or there is none; what else goes
 /// wrong is in restful_call.h. The handlers must outlive the calls, as they do when the service
 /// closes: it waits for both kinds of threads first.
-bool serve_restful(const JSON_RESTful_Request_Map& handlers, Http_Request_Head& head,
-                   std::string& body, std::size_t max_answer, Restful_Answer answer);
+HTTP_EXPORT bool serve_restful(const JSON_RESTful_Request_Map& handlers, Http_Request_Head& head,
+                               std::string& body, std::size_t max_answer, Restful_Answer answer);
 
 }  // namespace http

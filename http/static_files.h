@@ -22,6 +22,7 @@ namespace http {
 ///   503  no descriptor or no memory to be had
 ///
 /// Opening may touch a disk, and does so on the caller's thread.
-bool serve_file(const HTTP_URI_Map& files, const Http_Request_Head& head, Http_Reply& reply);
+HTTP_EXPORT bool serve_file(const HTTP_URI_Map& files, const Http_Request_Head& head,
+                            Http_Reply& reply);
 
 }  // namespace http

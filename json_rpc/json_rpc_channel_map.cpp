@@ -232,3 +232,10 @@ int JSON_RPC_Channel_Map::remove_closed(const Channel_Info& info) {
   unregistered(info.type, info.id);
   return 0;
 }
+
+std::size_t JSON_RPC_Channel_Map::size() const {
+  ACE_READ_GUARD_RETURN(Lock, guard, lock_, 0);
+  std::size_t size = 0;
+  for (const auto& of_type : map_) size += of_type.second.size();
+  return size;
+}

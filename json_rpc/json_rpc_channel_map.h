@@ -48,6 +48,9 @@ public:
   JSON_RPC_Channel_ptr find(const Channel_ID& id) const;
   JSON_RPC_Channel_ptr find(Channel_Type type, const Channel_ID& id) const;
 
+  /// How many channels are registered, those that have gone without a word among them.
+  std::size_t size() const;
+
   /// Registers the channel under its type and id, in place of whichever was there.
   /// "channel.registered" is published after the unlock.
   int insert(const JSON_RPC_Channel_var& channel);

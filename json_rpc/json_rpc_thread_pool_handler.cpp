@@ -3,6 +3,7 @@
 #include <ace/OS_NS_Thread.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <limits>
 #include <new>
@@ -21,6 +22,7 @@ union Never_Destroyed {
 } storage;
 
 ACE_Time_Value no_waiting(0, 0);
+std::atomic<std::size_t> refused{0};
 
 std::unique_ptr<Thread_Pool_Helper> make_pool(std::size_t threads, const char* name) {
   constexpr int own_io_priority = 0;
@@ -90,12 +92,19 @@ std::size_t JSON_RPC_Thread_Pool_Handler::busy() {
   return thread_pool_ != nullptr ? thread_pool_->busy() : 0;
 }
 
+std::size_t JSON_RPC_Thread_Pool_Handler::waiting() {
+  return thread_pool_ != nullptr ? thread_pool_->msg_queue()->message_count() : 0;
+}
+
+std::size_t JSON_RPC_Thread_Pool_Handler::refusals() { return refused; }
+
 int JSON_RPC_Thread_Pool_Handler::handle_object(JSON_RPC_Channel_ptr channel,
                                                 JSON_RPC_Object_var obj) {
   if (thread_pool_ == nullptr) errno = ESHUTDOWN;
   VEXA_CHECK(thread_pool_.get() != nullptr, "thread_pool_.get() is NULL", -1);
-  return thread_pool_->schedule(&JSON_RPC_Thread_Pool_Handler::handle_object_i, this, channel,
-                                obj) >= 1
-             ? 0
-             : -1;
+  const int scheduled =
+      thread_pool_->schedule(&JSON_RPC_Thread_Pool_Handler::handle_object_i, this, channel, obj);
+  if (scheduled >= 1) return 0;
+  if (errno == EWOULDBLOCK) ++refused;
+  return -1;
 }

@@ -32,6 +32,10 @@ public:
 
   /// Calls that the pool has accepted and not finished; 0 means that no handler runs on it.
   static std::size_t busy();
+  /// Calls that wait in the queue, and those that had no room there since the process started. Any
+  /// thread, while the pool is not changed.
+  static std::size_t waiting();
+  static std::size_t refusals();
 
   /// Queues the call, never blocking. 0, or -1 with errno: EWOULDBLOCK when the queue is full,
   /// ENOMEM, ESHUTDOWN without a pool. Sends nothing to the peer in either case.
