@@ -36,6 +36,12 @@ Beast_Request beast_request(const CGI_Request& request) {
   return made;
 }
 
+/// Whether WebSocket has ended, and not the stream below: bytes that still come are then read and
+/// thrown away by whoever closes.
+bool is_protocol_end(const error_code& error) {
+  return error && error.category() == error_code(websocket::error::closed).category();
+}
+
 bool would_block(const error_code& error) {
   return error == asio::error::would_block || error == asio::error::try_again;
 }
@@ -108,17 +114,14 @@ void Websocket_Stream::State::on_read(const error_code& error, std::size_t lengt
 
 void Websocket_Stream::State::was_read(const error_code& error, std::size_t length) {
   const std::shared_ptr<User> user = std::exchange(reader, nullptr);
-  const bool binary = !error && !socket.got_text();
-  if (binary) end(websocket::close_code::unknown_data);
-  message_ended = !error && socket.is_message_done();
+  const bool refused = !error && !ending && !socket.got_text();
+  if (refused) end(websocket::close_code::unknown_data);
+  ended = static_cast<bool>(error);
+  message_ended = !error && !refused && socket.is_message_done();
   push_soon();
   if (user == nullptr) return;
-  if (!error && !binary) return user->on_read(error, length);
-  ended = true;
-  // Where Beast has ended it, the bytes that still come are read and thrown away by whoever closes.
-  const bool by_peer = error == asio::error::eof || error == asio::error::operation_aborted ||
-                       error.category() == asio::error::get_system_category();
-  user->on_read(by_peer ? error : error_code(asio::error::shut_down), 0);
+  if (refused || is_protocol_end(error)) return user->on_read(asio::error::shut_down, 0);
+  user->on_read(error, length);
 }
 
 void Websocket_Stream::State::end(websocket::close_code code) {
