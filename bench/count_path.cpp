@@ -69,11 +69,11 @@ Path path_of(const std::string& name, bool ours, const std::string& size, const 
   return {};
 }
 
+/// Empty when there is none of that size.
 std::string text_of(const std::string& size) {
-  for (const messages::Named& message : messages::all()) {
-    if (message.name == size) return message.text;
-  }
-  return {};
+  if (size == "68B") return messages::small_request();
+  if (size == "1KB") return messages::middle_request();
+  return size == "1MB" ? messages::large_request(10'000) : std::string();
 }
 
 }  // namespace

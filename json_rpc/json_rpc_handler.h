@@ -6,6 +6,7 @@
 #include "json_rpc/json_rpc_export.h"
 #include "json_rpc/json_rpc_fwd.h"
 #include "json_rpc/json_rpc_object.h"
+#include "vexa/atomic_rep_t.h"
 
 /// Serves a method, or waits for a response. One object serves all calls of its method, on several
 /// reading threads at once, so it must be reentrant.
@@ -34,6 +35,13 @@ public:
 
 protected:
   bool silent_ = false;
+};
+
+template <>
+class ACE_Refcounted_Auto_Ptr_Rep<JSON_RPC_Handler, ACE_Recursive_Thread_Mutex>
+    : public vexa::Atomic_Rep_T<JSON_RPC_Handler> {
+public:
+  using Atomic_Rep_T::Atomic_Rep_T;
 };
 
 /// The shared handle of a handler; the response map holds these.

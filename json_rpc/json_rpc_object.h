@@ -8,6 +8,7 @@
 
 #include "json_rpc/json_rpc_export.h"
 #include "json_spirit/json_spirit_value.h"
+#include "vexa/atomic_rep_t.h"
 
 /// A message of the JSON-RPC 2.0 standard, of the kind that `type` names. Plain fields, no lock:
 /// built by one thread, then handed on through JSON_RPC_Object_var and not changed any more.
@@ -60,6 +61,13 @@ public:
   std::int32_t code;  ///< -32603 until set
   std::string message;
   json_spirit::Value data;  ///< null: the error has no data member
+};
+
+template <>
+class ACE_Refcounted_Auto_Ptr_Rep<JSON_RPC_Object, ACE_Recursive_Thread_Mutex>
+    : public vexa::Atomic_Rep_T<JSON_RPC_Object> {
+public:
+  using Atomic_Rep_T::Atomic_Rep_T;
 };
 
 /// The shared handle of a message. Fill one with vexa::adopt, never with `new` in place.

@@ -1,5 +1,6 @@
 #include "json_rpc/json_rpc_writer.h"
 
+#include "vexa/yajl_gathered_output.h"
 #include "vexa/yajl_gen.h"
 
 using json_spirit::Value;
@@ -51,6 +52,14 @@ bool write_members(YAJL_Gen& gen, const JSON_RPC_Object& object) {
   }
 }
 
+/// A generator that prints by `print`; null when out of memory. Where it prints to is told once:
+/// yajl takes a second context for a replacement of its own buffer, and frees the first.
+yajl_gen_t* new_generator(yajl_print_t print, void* context) {
+  yajl_gen_t* const gen = yajl_gen_alloc(nullptr);
+  if (gen != nullptr) yajl_gen_config(gen, yajl_gen_print_callback, print, context);
+  return gen;
+}
+
 }  // namespace
 
 int yajl_gen_json_rpc_request(yajl_gen_t* gen, const JSON_RPC_Request& request) {
@@ -73,10 +82,7 @@ int yajl_gen_json_rpc_response_error(yajl_gen_t* gen, const JSON_RPC_Response_Er
 
 yajl_gen_t* JSON_RPC_Writer::open(YAJL_Printer& printer) {
   close();
-  gen_ = yajl_gen_alloc(nullptr);
-  if (gen_ == nullptr) return nullptr;
-  yajl_gen_config(gen_, yajl_gen_print_callback, &YAJL_Printer::print_s,
-                  static_cast<void*>(&printer));
+  gen_ = new_generator(&YAJL_Printer::print_s, static_cast<void*>(&printer));
   return gen_;
 }
 
@@ -86,7 +92,10 @@ void JSON_RPC_Writer::close() {
 }
 
 bool JSON_RPC_Writer::write(const JSON_RPC_Object& object, YAJL_Printer& printer) {
-  if (open(printer) == nullptr) return false;
+  close();
+  YAJL_Gathered_Output output(printer);
+  gen_ = new_generator(&YAJL_Gathered_Output::print_s, static_cast<void*>(&output));
+  if (gen_ == nullptr) return false;
   bool known;
   bool written;
   {
@@ -103,6 +112,7 @@ bool JSON_RPC_Writer::write(const JSON_RPC_Object& object, YAJL_Printer& printer
     written = gen.ok();
   }
   close();
+  output.flush();
   return known && written;
 }
 

@@ -51,10 +51,25 @@ std::uint32_t key_head(const std::string& key) noexcept {
   return key.empty() ? 0u : std::uint32_t{text[0]} << 8 | text[1];
 }
 
-/// Most keys of an object differ in their first byte, which saves a call.
+/// Eight bytes of a text as a number that is ordered as they are.
+std::uint64_t word_at(const char* text) noexcept {
+  std::uint64_t word;
+  std::memcpy(&word, text, sizeof word);
+  return __builtin_bswap64(word);
+}
+
+/// Compares keys without a call where they differ in the first byte, or are names of one length
+/// from 8 to 16 bytes.
 int compare_keys(const std::string& a, const std::string& b) noexcept {
   const auto x = static_cast<unsigned char>(a[0]), y = static_cast<unsigned char>(b[0]);
-  return x != y ? (x < y ? -1 : 1) : a.compare(b);
+  if (x != y) return x < y ? -1 : 1;
+  const std::size_t size = a.size();
+  if (size != b.size() || size < 8 || size > 16) return a.compare(b);
+  const std::uint64_t first = word_at(a.data()), other = word_at(b.data());
+  if (first != other) return first < other ? -1 : 1;
+  // The last eight may have some of the first in them, which are alike.
+  const std::uint64_t last = word_at(a.data() + size - 8), others = word_at(b.data() + size - 8);
+  return last == others ? 0 : last < others ? -1 : 1;
 }
 
 template <typename T>

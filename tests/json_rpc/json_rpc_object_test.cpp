@@ -2,8 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <limits>
+#include <memory>
 #include <set>
+#include <thread>
+#include <vector>
 
 using json_spirit::Value;
 
@@ -42,6 +46,34 @@ TEST(JsonRpcObjectTest, FreshIdsAreUuidTextsAndNeverTheSame) {
     EXPECT_TRUE(id.size() == 36 && id[14] == '4' &&
                 id.find_first_not_of("0123456789abcdef-") == id.npos)
         << id;
+  }
+}
+
+TEST(JsonRpcObjectTest, TheLastOfAllHandlesDestroysTheMessageOnce) {
+  struct Counted final : JSON_RPC_Object {
+    explicit Counted(std::atomic<int>& n) : JSON_RPC_Object(TYPE_NONE), destroyed(n) {}
+    ~Counted() override { ++destroyed; }
+    std::atomic<int>& destroyed;
+  };
+  constexpr int rounds = 200, threads = 4;
+  std::atomic<int> destroyed{0};
+  for (int round = 0; round < rounds; ++round) {
+    std::vector<std::thread> users;
+    auto first = std::make_unique<JSON_RPC_Object_var>(new Counted(destroyed));
+    for (int i = 0; i < threads; ++i) {
+      users.emplace_back([handle = JSON_RPC_Object_var(*first)]() mutable {
+        for (int n = 0; n < 50; ++n) {
+          const JSON_RPC_Object_var copy(handle);
+          handle = JSON_RPC_Object_var(copy);
+        }
+        EXPECT_EQ(JSON_RPC_Object::TYPE_NONE, handle->type);
+      });
+    }
+    EXPECT_EQ(round, destroyed);
+    first.reset();
+    for (std::thread& user : users) user.join();
+    users.clear();
+    ASSERT_EQ(round + 1, destroyed);
   }
 }
 

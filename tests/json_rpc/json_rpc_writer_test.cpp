@@ -57,6 +57,22 @@ TEST(JsonRpcWriterTest, MessagesAreWrittenInTheirOrder) {
   EXPECT_EQ(R"(false {"jsonrpc":"2.0","id":null})", written(none));
 }
 
+/// Whatever their sizes, pieces that are gathered and pieces that go past must not change places.
+TEST(JsonRpcWriterTest, TextsOfAllSizesKeepTheirOrder) {
+  JSON_RPC_Response response(nullptr);
+  for (std::size_t size = 0; size < 5000; size = size * 3 / 2 + 7) {
+    Array texts;
+    std::string expected = R"(true {"jsonrpc":"2.0","id":null,"result":[)";
+    for (char c = 'a'; c <= 'z'; ++c) {
+      const std::string text(c % 3 == 0 ? size : 1900 + c - 'a', c);
+      texts.emplace_back(text);
+      expected += '"' + text + (c == 'z' ? "\"]}" : "\",");
+    }
+    response.result = std::move(texts);
+    EXPECT_EQ(expected, written(response)) << size;
+  }
+}
+
 TEST(JsonRpcWriterTest, WhatCannotBeWrittenMakesAnyMessageFail) {
   JSON_RPC_Request request;
   JSON_RPC_Response response(nullptr);

@@ -301,6 +301,8 @@ std::string random_key(std::mt19937& random, int keys) {
   if (number < 3) return std::string("\xff", number % 2) + std::string(number / 2, '\0');
   std::string key = (number % 2 ? "k" : "") + std::to_string(number);
   if (key.back() == '3') key += " is longer than fifteen bytes";
+  if (key.back() == '7') key = std::string("member_") + static_cast<char>(2 * number) + key;
+  if (key.back() == '8') key = "a long name: " + key;
   return key;
 }
 
