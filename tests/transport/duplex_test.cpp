@@ -1,5 +1,6 @@
 // Calls in both directions over one connection, with more in flight than its buffers hold.
 
+#include <ace/Thread_Manager.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
