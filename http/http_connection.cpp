@@ -137,9 +137,21 @@ void Http_Connection::route() {
     refuse(404);
   } else if (options_->site->wants_body(head_)) {
     expect_body(SITE);
+  } else if (must_not_wait()) {
+    current_.keep_alive = false;
+    answer_site();
   } else {
-    current_.use = SITE;
+    current_.use = PASS;
   }
+}
+
+/// Whether a body is announced that nobody wants, and that is not worth waiting for, or waits
+/// itself.
+bool Http_Connection::must_not_wait() const {
+  const std::size_t length = parser_.content_length();
+  const bool waits = head_.request.headers().get(HTTP_HEAD_EXPECT) != nullptr;
+  const bool large = length != std::string::npos && length > dropped_most;
+  return parser_.has_body() && (waits || large);
 }
 
 void Http_Connection::route_rpc() {
@@ -167,10 +179,7 @@ void Http_Connection::refuse(int status, const char* reason, const char* allow) 
   current_.status = status;
   current_.reason = reason;
   current_.allow = allow;
-  const std::size_t length = parser_.content_length();
-  const bool waits = head_.request.headers().get(HTTP_HEAD_EXPECT) != nullptr;
-  const bool large = length != std::string::npos && length > dropped_most;
-  if (parser_.has_body() && (waits || large)) refuse_now(status);
+  if (must_not_wait()) refuse_now(status);
 }
 
 std::string Http_Connection::refusal() const {
@@ -181,15 +190,17 @@ std::string Http_Connection::refusal() const {
 void Http_Connection::refuse_now(int status) {
   current_.keep_alive = false;
   current_.status = status;
+  if (status == 204) return respond_preflight();
   respond_json(status, refusal());
 }
 
 void Http_Connection::body(std::string_view piece) {
   current_.body_bytes += piece.size();
   const std::size_t limit = state()->limits.max_message;
-  if (current_.use == DROP) {
-    if (current_.body_bytes > dropped_most) refuse_now(current_.status);
-    return;
+  if (current_.use == DROP || current_.use == PASS) {
+    if (current_.body_bytes <= dropped_most) return;
+    current_.keep_alive = false;
+    return current_.use == DROP ? refuse_now(current_.status) : answer_site();
   }
   if (limit != 0 && current_.body_bytes > limit) return refuse_now(413);
   if (current_.use == SITE) current_.body.append(piece);
@@ -203,6 +214,7 @@ void Http_Connection::request_complete(std::string_view rest) {
     case RPC:
       return rpc_complete();
     case SITE:
+    case PASS:
       return answer_site();
     case UPGRADE:
       return upgrade(rest);
@@ -215,12 +227,14 @@ void Http_Connection::request_complete(std::string_view rest) {
 void Http_Connection::rpc_complete() {
   if (inbound_->end_message() == transport::Inbound::STOP) current_.keep_alive = false;
   if (current_.notification) return respond(200, HTTP_Headers(), std::string());
-  if (!current_.got_message) {
-    current_.status = 400;
-    if (!stream().outbox().owes())
-      stream().complain(json_spirit::Value(), JSON_RPC_INVALID_REQUEST);
-  }
   state_ = ANSWER;
+  if (current_.got_message) return collect();
+  const unsigned long long number = current_.number;
+  current_.status = 400;
+  collect();
+  if (current_.number != number) return;
+  // A response, say: nobody has complained of it.
+  stream().complain(json_spirit::Value(), JSON_RPC_INVALID_REQUEST);
   collect();
 }
 
@@ -463,7 +477,7 @@ void Http_Connection::give_up_owed() {
   if (state_ != ANSWER) return;
   current_.keep_alive = false;
   current_.status = 503;
-  if (current_.use == SITE && file_.left() == 0) refuse_now(503);
+  if (current_.use != RPC && file_.left() == 0) refuse_now(503);
 }
 
 }  // namespace http

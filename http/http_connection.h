@@ -37,7 +37,8 @@ public:
 
 private:
   enum State { READ, ANSWER, ENDED };
-  enum Use { RPC, SITE, DROP, UPGRADE };  // what a request's body is for
+  /// What a request's body is for; PASS and DROP throw it away, before an answer or a refusal.
+  enum Use { RPC, SITE, PASS, DROP, UPGRADE };
 
   /// What is known of the present request beside its head.
   struct Current {
@@ -85,6 +86,7 @@ private:
   void route_rpc();
   bool wants_upgrade() const;
   bool is_preflight() const;
+  bool must_not_wait() const;
   void expect_body(Use use);
   void refuse(int status, const char* reason = nullptr, const char* allow = nullptr);
   void refuse_now(int status);

@@ -48,7 +48,22 @@ public:
       return;
     }
     pending_ = std::make_unique<Pending_Of<std::decay_t<Handler>>>(std::forward<Handler>(handler));
-    below->async_read(static_cast<char*>(first.data()), first.size(), user);
+    buffer_ = first;
+    held_ = full();
+    if (!held_) below->async_read(static_cast<char*>(first.data()), first.size(), user);
+  }
+
+  /// Whether as much waits to be handed on as may. Nothing is read meanwhile: a peer that asks for
+  /// more (with pings, which Beast answers by itself) and takes nothing is not served.
+  static constexpr std::size_t output_most = 256u << 10;
+  bool full() const { return output.size() > output_most; }
+
+  /// Output has been handed on: a read that was held back goes on.
+  void read_on() {
+    const std::shared_ptr<transport::Byte_Stream::User> user = reader.lock();
+    if (!held_ || full() || below == nullptr || user == nullptr) return;
+    held_ = false;
+    below->async_read(static_cast<char*>(buffer_.data()), buffer_.size(), user);
   }
 
   /// The stream below has read, or failed.
@@ -117,6 +132,8 @@ private:
 
   executor_type executor_;
   std::unique_ptr<Pending> pending_;
+  boost::asio::mutable_buffer buffer_;  // of what is pending
+  bool held_ = false;                   // it is not read yet
 };
 
 // The stream below is closed by whoever has it.

@@ -6,6 +6,7 @@
 #include <boost/beast/http/message.hpp>
 #include <boost/beast/websocket/stream.hpp>
 #include <chrono>
+#include <cstring>
 #include <utility>
 
 #include "http/memory_layer.h"
@@ -23,7 +24,7 @@ using transport::Loop_Time;
 
 namespace {
 
-constexpr std::size_t output_most = 256u << 10;  // then it takes no more until some has left
+constexpr std::size_t key_length = 24;  // 16 bytes in base64
 
 typedef boost::beast::http::request<boost::beast::http::empty_body> Beast_Request;
 
@@ -50,7 +51,8 @@ bool would_block(const error_code& error) {
 
 bool is_websocket_handshake(const CGI_Request& request) {
   const char* const version = request.headers().get("Sec-WebSocket-Version");
-  return request.headers().get("Sec-WebSocket-Key") != nullptr && version != nullptr &&
+  const char* const key = request.headers().get("Sec-WebSocket-Key");
+  return key != nullptr && std::strlen(key) == key_length && version != nullptr &&
          std::string_view(version) == "13" && websocket::is_upgrade(beast_request(request));
 }
 
@@ -138,7 +140,9 @@ void Websocket_Stream::State::push(error_code& error) {
     sent += below->write_some(&rest, 1, error);
   }
   output.erase(0, sent);
-  if (output.empty() && output.capacity() > output_most / 4) std::string().swap(output);
+  layer().read_on();
+  if (output.empty() && output.capacity() > Memory_Layer::output_most / 4)
+    std::string().swap(output);
 }
 
 /// Where nobody else sees to it.
@@ -201,7 +205,7 @@ std::size_t Websocket_Stream::write_some(const asio::const_buffer*, std::size_t,
 }
 
 void Websocket_Stream::write_part(std::string_view text, bool last, error_code& error) {
-  if (state_->layer().output.size() > output_most) {
+  if (state_->layer().full()) {
     error = asio::error::would_block;
   } else {
     state_->socket.write_some(last, asio::buffer(text.data(), text.size()), error);
@@ -236,6 +240,10 @@ void Websocket_Stream::tick() {
   error_code ignored;
   state_->socket.ping(websocket::ping_data(), ignored);
   state_->push_soon();
+}
+
+bool Websocket_Stream::holds_output() const {
+  return !state_->layer().output.empty() || state_->below->holds_output();
 }
 
 int Websocket_Stream::descriptor() { return state_->below->descriptor(); }

@@ -36,6 +36,7 @@ public:
   void write_part(std::string_view text, bool last, boost::system::error_code& error) override;
   void push(boost::system::error_code& error) override;
   bool take_message_end() override;
+  bool holds_output() const override;
   void shutdown_send(bool going_away) override;
   void close() override;
   void tick() override;

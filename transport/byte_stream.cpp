@@ -12,6 +12,8 @@ void Byte_Stream::push(boost::system::error_code&) {}
 
 bool Byte_Stream::take_message_end() { return false; }
 
+bool Byte_Stream::holds_output() const { return false; }
+
 void Byte_Stream::tick() {}
 
 bool Byte_Stream::is_tls() const { return false; }

@@ -44,6 +44,10 @@ public:
   virtual void push(boost::system::error_code& error);
   virtual bool take_message_end();
 
+  /// Whether it has bytes that it took and that the system does not have yet; async_wait_writable()
+  /// tells when it may have none.
+  virtual bool holds_output() const;
+
   /// Nothing more is written; `going_away` because this process stops. What was taken is still
   /// sent.
   virtual void shutdown_send(bool going_away) = 0;

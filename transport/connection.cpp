@@ -188,7 +188,13 @@ void Connection::write_out() {
   if (closed_) return;
   if (can_go_on()) resume();
   const bool done = (input_ended_ || stopped_reading_) && !owes_more();
-  if (done && !lingering_ && !stream_->outbox().owes()) linger();
+  if (!done || lingering_ || stream_->outbox().owes()) return;
+  bytes_->holds_output() ? wait_writable() : linger();
+}
+
+void Connection::wait_writable() {
+  write_waits_ = true;
+  bytes_->async_wait_writable(shared_from_this());
 }
 
 bool Connection::take(std::vector<Output_Piece>& batch) { return stream_->outbox().take(batch); }
@@ -204,8 +210,7 @@ bool Connection::write() {
   state_->metrics->add(Metrics::BYTES_OUT, slot_.listener(), sent.bytes);
   stream_->outbox().sent(sent.bytes, sent.answers);
   if (would_block(error)) {
-    write_waits_ = true;
-    bytes_->async_wait_writable(shared_from_this());
+    wait_writable();
     return false;
   }
   if (error) close(nullptr);

@@ -124,6 +124,7 @@ private:
   void write_out();
   bool fetch();
   bool write();
+  void wait_writable();
   void linger();
   void check_time(Loop_Time now);
   void check_progress(Loop_Time now);

@@ -122,6 +122,8 @@ void Tls_Stream::async_wait_writable(const std::shared_ptr<User>& user) {
              [user, error = state_->failure] { user->on_writable(error); });
 }
 
+bool Tls_Stream::holds_output() const { return state_->writing; }
+
 void Tls_Stream::shutdown_send(bool) {
   if (std::exchange(state_->ends, true)) return;
   if (!state_->writing) state_->shutdown();

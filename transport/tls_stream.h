@@ -22,6 +22,7 @@ public:
   std::size_t write_some(const boost::asio::const_buffer* buffers, std::size_t count,
                          boost::system::error_code& error) override;
   void async_wait_writable(const std::shared_ptr<User>& user) override;
+  bool holds_output() const override;
   void shutdown_send(bool going_away) override;
   void close() override;
   int descriptor() override;
