@@ -12,7 +12,7 @@ SOAK_SECONDS   ?= 60
 JOBS ?= $(shell nproc)
 
 .PHONY: help deps build run test test-peers check sanitize asan tsan fuzz bench \
-        bench-instructions soak format clean
+        bench-instructions load soak format clean
 help:
 	@echo "make run       build everything and serve on tcp://127.0.0.1:7070"
 	@echo "make test      build and run the tests"
@@ -24,6 +24,7 @@ help:
 	@echo "make bench     the benchmarks, each beside its floor; the table is in build/bench.md"
 	@echo "make bench-instructions  instructions and allocations of a message; fails when they rise"
 	@echo "make fuzz      the fuzzers, FUZZ_SECONDS=60 each"
+	@echo "make load      calls at fixed rates, and how long they took: build/load.md, build/load.svg"
 	@echo "make soak      a hub and agents under load that are killed, SOAK_SECONDS=60; build/soak.md"
 	@echo "make format    format the sources"
 	@echo "make clean     remove build/"
@@ -78,6 +79,12 @@ bench-instructions:
 	@tools/configure release -DJSON_RPC_TESTS=ON -DJSON_RPC_BENCH=ON
 	@cmake --build --preset release --target count_path -j $(JOBS)
 	@bench/instructions --check
+
+load:
+	@tools/install_packages $(BUILD_PACKAGES) $(TEST_PACKAGES) $(BENCH_PACKAGES)
+	@tools/configure release -DJSON_RPC_TESTS=ON -DJSON_RPC_BENCH=ON
+	@cmake --build --preset release --target product json_rpc_load -j $(JOBS)
+	@bench/load/run
 
 soak:
 	@tools/install_packages $(BUILD_PACKAGES) $(TEST_PACKAGES) $(SOAK_PACKAGES)
