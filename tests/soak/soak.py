@@ -57,6 +57,7 @@ class Soak:
         self._build = options.build.resolve()
         self._folder = folder
         self._rng = random.Random(self.seed)
+        self._broken_off = False
         limits = ["--stall-timeout", str(roles.STALL), "--log-level", "warning"]
         self.hub = self._member("hub", limits)
         if not options.own_allocator:
@@ -75,7 +76,7 @@ class Soak:
 
     async def open(self, rng):
         """A client at any door. A hub that lives lets everyone in."""
-        while True:
+        while not self._broken_off:
             door = rng.choice(self.doors)
             begin = time.monotonic()
             try:
@@ -86,6 +87,8 @@ class Soak:
                 if self.hub.steady_since(begin):
                     self.ledger.violate("refused", f"over {door.name}: {error}")
             await asyncio.sleep(0.1)
+        # wait_for() can lose a cancellation; nobody would ever be let in again.
+        raise asyncio.CancelledError
 
     async def pause(self, seconds):
         """Sleeps, no longer than the phase lasts."""
@@ -100,6 +103,7 @@ class Soak:
             await self._phases()
             self.ledger.check_sum()
         finally:
+            self._broken_off = sys.exc_info()[0] is not None
             for member in self._members():
                 await member.kill()
         self.elapsed = time.monotonic() - begin
