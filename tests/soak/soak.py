@@ -121,6 +121,8 @@ class Soak:
         self._compare()
         for member in self._members():
             await member.stop()
+        if not self.ledger.noted["deaf readers that were let go"]:
+            self.ledger.violate("kept", "no connection that read nothing was closed")
         log = self.hub.log.read_text("utf-8", "replace")
         for reason in re.findall(r"Channel \d+ is closed: (.*)", log):
             self.ledger.noted[f"the hub closed a channel: {reason}"] += 1
