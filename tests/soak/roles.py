@@ -69,7 +69,7 @@ async def subscriber(soak, rng):
     """Every notification of a publisher comes, once and in order, from the first to the end of the
     subscription; and none after it."""
     while not soak.over.is_set():
-        client = await soak.open(rng)
+        client = await soak.open(rng, "pushes")
         last = {}
         subscribed = True
 
@@ -131,7 +131,7 @@ async def half_sender(soak, rng):
     """Messages that stop, break or go on late, and text that is no message."""
     ways = [_vanishes_in_a_message, _ends_in_a_message, _stops_in_a_message, _goes_on_late, _garbage]
     while not soak.over.is_set():
-        client = await soak.open(rng)
+        client = await soak.open(rng, "stream")
         await rng.choices(ways, [5, 5, 1, 4, 6])[0](soak, rng, client)
         await soak.pause(rng.uniform(0, 0.05))
 

@@ -62,7 +62,8 @@ class Soak:
         self.hub = self._member("hub", limits)
         if not options.own_allocator:
             self.hub.environment.update(Member.thrifty)
-        self.hub.listen(["tcp://127.0.0.1:0", "tcp://[::1]:0", f"unix://{folder}/hub.sock"])
+        urls = ["tcp://127.0.0.1:0", "tcp://[::1]:0", "http://127.0.0.1:0", "ws://127.0.0.1:0"]
+        self.hub.listen([*urls, f"unix://{folder}/hub.sock"])
         self.agents = {}
 
     def _member(self, name, options):
@@ -74,10 +75,11 @@ class Soak:
     def agent_names(self):
         return list(self.agents)
 
-    async def open(self, rng):
-        """A client at any door. A hub that lives lets everyone in."""
+    async def open(self, rng, needed=None):
+        """A client at any door whose framing has what is needed. A hub that lives lets everyone in."""
+        doors = [door for door in self.doors if needed is None or getattr(door.framing, needed)]
         while not self._broken_off:
-            door = rng.choice(self.doors)
+            door = rng.choice(doors)
             begin = time.monotonic()
             try:
                 return await Client(self, door).open()
