@@ -9,10 +9,11 @@ FUZZ_PACKAGES  := clang libclang-rt-14-dev
 FUZZ_SECONDS   ?= 60
 SOAK_PACKAGES  := python3
 SOAK_SECONDS   ?= 60
+COVERAGE_PACKAGES := gcovr
 JOBS ?= $(shell nproc)
 
 .PHONY: help deps build run test test-peers check sanitize asan tsan fuzz bench \
-        bench-instructions load soak format clean
+        bench-instructions load soak coverage format clean
 help:
 	@echo "make run       build everything and serve on tcp://127.0.0.1:7070"
 	@echo "make test      build and run the tests"
@@ -26,6 +27,7 @@ help:
 	@echo "make fuzz      the fuzzers, FUZZ_SECONDS=60 each"
 	@echo "make load      calls at fixed rates, and how long they took: build/load.md, build/load.svg"
 	@echo "make soak      a hub and agents under load that are killed, SOAK_SECONDS=60; build/soak.md"
+	@echo "make coverage  what the tests run of the product; the table is in build/coverage.md"
 	@echo "make format    format the sources"
 	@echo "make clean     remove build/"
 
@@ -91,6 +93,12 @@ soak:
 	@tools/configure release -DJSON_RPC_TESTS=ON
 	@cmake --build --preset release --target product change_wait -j $(JOBS)
 	@/usr/bin/python3 -B tests/soak/soak.py --seconds $(SOAK_SECONDS) $(SOAK_OPTIONS)
+
+coverage: deps
+	@tools/install_packages $(COVERAGE_PACKAGES)
+	@tools/configure coverage
+	@cmake --build --preset coverage -j $(JOBS)
+	@tools/coverage
 
 format:
 	@tools/install_packages clang-format

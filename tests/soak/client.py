@@ -139,6 +139,7 @@ class Client:
             kind = "answered twice" if call_id in self._done else "answer to nothing"
             return self._violate(kind, repr(message)[:200])
         self._done.add(call_id)
+        self.ledger.answers[self.door.name] += 1
         self._judge(call, made, message)
         return self._make_room()
 

@@ -1,7 +1,9 @@
 """The ways into a host. A door opens lines; a line sends texts, and hands each text that comes to
-whoever opened it. A door of another transport joins by a class of this shape and a name in DOORS."""
+whoever opened it. A door joins by its framing (framings.py) and a name in DOORS."""
 
 import asyncio
+
+from framings import Headers, HttpPosts, LineFeeds, WebSocket
 
 
 class Line(asyncio.Protocol):
@@ -11,20 +13,27 @@ class Line(asyncio.Protocol):
         self.owner = owner
         self.framing = framing
         self.transport = None
+        self.ready = asyncio.Event()  # texts may be sent; or it is closed
         self.slow = 0.0  # seconds without reading after each piece that was read
 
     def connection_made(self, transport):
         self.transport = transport
+        self.send_raw(self.framing.greeting)
+        if not self.framing.greeting:
+            self.ready.set()
 
     def data_received(self, data):
         for text in self.framing.texts(data):
             self.owner.on_text(text)
+        self.send_raw(self.framing.replies())
+        self.ready.set()
         if self.slow:
             self.pause()
             asyncio.get_running_loop().call_later(self.slow, self.resume)
 
     def connection_lost(self, error):
         self.owner.on_closed()
+        self.ready.set()
 
     def send(self, text, pieces=()):
         """Sends a text, cut at `pieces`."""
@@ -36,7 +45,7 @@ class Line(asyncio.Protocol):
         self.send_raw(whole[at:])
 
     def send_raw(self, data):
-        if not self.transport.is_closing():
+        if data and not self.transport.is_closing():
             self.transport.write(data)
 
     def part_of(self, text, fraction):
@@ -63,56 +72,6 @@ class Line(asyncio.Protocol):
         self.transport.abort()
 
 
-class LineFeeds:
-    """One text a line."""
-
-    def __init__(self):
-        self._begun = []
-
-    @staticmethod
-    def frame(text):
-        return text + b"\n"
-
-    def texts(self, data):
-        if b"\n" not in data:
-            self._begun.append(data)
-            return []
-        lines = b"".join([*self._begun, data]).split(b"\n")
-        last = lines.pop()
-        self._begun = [last] if last else []
-        return lines
-
-    def rest(self):
-        return b"".join(self._begun)
-
-
-class Headers:
-    """Content-Length before each text."""
-
-    def __init__(self):
-        self._begun = bytearray()
-
-    @staticmethod
-    def frame(text):
-        return b"Content-Length: %d\r\n\r\n" % len(text) + text
-
-    def texts(self, data):
-        self._begun += data
-        found = []
-        while True:
-            end = self._begun.find(b"\r\n\r\n", 0, 4096)
-            if end < 0:
-                return found
-            length = int(bytes(self._begun[:end]).split(b":")[1])
-            if len(self._begun) < end + 4 + length:
-                return found
-            found.append(bytes(self._begun[end + 4 : end + 4 + length]))
-            del self._begun[: end + 4 + length]
-
-    def rest(self):
-        return bytes(self._begun)
-
-
 class Door:
     """A listener's URL with a framing."""
 
@@ -131,12 +90,18 @@ class Door:
         if self.url.startswith("unix://"):
             _, line = await loop.create_unix_connection(make, self.url[len("unix://") :])
         else:
-            host, port = self.url[len("tcp://") :].rsplit(":", 1)
+            host, port = self.url.split("/")[2].rsplit(":", 1)
             _, line = await loop.create_connection(make, host.strip("[]"), int(port))
+        await line.ready.wait()
         return line
 
 
-DOORS = {"tcp": (LineFeeds, Headers), "unix": (LineFeeds, Headers)}
+DOORS = {
+    "tcp": (LineFeeds, Headers),
+    "unix": (LineFeeds, Headers),
+    "http": (HttpPosts, WebSocket),
+    "ws": (WebSocket,),
+}
 
 
 def doors_of(urls):

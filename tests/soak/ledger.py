@@ -12,6 +12,7 @@ class Ledger:
     def __init__(self):
         self.made = collections.Counter()  # by kind of call
         self.answered = collections.Counter()  # by kind of call
+        self.answers = collections.Counter()  # by door
         self.failed = collections.Counter()  # by cause: an error that the circumstances excuse
         self.lost = collections.Counter()  # by cause: the connection ended first
         self.noted = collections.Counter()  # other things that happened

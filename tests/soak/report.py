@@ -27,7 +27,7 @@ def text(soak):
     lines = [
         "# Soak",
         "",
-        f"Seed {soak.seed}, {soak.elapsed:.0f} s, doors: {'; '.join(d.name for d in soak.doors)}.",
+        f"Seed {soak.seed}, {soak.elapsed:.0f} s.",
         "",
         f"{made} calls were made, {ledger.answered.total()} answered, {ledger.failed.total()} failed, "
         f"{ledger.lost.total()} lost with their connection.",
@@ -37,6 +37,7 @@ def text(soak):
         ("call", "made", "answered"),
         [(kind, count, ledger.answered[kind]) for kind, count in sorted(ledger.made.items())],
     )
+    lines += _counts("answers over the door", ledger.answers)
     lines += _counts("failed", ledger.failed)
     lines += _counts("lost", ledger.lost)
     lines += _counts("what else happened", ledger.noted)

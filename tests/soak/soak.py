@@ -57,11 +57,13 @@ class Soak:
         self._build = options.build.resolve()
         self._folder = folder
         self._rng = random.Random(self.seed)
+        self._broken_off = False
         limits = ["--stall-timeout", str(roles.STALL), "--log-level", "warning"]
         self.hub = self._member("hub", limits)
         if not options.own_allocator:
             self.hub.environment.update(Member.thrifty)
-        self.hub.listen(["tcp://127.0.0.1:0", "tcp://[::1]:0", f"unix://{folder}/hub.sock"])
+        urls = ["tcp://127.0.0.1:0", "tcp://[::1]:0", "http://127.0.0.1:0", "ws://127.0.0.1:0"]
+        self.hub.listen([*urls, f"unix://{folder}/hub.sock"])
         self.agents = {}
 
     def _member(self, name, options):
@@ -73,10 +75,11 @@ class Soak:
     def agent_names(self):
         return list(self.agents)
 
-    async def open(self, rng):
-        """A client at any door. A hub that lives lets everyone in."""
-        while True:
-            door = rng.choice(self.doors)
+    async def open(self, rng, needed=None):
+        """A client at any door whose framing has what is needed. A hub that lives lets everyone in."""
+        doors = [door for door in self.doors if needed is None or getattr(door.framing, needed)]
+        while not self._broken_off:
+            door = rng.choice(doors)
             begin = time.monotonic()
             try:
                 return await Client(self, door).open()
@@ -86,6 +89,8 @@ class Soak:
                 if self.hub.steady_since(begin):
                     self.ledger.violate("refused", f"over {door.name}: {error}")
             await asyncio.sleep(0.1)
+        # wait_for() can lose a cancellation; nobody would ever be let in again.
+        raise asyncio.CancelledError
 
     async def pause(self, seconds):
         """Sleeps, no longer than the phase lasts."""
@@ -100,6 +105,7 @@ class Soak:
             await self._phases()
             self.ledger.check_sum()
         finally:
+            self._broken_off = sys.exc_info()[0] is not None
             for member in self._members():
                 await member.kill()
         self.elapsed = time.monotonic() - begin
@@ -117,6 +123,8 @@ class Soak:
         self._compare()
         for member in self._members():
             await member.stop()
+        if not self.ledger.noted["deaf readers that were let go"]:
+            self.ledger.violate("kept", "no connection that read nothing was closed")
         log = self.hub.log.read_text("utf-8", "replace")
         for reason in re.findall(r"Channel \d+ is closed: (.*)", log):
             self.ledger.noted[f"the hub closed a channel: {reason}"] += 1
