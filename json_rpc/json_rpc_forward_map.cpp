@@ -7,9 +7,7 @@
 #include "json_rpc/json_rpc_object.h"
 #include "vexa/log.h"
 
-namespace {
-
-void fail_back(int forward_id, const JSON_RPC_Forward_Map::data_type& entry) {
+void JSON_RPC_Forward_Map::fail_back(key_type forward_id, const data_type& entry) {
   const JSON_RPC_Channel_var requester(JSON_RPC_Channel::strong(entry.second));
   if (requester.null()) {
     try {
@@ -20,11 +18,8 @@ void fail_back(int forward_id, const JSON_RPC_Forward_Map::data_type& entry) {
     }
     return;
   }
-  requester->send_error(JSON_RPC_INTERNAL_ERROR, entry.first, JSON_RPC_Forward_Map::CLOSED,
-                        json_spirit::Value::null);
+  requester->send_error(JSON_RPC_INTERNAL_ERROR, entry.first, CLOSED, json_spirit::Value::null);
 }
-
-}  // namespace
 
 JSON_RPC_Forward_Map::JSON_RPC_Forward_Map() : forward_id_(0) {}
 
@@ -51,6 +46,12 @@ int JSON_RPC_Forward_Map::get(key_type key, data_type& data) {
   data.second = it->second.second;
   map_.erase(it);
   return 0;
+}
+
+int JSON_RPC_Forward_Map::take_first(key_type& key, data_type& data) {
+  if (map_.empty()) return -1;
+  key = map_.begin()->first;
+  return get(key, data);
 }
 
 void JSON_RPC_Forward_Map::clear() {

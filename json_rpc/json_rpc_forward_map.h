@@ -36,6 +36,10 @@ public:
   /// Takes the entry of `key` out. 0; or -1, with `data` untouched, when there is none.
   int get(key_type key, data_type& data);
 
+  /// Takes out the entry that was put in first (after a wrap, the lowest). 0; or -1, with both
+  /// untouched, when there is none.
+  int take_first(key_type& key, data_type& data);
+
   /// Whether nothing is pending.
   bool empty() const { return map_.empty(); }
   std::size_t size() const { return map_.size(); }
@@ -43,6 +47,8 @@ public:
   /// Answers all that is pending with error -32603, in the order in which it was forwarded, and
   /// forgets it. A requester that is gone costs an error line. Ids go on from the last one.
   void clear();
+  /// What clear() does with an entry.
+  static void fail_back(key_type forward_id, const data_type& entry);
 
 private:
   int forward_id_;  // the last one given out

@@ -1,5 +1,6 @@
 #include "json_rpc/json_rpc_parser.h"
 
+#include <cerrno>
 #include <cstring>
 
 #include "vexa/json_limits.h"
@@ -73,11 +74,13 @@ void JSON_RPC_Parser::close() {
 bool JSON_RPC_Parser::read(const char* data, std::size_t length) {
   if (!is_open()) return false;
   const bool more = data != nullptr && length != 0;
+  errno = 0;
   const yajl_status status =
       more ? yajl_parse(handle_.get(), reinterpret_cast<const unsigned char*>(data), length)
            : yajl_complete_parse(handle_.get());
   if (status == yajl_status_ok) return true;
   if (status == yajl_status_client_canceled) refused_ = true;
+  if (refused_ && err_ == ERROR_NONE && errno == ENOMEM) err_ = ERROR_NO_MEMORY;
   report(more ? data : nullptr, more ? length : 0);
   return false;
 }

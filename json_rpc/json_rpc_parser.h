@@ -41,7 +41,7 @@ public:
   enum Error {
     ERROR_NONE = 0,
     ERROR_NO_HANDLE = 1,  ///< the parse handle could not be allocated
-    ERROR_NO_MEMORY = 2,  ///< a message object could not be allocated
+    ERROR_NO_MEMORY = 2,  ///< a message, or a part of it, could not be allocated
     ERROR_STRUCTURE = 3,  ///< not an object, or an end without its start
     ERROR_CODE = 4,       ///< the error code is not an integer
     ERROR_MEMBER = 5,     ///< an unknown member, or a value of a type that the member cannot have

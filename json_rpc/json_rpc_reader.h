@@ -75,7 +75,7 @@ public:
   /// requester.
   void request_channel(const JSON_RPC_Channel_var& channel) { request_channel_.emplace(channel); }
   JSON_RPC_Channel_var request_channel() const {
-    return request_channel_ ? *request_channel_ : JSON_RPC_Channel_var();
+    return request_channel_ ? *request_channel_ : JSON_RPC_Channel::none();
   }
 
   /// The "id" of the message as read so far: null until read. After a relay began, the requester's.

@@ -20,6 +20,12 @@ struct Awaited_Call {
 /// is owed as many answers; which of them an answer belongs to cannot be told, so they are counted.
 /// No lock: the outbox guards it.
 class Awaited_Ids {
+  struct Counts {
+    std::size_t awaited = 0;
+    std::size_t alive = 0;
+    Awaited_Call call;
+  };
+
 public:
   /// A request with this id has come.
   void add(const json_spirit::Value& id, const Awaited_Call& call = Awaited_Call()) {
@@ -39,16 +45,29 @@ public:
     return true;
   }
 
-  /// An answer goes out: the request that came last with that id; null when it awaits none. Until
-  /// the next call.
-  const Awaited_Call* settle(const json_spirit::Value& id) {
+  typedef std::unordered_map<json_spirit::Value, Counts, json_spirit::value_hash> Map;
+  /// Where an answer belongs, until the next change.
+  typedef Map::iterator Place;
+
+  /// Whether the id awaits an answer.
+  bool awaits(const json_spirit::Value& id) const {
     const auto it = ids_.find(id);
-    if (it == ids_.end() || it->second.awaited == 0) return nullptr;
-    settled_ = it->second.call;
-    --it->second.awaited;
+    return it != ids_.end() && it->second.awaited > 0;
+  }
+
+  /// Where an answer to `id` belongs; false when it awaits none.
+  bool find(const json_spirit::Value& id, Place& place) {
+    place = ids_.find(id);
+    return place != ids_.end() && place->second.awaited > 0;
+  }
+
+  /// An answer goes out: the request that came last with its id. Needs no memory.
+  Awaited_Call settle(Place place) {
+    const Awaited_Call call = place->second.call;
+    --place->second.awaited;
     --awaited_;
-    erase_empty(it);
-    return &settled_;
+    erase_empty(place);
+    return call;
   }
 
   /// A request with this id exists no longer; whether that leaves an answer which nobody will give.
@@ -77,20 +96,12 @@ public:
   }
 
 private:
-  struct Counts {
-    std::size_t awaited = 0;
-    std::size_t alive = 0;
-    Awaited_Call call;
-  };
-  typedef std::unordered_map<json_spirit::Value, Counts, json_spirit::value_hash> Map;
-
   void erase_empty(Map::iterator it) {
     if (it->second.awaited == 0 && it->second.alive == 0) ids_.erase(it);
   }
 
   Map ids_;
   std::size_t awaited_ = 0;
-  Awaited_Call settled_;
 };
 
 }  // namespace transport

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <new>
 #include <utility>
 
 namespace transport {
@@ -46,24 +47,28 @@ Outbox::Result Outbox::admit(Kind kind, std::size_t bytes) {
 }
 
 /// Requires mutex_.
-bool Outbox::settle(const json_spirit::Value& id, Awaited_Call* settled) {
-  const Awaited_Call* const call = awaited_.settle(id);
-  if (call != nullptr && settled != nullptr) *settled = *call;
-  return call != nullptr;
+void Outbox::settle(Awaited_Ids::Place place, Awaited_Call* settled) {
+  const Awaited_Call call = awaited_.settle(place);
+  if (settled != nullptr) *settled = call;
 }
 
 /// Requires mutex_.
 bool Outbox::must_wake() { return !std::exchange(attended_, true); }
 
-/// Appends to the last piece where that is small and complete. Requires mutex_.
-void Outbox::add(std::string_view text, bool answer) {
+/// Appends to the last piece where that is small and complete. All or nothing. Requires mutex_.
+void Outbox::add(std::string_view head, std::string_view body, bool answer) {
+  const std::size_t bytes = head.size() + body.size();
   const bool apart = framing_ == Framing::MESSAGES;
   if (apart || line_.empty() || line_.back().stream != 0 || line_.back().shared ||
-      line_.back().own.size() + text.size() > joined_piece) {
-    line_.emplace_back();
+      line_.back().own.size() + bytes > joined_piece) {
+    Output_Piece piece;
+    piece.own.reserve(bytes);
+    line_.push_back(std::move(piece));
   }
-  line_.back().own.append(text);
-  count(line_.back(), text.size(), answer);
+  std::string& text = line_.back().own;
+  text.reserve(text.size() + bytes);  // grows as append() does
+  text.append(head).append(body);
+  count(line_.back(), bytes, answer);
 }
 
 /// Bytes have been added to a piece. Requires mutex_.
@@ -75,22 +80,27 @@ void Outbox::count(Output_Piece& piece, std::size_t bytes, bool answer) {
 }
 
 Outbox::Result Outbox::put(Kind kind, const json_spirit::Value& id, std::string_view head,
-                           std::string_view body, const Shared_Text& shared, bool& wake,
-                           Awaited_Call* settled) {
+                           std::string_view body, bool& wake, Awaited_Call* settled) {
   wake = false;
   const std::lock_guard<std::mutex> guard(mutex_);
-  const std::string_view text = shared ? std::string_view(*shared) : body;
-  const Result admitted = admit(kind, head.size() + text.size());
+  const Result admitted = admit(kind, head.size() + body.size());
   if (admitted != SENT) return admitted;
-  if (kind == ANSWER && !settle(id, settled)) return NOT_AWAITED;
-  const bool answer = kind == ANSWER || kind == COMPLAINT;
-  if (!head.empty()) add(head, answer);
-  if (shared && text.size() > copied_text) {
-    line_.push_back({std::string(), shared});
-    count(line_.back(), text.size(), answer);
-  } else {
-    add(text, answer);
-  }
+  Awaited_Ids::Place place;
+  if (kind == ANSWER && !awaited_.find(id, place)) return NOT_AWAITED;
+  add(head, body, kind == ANSWER || kind == COMPLAINT);
+  if (kind == ANSWER) settle(place, settled);  // last: without memory it is still awaited
+  wake = must_wake();
+  return SENT;
+}
+
+Outbox::Result Outbox::put(const Shared_Text& notice, bool& wake) {
+  if (notice->size() <= copied_text) return put(NOTICE, json_spirit::Value(), {}, *notice, wake);
+  wake = false;
+  const std::lock_guard<std::mutex> guard(mutex_);
+  const Result admitted = admit(NOTICE, notice->size());
+  if (admitted != SENT) return admitted;
+  line_.push_back({std::string(), notice});
+  count(line_.back(), notice->size(), false);
   wake = must_wake();
   return SENT;
 }
@@ -101,9 +111,11 @@ Outbox::Result Outbox::begin(std::string_view text, const json_spirit::Value* an
   const std::lock_guard<std::mutex> guard(mutex_);
   if (closed_) return CLOSED;
   if (framing_ == Framing::BODIES && answered == nullptr) return UNSUPPORTED;
-  if (answered != nullptr && !settle(*answered, settled)) return NOT_AWAITED;
+  Awaited_Ids::Place place;
+  if (answered != nullptr && !awaited_.find(*answered, place)) return NOT_AWAITED;
+  line_.push_back({std::string(text), Shared_Text(), 0, last_stream_ + 1, answered != nullptr});
   stream = ++last_stream_;
-  line_.push_back({std::string(text), Shared_Text(), 0, stream, answered != nullptr});
+  if (answered != nullptr) settle(place, settled);  // last: without memory it is still awaited
   count(line_.back(), text.size(), line_.back().answer);
   wake = must_wake();
   return SENT;
@@ -152,9 +164,10 @@ bool Outbox::replace(std::uint64_t stream, std::string_view text, bool& wake) {
     Output_Piece* const piece = find(stream);
     if (closed_ || piece == nullptr) return true;
     if (piece->started) return false;
+    std::string whole(text);  // first: without memory nothing has changed
     unsent_ -= piece->own.size();
     answers_ -= std::exchange(piece->answers, 0);
-    piece->own.assign(text);
+    piece->own.swap(whole);
     count(*piece, text.size(), piece->answer);
     piece->stream = 0;
     ++progress_;
@@ -190,21 +203,29 @@ bool Outbox::may_grow(std::uint64_t stream, std::size_t mark, const std::weak_pt
   return false;
 }
 
-/// Takes out those that need wait no longer. Requires mutex_.
+/// Takes out those that need wait no longer; needs no memory. Requires mutex_.
 Outbox::Waiters Outbox::ready_waiters() {
   Waiters ready;
-  if (waiters_.empty()) return ready;
-  const auto rest = std::stable_partition(
-      waiters_.begin(), waiters_.end(),
-      [this](const Waiter& w) { return !closed_ && !has_room(w.stream, w.mark); });
-  ready.assign(std::make_move_iterator(rest), std::make_move_iterator(waiters_.end()));
-  waiters_.erase(rest, waiters_.end());
+  for (auto it = waiters_.begin(); it != waiters_.end();) {
+    const auto waiter = it++;
+    if (closed_ || has_room(waiter->stream, waiter->mark)) {
+      ready.splice(ready.end(), waiters_, waiter);
+    }
+  }
   return ready;
 }
 
-void Outbox::resume(const Waiters& waiters) {
-  for (const Waiter& waiter : waiters) {
-    if (const std::shared_ptr<Wire> wire = waiter.wire.lock()) wire->resume();
+/// Without memory to tell them they go on to wait: what happens next tells them again.
+void Outbox::resume(Waiters& waiters) {
+  for (auto it = waiters.begin(); it != waiters.end();) {
+    const auto waiter = it++;
+    const std::shared_ptr<Wire> wire = waiter->wire.lock();
+    try {
+      if (wire != nullptr) wire->resume();
+    } catch (const std::bad_alloc&) {
+      const std::lock_guard<std::mutex> guard(mutex_);
+      waiters_.splice(waiters_.end(), waiters, waiter);
+    }
   }
 }
 
@@ -264,9 +285,19 @@ bool Outbox::is_closed() const {
   return closed_;
 }
 
+bool Outbox::awaits(const json_spirit::Value& id) const {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  return awaited_.awaits(id);
+}
+
 std::vector<json_spirit::Value> Outbox::awaited() const {
   const std::lock_guard<std::mutex> guard(mutex_);
   return awaited_.all();
+}
+
+void Outbox::unattended() {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  attended_ = false;
 }
 
 void Outbox::attend() {
@@ -279,6 +310,7 @@ bool Outbox::take(std::vector<Output_Piece>& batch) {
   const auto open = std::find_if(line_.begin(), line_.end(),
                                  [](const Output_Piece& piece) { return piece.stream != 0; });
   const std::size_t before = batch.size();
+  batch.reserve(before + line_.size());  // first: what is moved is not to be lost
   std::move(line_.begin(), open, std::back_inserter(batch));
   if (open != line_.end() && !open->own.empty()) {
     batch.push_back({std::move(open->own), Shared_Text(), std::exchange(open->answers, 0)});

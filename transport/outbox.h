@@ -4,6 +4,7 @@
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
+#include <list>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -70,11 +71,18 @@ public:
   /// id awaits nothing.
   bool share(const json_spirit::Value& id);
 
-  /// Puts a whole message in: `head` and then `body`, or `shared` where it is not null. An answer
-  /// settles its id in the same step, so that the peer is owed nothing only when the line has it;
-  /// `settled`, unless it is null, is then the request.
+  /// Whether the id awaits an answer.
+  bool awaits(const json_spirit::Value& id) const;
+
+  // What puts in throws std::bad_alloc; nothing has changed then, and an id is awaited still.
+
+  /// Puts a whole message in: `head` and then `body`. An answer settles its id in the same step, so
+  /// that the peer is owed nothing only when the line has it; `settled`, unless it is null, is then
+  /// the request.
   Result put(Kind kind, const json_spirit::Value& id, std::string_view head, std::string_view body,
-             const Shared_Text& shared, bool& wake, Awaited_Call* settled = nullptr);
+             bool& wake, Awaited_Call* settled = nullptr);
+  /// Puts a whole notification in, which is not null.
+  Result put(const Shared_Text& notice, bool& wake);
 
   /// Begins an open message at the end of the line: `stream` names it for the calls below. A
   /// response settles its `answered` id (else null), and `settled` is as with put().
@@ -112,6 +120,9 @@ public:
   /// The ids that await an answer.
   std::vector<json_spirit::Value> awaited() const;
 
+  /// The loop could not be woken: the next message is to wake it.
+  void unattended();
+
   // For the loop.
 
   /// From now on the loop looks into the line by itself: nobody wakes it until take() found
@@ -134,13 +145,13 @@ private:
     std::size_t mark;
     std::weak_ptr<Wire> wire;
   };
-  typedef std::vector<Waiter> Waiters;
+  typedef std::list<Waiter> Waiters;
 
-  static void resume(const Waiters& waiters);
+  void resume(Waiters& waiters);
   Result admit(Kind kind, std::size_t bytes);
-  void add(std::string_view text, bool answer);
+  void add(std::string_view head, std::string_view body, bool answer);
   void count(Output_Piece& piece, std::size_t bytes, bool answer);
-  bool settle(const json_spirit::Value& id, Awaited_Call* settled);
+  void settle(Awaited_Ids::Place place, Awaited_Call* settled);
   bool must_wake();
   Output_Piece* find(std::uint64_t stream);
   std::size_t unsent_up_to(std::uint64_t stream) const;

@@ -1,6 +1,7 @@
 #include "transport/outgoing_stream.h"
 
 #include <cerrno>
+#include <new>
 
 #include "transport/loop_thread.h"
 #include "transport/stream_channel.h"
@@ -15,8 +16,16 @@ constexpr std::size_t piece = 64u << 10;  // bytes gathered before the line is t
 
 Outgoing_Stream::Outgoing_Stream(Stream_Channel& channel) : channel_(channel) {}
 
-Outgoing_Stream::~Outgoing_Stream() {
+Outgoing_Stream::~Outgoing_Stream() { abandon(); }
+
+void Outgoing_Stream::abandon() {
   if (state_ == IN_LINE) channel_.close_soon("an outgoing message broke off");
+  fail(ECANCELED);
+}
+
+bool Outgoing_Stream::answers(const json_spirit::Value& id) const {
+  return envelope_.kind() == Envelope_Scanner::RESPONSE && envelope_.known() &&
+         envelope_.id() == id;
 }
 
 void Outgoing_Stream::fail(int error) {
@@ -37,8 +46,17 @@ bool Outgoing_Stream::may_produce() {
   return false;
 }
 
+/// Called by yajl, whose caller may be anybody's handler: no exception goes there.
 void Outgoing_Stream::print(const char* text, std::size_t length) {
   if (error_ != 0 || state_ == DONE) return;
+  try {
+    take(text, length);
+  } catch (const std::bad_alloc&) {
+    fail(ENOMEM);
+  }
+}
+
+void Outgoing_Stream::take(const char* text, std::size_t length) {
   text_.append(text, length);
   if (state_ == HELD) envelope_.scan(text, length);
   if (text_.size() < piece) return;
@@ -92,8 +110,9 @@ int Outgoing_Stream::finish() {
   }
   bool wake;
   text_ += '\n';
-  state_ = DONE;
-  if (channel_.outbox().end(stream_, text_, wake) != Outbox::SENT) {
+  const Outbox::Result result = channel_.outbox().end(stream_, text_, wake);
+  state_ = DONE;  // not before: what could not be ended breaks off
+  if (result != Outbox::SENT) {
     errno = ENOTCONN;
     return -1;
   }

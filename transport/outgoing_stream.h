@@ -30,13 +30,20 @@ public:
   void print(const char* text, std::size_t length) override;
 
   /// The message is complete. 0, or -1 with errno: ENOTCONN closed, EINVAL not awaited, ENOBUFS the
-  /// line is too full (on a loop thread, which does not wait), ETIMEDOUT the peer takes nothing.
+  /// line is too full (on a loop thread, which does not wait), ETIMEDOUT the peer takes nothing,
+  /// ENOMEM.
   int finish();
+  /// Whoever produced it will not complete it: what is still written goes nowhere, and finish()
+  /// gives -1, ECANCELED. As the destructor, for a generator that somebody may still hold.
+  void abandon();
+  /// Whether it is known to answer the request `id`.
+  bool answers(const json_spirit::Value& id) const;
   bool failed() const { return error_ != 0; }
   int error() const { return error_; }
 
 private:
   enum State { HELD, IN_LINE, DONE };
+  void take(const char* text, std::size_t length);
   bool may_produce();
   void enter_line();
   void fail(int error);

@@ -1,5 +1,6 @@
 #include "transport/socket_stream.h"
 
+#include <boost/asio/error.hpp>
 #include <utility>
 
 #include "transport/buffer_range.h"
@@ -7,6 +8,18 @@
 namespace transport {
 
 using boost::system::error_code;
+
+namespace {
+
+/// Asio repeats what a signal interrupted only where it waits itself.
+template <typename Transfer>
+std::size_t uninterrupted(error_code& error, Transfer transfer) {
+  std::size_t bytes = transfer();
+  while (error == boost::asio::error::interrupted) bytes = transfer();
+  return bytes;
+}
+
+}  // namespace
 
 Socket_Stream::Socket_Stream(Socket socket) : socket_(std::move(socket)) {}
 
@@ -17,12 +30,14 @@ void Socket_Stream::async_read(char* data, std::size_t size, const std::shared_p
 }
 
 std::size_t Socket_Stream::read_some(char* data, std::size_t size, error_code& error) {
-  return socket_.read_some(boost::asio::buffer(data, size), error);
+  return uninterrupted(error,
+                       [&] { return socket_.read_some(boost::asio::buffer(data, size), error); });
 }
 
 std::size_t Socket_Stream::write_some(const boost::asio::const_buffer* buffers, std::size_t count,
                                       error_code& error) {
-  return socket_.write_some(Buffer_Range(buffers, count), error);
+  return uninterrupted(error,
+                       [&] { return socket_.write_some(Buffer_Range(buffers, count), error); });
 }
 
 void Socket_Stream::async_wait_writable(const std::shared_ptr<User>& user) {

@@ -26,6 +26,7 @@ namespace transport {
 namespace {
 
 const char* const channel_closed = "Internal error, channel is closed.";
+const char* const no_memory = "there is no memory to answer it";
 const char* const broken_answer = "Internal error, the answer is broken.";
 
 /// A buffer for the text of one message, kept by the thread from one to the next.
@@ -117,6 +118,7 @@ struct Stream_Channel::Open_Message {
       : thread(std::this_thread::get_id()), stream(channel), gen(writer.open(stream)) {}
 
   const std::thread::id thread;
+  bool abandoned = false;  // its handler has left it
   Outgoing_Stream stream;
   JSON_RPC_Writer writer;
   yajl_gen_t* const gen;
@@ -162,10 +164,13 @@ int Stream_Channel::send_object(const JSON_RPC_Object& obj) {
 
 int Stream_Channel::send_call(const json_spirit::Value& id, std::string_view text) {
   if (!calls_.note(id, Sent_Calls::OBJECT)) return fail(ENOTCONN);
-  const int result = put(Outbox::CALL, id, text);
-  Sent_Calls::Kind ignored;
-  if (result == -1) calls_.take(id, ignored);
-  return result;
+  bool sent = false;
+  const auto forget = vexa::on_exit([&] {
+    Sent_Calls::Kind ignored;
+    if (!sent) calls_.take(id, ignored);
+  });
+  sent = put(Outbox::CALL, id, text) == 0;
+  return sent ? 0 : -1;
 }
 
 /// One of several receivers of a notification: the first of them serialises it for all.
@@ -180,7 +185,7 @@ int Stream_Channel::send_prepared(JSON_RPC_Fan_Out& fan_out, const JSON_RPC_Obje
   const Shared_Text text = std::static_pointer_cast<const std::string>(fan_out.prepared);
   if (framing_ == Framing::HEADERS) return put(Outbox::NOTICE, obj.id, *text);
   bool wake_loop;
-  const Outbox::Result result = outbox_.put(Outbox::NOTICE, obj.id, {}, {}, text, wake_loop);
+  const Outbox::Result result = outbox_.put(text, wake_loop);
   return conclude(Outbox::NOTICE, obj.id, result, wake_loop);
 }
 
@@ -195,7 +200,7 @@ Outbox::Result Stream_Channel::put_text(Outbox::Kind kind, const json_spirit::Va
   }
   Awaited_Call call;
   const Outbox::Result result =
-      outbox_.put(kind, id, std::string_view(head, head_length), text, nullptr, wake_loop, &call);
+      outbox_.put(kind, id, std::string_view(head, head_length), text, wake_loop, &call);
   if (result == Outbox::SENT && kind == Outbox::ANSWER) count_answer(call, code);
   return result;
 }
@@ -250,7 +255,10 @@ void Stream_Channel::report_dropped(Outbox::Result result, const json_spirit::Va
 }
 
 void Stream_Channel::request_gone(const json_spirit::Value& id) noexcept {
-  if (outbox_.gone(id)) answer_error(id, JSON_RPC_INTERNAL_ERROR, nullptr);
+  abandon_answer(id);
+  if (!outbox_.gone(id) || answer_error(id, JSON_RPC_INTERNAL_ERROR, nullptr)) return;
+  // Nobody else will answer.
+  if (outbox_.awaits(id)) close_soon(no_memory);
 }
 
 bool Stream_Channel::answer_error(const json_spirit::Value& id, int code, const char* message) {
@@ -268,13 +276,14 @@ bool Stream_Channel::answer_error(const json_spirit::Value& id, int code, const 
 }
 
 void Stream_Channel::complain(const json_spirit::Value& id, int code, const char* message) {
-  guarded([&] {
+  const int sent = guarded([&] {
     std::string& text = scratch();
     if (!serialise(error_response(id, code, message), text)) return -1;
     const int result = put(Outbox::COMPLAINT, id, text);
     if (result == 0 && metrics_ != nullptr) metrics_->complained(code);
     return result;
   });
+  if (sent == -1 && errno == ENOMEM) close_soon(no_memory);
 }
 
 int Stream_Channel::send(JSON_Generator& gen) {
@@ -306,14 +315,34 @@ int Stream_Channel::generate(JSON_Generator& gen) {
   });
 }
 
+/// The message that this thread has open, or the end. Requires open_mutex_.
+std::vector<std::unique_ptr<Stream_Channel::Open_Message>>::iterator Stream_Channel::own_message() {
+  return std::find_if(open_.begin(), open_.end(),
+                      [](const auto& open) { return open->thread == std::this_thread::get_id(); });
+}
+
+/// Its request has gone on the thread that began the answer: the handler threw, or forgot to end
+/// it. The generator stays valid, in case somebody still writes.
+void Stream_Channel::abandon_answer(const json_spirit::Value& id) {
+  Open_Message* message = nullptr;  // other threads leave it alone
+  {
+    const std::lock_guard<std::mutex> guard(open_mutex_);
+    const auto own = own_message();
+    if (own != open_.end()) message = own->get();
+  }
+  if (message == nullptr || message->abandoned || !message->stream.answers(id)) return;
+  message->abandoned = true;
+  message->stream.abandon();
+}
+
 yajl_gen_t* Stream_Channel::send_begin() {
   yajl_gen_t* gen = nullptr;
   guarded([&] {
     if (outbox_.is_closed()) return fail(ENOTCONN);
     const std::lock_guard<std::mutex> guard(open_mutex_);
-    for (const auto& message : open_) {
-      if (message->thread == std::this_thread::get_id()) return fail(EBUSY);
-    }
+    const auto own = own_message();
+    if (own != open_.end() && !(*own)->abandoned) return fail(EBUSY);
+    if (own != open_.end()) open_.erase(own);
     open_.push_back(std::make_unique<Open_Message>(*this));
     gen = open_.back()->gen;
     if (gen != nullptr) return 0;
@@ -328,9 +357,7 @@ int Stream_Channel::send_end() {
     std::unique_ptr<Open_Message> message;
     {
       const std::lock_guard<std::mutex> guard(open_mutex_);
-      const auto it = std::find_if(open_.begin(), open_.end(), [](const auto& open) {
-        return open->thread == std::this_thread::get_id();
-      });
+      const auto it = own_message();
       if (it == open_.end()) return fail(EINVAL);
       message = std::move(*it);
       open_.erase(it);
@@ -344,15 +371,27 @@ JSON_RPC_Channel_ptr Stream_Channel::make_endpoint(const json_spirit::Value& id)
     errno = outbox_.is_closed() ? ENOTCONN : EINVAL;
     return none();
   }
-  try {
-    const JSON_RPC_Channel_var endpoint(new Answer_Endpoint(self_, id));
-    const std::lock_guard<std::mutex> guard(endpoints_mutex_);
-    endpoints_.emplace(endpoint.get(), endpoint);
-    return endpoint;
-  } catch (const std::bad_alloc&) {
+  Answer_Endpoint* endpoint = nullptr;
+  guarded([&] {
+    endpoint = new Answer_Endpoint(self_, id);
+    return 0;
+  });
+  // From here on it answers for its share.
+  if (endpoint == nullptr) request_gone(id);
+  JSON_RPC_Channel_var owner(none());
+  if (!vexa::adopt(owner, static_cast<JSON_RPC_Channel*>(endpoint)) || !keep_endpoint(owner)) {
     errno = ENOMEM;
     return none();
   }
+  return owner;
+}
+
+bool Stream_Channel::keep_endpoint(const JSON_RPC_Channel_var& endpoint) {
+  return guarded([&] {
+           const std::lock_guard<std::mutex> guard(endpoints_mutex_);
+           endpoints_.emplace(endpoint.get(), endpoint);
+           return 0;
+         }) == 0;
 }
 
 void Stream_Channel::drop_endpoint(const JSON_RPC_Channel& endpoint) {
@@ -462,7 +501,7 @@ int Stream_Channel::call_answered(const JSON_RPC_Object_var& response, Sent_Call
 }
 
 bool Stream_Channel::fail_answer(const json_spirit::Value& id, bool answer) {
-  guarded([&] {
+  const int told = guarded([&] {
     if (answer_forwarded(internal_error(id, JSON_RPC_Forward_Map::CLOSED))) {
       count(Metrics::RELAYS_FAILED);
       answer = true;
@@ -472,6 +511,10 @@ bool Stream_Channel::fail_answer(const json_spirit::Value& id, bool answer) {
     if (calls_.take(id, kind)) answer = true;
     return answer ? call_answered(internal_error(id, broken_answer), kind) : 0;
   });
+  int forward_id;
+  if (told == -1 && errno == ENOMEM && forward_id_of(id, forward_id)) {
+    return drop_forward_entry(forward_id) || answer;  // the requester's channel sees to it
+  }
   return answer;
 }
 
@@ -557,14 +600,36 @@ HTTP_SOCK_State Stream_Channel::response_state() {
   return outbox_.is_closed() ? HTTP_SOCK_STATE_CLOSED : HTTP_SOCK_STATE_CONNECTED;
 }
 
-void Stream_Channel::wake() {
-  if (const std::shared_ptr<Wire> wire = wire_.lock()) wire->wake();
+void Stream_Channel::wake() noexcept {
+  const std::shared_ptr<Wire> wire = wire_.lock();
+  try {
+    if (wire != nullptr) wire->wake();
+  } catch (...) {
+    outbox_.unattended();  // the message stands in the line; the next one wakes
+  }
 }
 
-bool Stream_Channel::close_soon(const char* reason) {
-  if (closing_.exchange(true)) return false;
-  if (const std::shared_ptr<Wire> wire = wire_.lock()) wire->close_soon(reason);
+bool Stream_Channel::close_soon(const char* reason) noexcept {
+  const char* open = nullptr;
+  if (!closing_.compare_exchange_strong(open, reason)) return false;
+  const std::shared_ptr<Wire> wire = wire_.lock();
+  try {
+    if (wire != nullptr) wire->close_soon(reason);
+  } catch (...) {
+    VEXA_WARNING("There is no memory to have a channel closed: %C.\n", reason);
+  }
   return true;
+}
+
+/// A forwarded request that will not be answered.
+void Stream_Channel::fail_forwarded(int forward_id, const JSON_RPC_Forward_Map::data_type& entry) {
+  const JSON_RPC_Channel_var requester = strong(entry.second);
+  Answer_Endpoint* const endpoint = dynamic_cast<Answer_Endpoint*>(requester.get());
+  if (endpoint != nullptr) {
+    endpoint->abandon();
+  } else {
+    JSON_RPC_Forward_Map::fail_back(forward_id, entry);
+  }
 }
 
 void Stream_Channel::no_more_answers() {
@@ -576,7 +641,9 @@ void Stream_Channel::no_more_answers() {
   }
   if (forwards == nullptr) return;
   count(Metrics::RELAYS_FAILED, forwards->size());
-  forwards->clear();
+  int forward_id;
+  JSON_RPC_Forward_Map::data_type entry(json_spirit::Value(), none());
+  while (forwards->take_first(forward_id, entry) == 0) fail_forwarded(forward_id, entry);
 }
 
 void Stream_Channel::closed() {

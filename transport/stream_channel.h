@@ -65,7 +65,8 @@ public:
   int send(JSON_Generator& gen) override;
 
   /// The same by hand: the generator is the calling thread's until its send_end(). One open message
-  /// a thread (EBUSY).
+  /// a thread (EBUSY). An answer whose request goes before on that thread is broken off: the peer
+  /// gets -32603, or where some of it stands in the line, the channel closes.
   yajl_gen_t* send_begin() override;
   int send_end() override;
 
@@ -135,8 +136,11 @@ public:
   /// more comes; `source` is then resumed. On the channel's loop.
   bool last_requester_waits(const std::weak_ptr<Wire>& source);
 
-  /// Asks the loop to close the connection; false when that was asked before.
-  bool close_soon(const char* reason);
+  /// Asks the loop to close the connection; `reason` is a literal. Without memory to ask it is left
+  /// in close_reason(). False when that was asked before.
+  bool close_soon(const char* reason) noexcept;
+  /// Why the connection is to close; null while it is not.
+  const char* close_reason() const { return closing_; }
   /// The connection has gone: nothing can be sent any more, whoever waits to send gives up, and
   /// calls and forwarded requests end with -32603. On the channel's loop.
   void closed();
@@ -151,7 +155,10 @@ private:
   int send_under(JSON_RPC_Object& obj, int forward_id);
   int send_generated_call(const std::string& id, JSON_Generator& gen);
   int generate(JSON_Generator& gen);
+  std::vector<std::unique_ptr<Open_Message>>::iterator own_message();
+  void abandon_answer(const json_spirit::Value& id);
   JSON_RPC_Channel_ptr make_endpoint(const json_spirit::Value& id);
+  bool keep_endpoint(const JSON_RPC_Channel_var& endpoint);
   void drop_endpoint(const JSON_RPC_Channel& endpoint);
   int take_forward_entry(int forward_id, JSON_RPC_Channel_ptr& requester, json_spirit::Value& id);
   bool drop_forward_entry(int forward_id);
@@ -160,6 +167,7 @@ private:
   Outbox::Result begin_open(std::string_view text, const json_spirit::Value* answered,
                             std::uint64_t& stream, bool& wake_loop);
   void break_off(std::uint64_t stream, const json_spirit::Value& id, const char* message);
+  void fail_forwarded(int forward_id, const JSON_RPC_Forward_Map::data_type& entry);
   void fail_calls();
 
   int send_object(const JSON_RPC_Object& obj);
@@ -170,7 +178,7 @@ private:
   int conclude(Outbox::Kind kind, const json_spirit::Value& id, Outbox::Result result,
                bool wake_loop);
   void report_dropped(Outbox::Result result, const json_spirit::Value& id);
-  void wake();
+  void wake() noexcept;
 
   const Limits limits_;
   const Addresses addresses_;
@@ -179,7 +187,7 @@ private:
   bool tls_ = false;            // the same
   Metrics* metrics_ = nullptr;  // the same
   std::atomic<Framing> framing_{Framing::LINES};
-  std::atomic<bool> closing_{false};  // the loop has been asked to close
+  std::atomic<const char*> closing_{nullptr};  // why the loop has been asked to close
   Outbox outbox_;
   Sent_Calls calls_;
   mutable std::mutex forward_mutex_;                // a leaf

@@ -1,5 +1,7 @@
 #include "transport/text_feeder.h"
 
+#include <new>
+
 #include "json_rpc/json_rpc_reader.h"
 
 namespace transport {
@@ -25,6 +27,8 @@ Text_Feeder::Outcome Text_Feeder::read(JSON_RPC_Reader& reader, const char* data
   taken = length;
   if (length == 0 || reader.read(data, length)) return MORE;
   taken = reader.consumed() < length ? reader.consumed() : length;
+  // Not the peer's fault, and what it asked or answered is lost: its connection cannot go on.
+  if (reader.error() == JSON_RPC_Reader::ERROR_NO_MEMORY) throw std::bad_alloc();
   if (reader.refused()) return REFUSED;
   // A line feed that breaks off a UTF-8 sequence counts as taken; it is where the line ends.
   if (taken > 1 && data[taken - 1] == '\n' && (data[taken - 2] & 0x80) != 0) --taken;

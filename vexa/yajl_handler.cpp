@@ -1,15 +1,21 @@
 #include "vexa/yajl_handler.h"
 
+#include <cerrno>
 #include <exception>
+#include <new>
 
 #include "vexa/log.h"
 
 namespace {
 
-/// Logs the exception that is being handled; yajl stops at what it gives.
+/// Logs the exception that is being handled, which leaves errno ENOMEM where that is the cause;
+/// yajl stops at what it gives.
 [[gnu::cold, gnu::noinline]] int failed() {
   try {
     throw;
+  } catch (const std::bad_alloc& e) {
+    VEXA_ERROR("A handler of parse events failed: %C\n", e.what());
+    errno = ENOMEM;
   } catch (const std::exception& e) {
     VEXA_ERROR("A handler of parse events failed: %C\n", e.what());
   } catch (...) {
