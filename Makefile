@@ -3,7 +3,7 @@
 BUILD_PACKAGES := g++ cmake ninja-build libace-dev libace-ssl-dev libssl-dev \
                   libyajl-dev libboost-dev libcli11-dev libsystemd-dev
 TEST_PACKAGES  := libgtest-dev libgmock-dev openssl
-BENCH_PACKAGES := libbenchmark-dev rapidjson-dev libcurl4-openssl-dev valgrind python3
+BENCH_PACKAGES := libbenchmark-dev rapidjson-dev libcurl4-openssl-dev valgrind python3 wrk
 CHECK_PACKAGES := clang-format clang-tidy
 FUZZ_PACKAGES  := clang libclang-rt-14-dev
 FUZZ_SECONDS   ?= 60

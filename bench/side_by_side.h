@@ -36,6 +36,7 @@ public:
   /// A new connection, blocking.
   int connect() const;
   pid_t pid() const { return pid_; }
+  unsigned short port() const { return port_; }
 
 private:
   unsigned short port_ = 0;
