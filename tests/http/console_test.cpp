@@ -7,8 +7,9 @@
 
 namespace {
 
-/// What lies between the first <name> and </name> of the page.
+/// What lies between <name> and </name> on the page, where each is once.
 std::string part(const std::string& page, const std::string& name) {
+  EXPECT_EQ(page.find("<" + name + ">"), page.rfind("<" + name + ">"));
   const std::size_t begin = page.find("<" + name + ">") + name.size() + 2;
   return page.substr(begin, page.find("</" + name + ">") - begin);
 }
