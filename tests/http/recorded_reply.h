@@ -30,8 +30,9 @@ public:
 
   int status() const { return status_; }
   const std::string& body() const { return body_; }
-  std::string header(int id) const {
-    const char* const value = headers_.get(id);
+  template <typename Name>  // a number or a text
+  std::string header(Name name) const {
+    const char* const value = headers_.get(name);
     return value != nullptr ? value : "none";
   }
 
