@@ -90,6 +90,7 @@ struct Request_Parser::Impl {
   std::optional<Beast_Parser> parser;
   std::string held;           // of a head, or a chunk's line, that is not complete
   bool held_is_used = false;  // it has been parsed
+  bool empty_line = false;    // there was one before the request
 };
 
 Request_Parser::Request_Parser(CGI_Request& request)
@@ -103,6 +104,7 @@ void Request_Parser::begin() {
   impl_->parser.emplace(request_);
   impl_->held.clear();
   impl_->held_is_used = false;
+  impl_->empty_line = false;
   status_ = 0;
 }
 
@@ -146,6 +148,7 @@ Request_Parser::Outcome Request_Parser::hold() {
 Request_Parser::Outcome Request_Parser::parse(const char* data, size_t length, size_t& used) {
   Beast_Parser& parser = *impl_->parser;
   used = 0;
+  if (!parser.got_some() && !pass_empty_line({data, length}, used)) return MORE;
   while (used < length) {
     const bool in_head = !parser.is_header_done();
     parser.forget_piece();
@@ -158,6 +161,16 @@ Request_Parser::Outcome Request_Parser::parse(const char* data, size_t length, s
     if (parser.is_done()) return COMPLETE;
   }
   return MORE;
+}
+
+/// Some clients put an empty line behind a body: one before a request is passed over (RFC 9112
+/// section 2.2). False when it may be one that has not come whole.
+bool Request_Parser::pass_empty_line(std::string_view text, size_t& used) {
+  if (impl_->empty_line || text.empty() || text[0] != '\r') return true;
+  if (text.size() == 1) return false;
+  if (text[1] == '\n') used = 2;
+  impl_->empty_line = true;
+  return true;
 }
 
 /// Refuses what the parser lets pass and others could read otherwise.

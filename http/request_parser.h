@@ -53,6 +53,7 @@ private:
   Outcome parse(const char* data, std::size_t length, std::size_t& used);
   Outcome feed_held(const char* data, std::size_t length, std::size_t& used);
   Outcome hold();
+  bool pass_empty_line(std::string_view text, std::size_t& used);
   Outcome head_complete();
   Outcome bad(int status);
 

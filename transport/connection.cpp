@@ -273,6 +273,10 @@ void Connection::check_time(Loop_Time now) {
     if (now > linger_until_) close(nullptr);
     return;
   }
+  // Without memory the loop could not be told when this was wanted.
+  if (const char* const reason = stream_->close_reason()) return close(reason);
+  flush();
+  if (closed_) return;
   if (can_go_on()) resume();  // answers may be awaited since it was paused
   if (paused_ && socket_ready(POLLRDHUP)) unlist();
   if ((input_ended_ || stopped_reading_) && socket_ready(0)) return close(nullptr);

@@ -3,6 +3,7 @@
 #include <pthread.h>
 #include <time.h>
 
+#include <new>
 #include <utility>
 
 #include "transport/loop_thread.h"
@@ -10,6 +11,12 @@
 #include "vexa/log.h"
 
 namespace transport {
+
+namespace {
+
+constexpr std::chrono::milliseconds retry_after{10};
+
+}  // namespace
 
 Loop::Loop(std::chrono::milliseconds period)
     : context_(1),
@@ -50,7 +57,19 @@ void Loop::stop() {
   context_.poll();
 }
 
+/// The next round of ticks is due. Without memory it is tried again until there is some: a loop
+/// without ticks would keep no limits.
 void Loop::arm() {
+  for (;;) {
+    try {
+      return arm_timer();
+    } catch (const std::bad_alloc&) {
+      std::this_thread::sleep_for(retry_after);
+    }
+  }
+}
+
+void Loop::arm_timer() {
   timer_.expires_after(period_);
   timer_.async_wait([this](const boost::system::error_code& error) {
     if (error) return;

@@ -57,6 +57,7 @@ public:
 
 private:
   void arm();
+  void arm_timer();
 
   boost::asio::io_context context_;
   boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work_;
