@@ -17,7 +17,7 @@ JOBS ?= $(shell nproc)
 help:
 	@echo "make run       build everything and serve on tcp://127.0.0.1:7070"
 	@echo "make test      build and run the tests"
-	@echo "make test-peers  the HTTP clients against nginx, gunicorn and jayson"
+	@echo "make test-peers  the clients against servers of other makers, and the host against their clients"
 	@echo "make build     build the libraries, the host and the sample plug-ins"
 	@echo "make deps      install the Debian packages that are missing"
 	@echo "make check     formatting, layers, clang-tidy on changed files, tests"
