@@ -84,6 +84,7 @@ struct Websocket_Stream::State final : transport::Byte_Stream::User,
   void on_writable(const error_code& error) override;
   void was_read(const error_code& error, std::size_t length);
   void end(websocket::close_code code);
+  void end_below();
   void push(error_code& error);
   void push_soon();
   void wait();
@@ -95,7 +96,9 @@ struct Websocket_Stream::State final : transport::Byte_Stream::User,
   bool pinged = false;           // since then
   bool waits = false;            // for the stream below to take more
   bool ending = false;           // a close frame has been sent, or will be
+  bool input_ended = false;      // below; Beast has not been told
   bool ended = false;            // Beast reads no more
+  bool ends_below = false;       // when all that is to leave has left
   bool message_ended = false;    // by what was last read
   std::shared_ptr<User> reader;  // of what is pending
   std::shared_ptr<User> writer;  // waits for room
@@ -108,6 +111,13 @@ void Websocket_Stream::State::on_read(const error_code& error, std::size_t lengt
     if (const std::shared_ptr<User> user = std::exchange(reader, nullptr)) {
       user->on_read(error, length);
     }
+    return;
+  }
+  // A peer that only stops sending is still owed its answers, and Beast writes nothing any more
+  // once it knows of the end: it goes on waiting, until close().
+  input_ended = error == asio::error::eof && !ending;
+  if (input_ended) {
+    if (const std::shared_ptr<User> user = std::exchange(reader, nullptr)) user->on_read(error, 0);
     return;
   }
   layer().read(error, length);
@@ -132,6 +142,16 @@ void Websocket_Stream::State::end(websocket::close_code code) {
   push_soon();
 }
 
+/// Nothing more is said in either direction. Clients wait for the end of the stream below: it is
+/// the server's to end (RFC 6455 section 7.1.1).
+void Websocket_Stream::State::end_below() {
+  ends_below = true;
+  if (waits) return;
+  error_code error;
+  push(error);
+  if (would_block(error)) wait();
+}
+
 void Websocket_Stream::State::push(error_code& error) {
   std::string& output = layer().output;
   std::size_t sent = 0;
@@ -143,6 +163,7 @@ void Websocket_Stream::State::push(error_code& error) {
   layer().read_on();
   if (output.empty() && output.capacity() > Memory_Layer::output_most / 4)
     std::string().swap(output);
+  if (output.empty() && std::exchange(ends_below, false)) below->shutdown_send(false);
 }
 
 /// Where nobody else sees to it.
@@ -181,6 +202,8 @@ Websocket_Stream::~Websocket_Stream() { close(); }
 void Websocket_Stream::accept(const CGI_Request& request, const std::string& leftover,
                               error_code& error) {
   state_->layer().ahead = leftover;
+  state_->socket.set_option(websocket::stream_base::decorator(
+      [](websocket::response_type& r) { r.erase(boost::beast::http::field::server); }));
   state_->socket.accept(beast_request(request), error);
   if (!error) state_->push_soon();
 }
@@ -222,6 +245,7 @@ void Websocket_Stream::async_wait_writable(const std::shared_ptr<User>& user) {
 bool Websocket_Stream::take_message_end() { return std::exchange(state_->message_ended, false); }
 
 void Websocket_Stream::shutdown_send(bool going_away) {
+  if (state_->ended) return state_->end_below();
   state_->end(going_away ? websocket::close_code::going_away : websocket::close_code::normal);
 }
 
@@ -229,6 +253,7 @@ void Websocket_Stream::close() {
   state_->layer().below = nullptr;
   state_->writer = nullptr;
   state_->below->close();
+  if (state_->input_ended) state_->layer().read(asio::error::operation_aborted, 0);
 }
 
 /// A peer that says nothing is asked whether it is still there.

@@ -1,0 +1,235 @@
+// Faults of peers, through every kind of door: each costs its connection only, and nothing of it
+// stays.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/process/host_client.h"
+#include "tests/process/host_process.h"
+#include "tests/process/http_client.h"
+
+namespace {
+
+using ::testing::AnyOf;
+using ::testing::HasSubstr;
+
+enum Kind { STREAM, HTTP, WEBSOCKET };
+
+struct Door {
+  const char* url;
+  Kind kind;
+};
+const Door doors[] = {{"tcp", STREAM},  {"http", HTTP},  {"http", WEBSOCKET},  {"ws", WEBSOCKET},
+                      {"tcps", STREAM}, {"https", HTTP}, {"https", WEBSOCKET}, {"wss", WEBSOCKET}};
+
+const std::string echo = R"({"jsonrpc":"2.0","method":"echo","params":[1,"x"],"id":1})";
+const std::string echoed = result("1", "[1,\"x\"]");
+
+std::string sleeper(int milliseconds) {
+  return request("sleep", R"({"ms":)" + std::to_string(milliseconds) + "}", "1");
+}
+
+/// A peer of one door.
+class Peer {
+public:
+  Peer(const Host_Process& host, const Door& door) : kind_(door.kind), wire_(url_of(host, door)) {
+    EXPECT_TRUE(wire_.connected());
+  }
+
+  /// What a message, the connection's first, is on the wire.
+  std::string first(const std::string& message) const {
+    return kind_ == WEBSOCKET ? websocket_handshake() + next(message) : next(message);
+  }
+  std::string next(const std::string& message) const {
+    return kind_ == HTTP        ? http_post(message)
+           : kind_ == WEBSOCKET ? websocket_text(message)
+                                : message;
+  }
+  std::string first_answer() {
+    if (kind_ == WEBSOCKET) wire_.until("\r\n\r\n");
+    return next_answer();
+  }
+  std::string next_answer() {
+    if (kind_ == WEBSOCKET) return websocket_answer(wire_);
+    std::string text = kind_ == HTTP ? http_answer(wire_).body : wire_.until("\n");
+    if (!text.empty() && text.back() == '\n') text.pop_back();
+    return text;
+  }
+  Wire_Client& wire() { return wire_; }
+
+private:
+  static std::string url_of(const Host_Process& host, const Door& door) {
+    for (const std::string& url : host.urls()) {
+      if (url.rfind(std::string(door.url) + ":", 0) == 0) return url;
+    }
+    return std::string();
+  }
+
+  const Kind kind_;
+  Wire_Client wire_;
+};
+
+class DoorFaultsTest : public ::testing::Test {
+protected:
+  static void SetUpTestSuite() { certificates_ = new Certificates; }
+  static void TearDownTestSuite() { delete certificates_; }
+
+  void start(std::vector<std::string> options = {}) {
+    Host_Setup setup;
+    setup.options = std::move(options);
+    setup.options.insert(setup.options.end(), {"--tls-cert", certificates_->file("server.pem"),
+                                               "--tls-key", certificates_->file("server.key")});
+    for (const char* scheme : {"tcp", "http", "ws", "tcps", "https", "wss"}) {
+      setup.options.insert(setup.options.end(),
+                           {"--listen", std::string(scheme) + "://127.0.0.1:0"});
+    }
+    setup.options.insert(setup.options.end(), {"--admin", "http://127.0.0.1:0"});
+    host_ = std::make_unique<Host_Process>(setup);
+    ASSERT_TRUE(host_->ready());
+    admin_ = std::make_unique<Wire_Client>(host_->urls().back());
+  }
+
+  void TearDown() override {
+    if (host_ == nullptr) return;
+    serves();
+    EXPECT_TRUE(wait_until([this] { return at_rest(); })) << metrics();
+    admin_.reset();
+    host_->stop();
+  }
+
+  /// Every door still answers.
+  void serves() {
+    for (const Door& door : doors) {
+      Peer peer(*host_, door);
+      EXPECT_TRUE(peer.wire().send(peer.first(echo)));
+      EXPECT_EQ(echoed, peer.first_answer()) << door.url;
+    }
+  }
+
+  std::string metrics() {
+    admin_->send(http_get("/metrics"));
+    return http_answer(*admin_).body;
+  }
+  /// Whether nothing is left but the connection that asks.
+  bool at_rest() {
+    const std::string text = metrics();
+    const auto is = [&](const std::string& row) {
+      return text.find("\njson_rpc_" + row + "\n") != std::string::npos;
+    };
+    return is("requests_in_flight 0") && is("unsent_bytes 0") && is("connections 1") &&
+           is("channels 0") && is("subscriptions 0") && is("pool_tasks 0");
+  }
+
+  static Certificates* certificates_;
+  std::unique_ptr<Host_Process> host_;
+  std::unique_ptr<Wire_Client> admin_;
+};
+
+Certificates* DoorFaultsTest::certificates_ = nullptr;
+
+TEST_F(DoorFaultsTest, PeersThatBreakOffAtAnyByteAreForgotten) {
+  start();
+  for (const Door& door : doors) {
+    SCOPED_TRACE(door.url);
+    const std::size_t size = Peer(*host_, door).first(echo).size();
+    const std::size_t step = sanitized ? 17 : 1;
+    for (std::size_t length = 0; length <= size; length += step) {
+      Peer reset(*host_, door), ended(*host_, door);
+      reset.wire().send(reset.first(echo).substr(0, length));
+      reset.wire().reset();
+      ended.wire().send(ended.first(echo).substr(0, length));
+      ended.wire().half_close();
+      const std::string last = ended.wire().rest();
+      EXPECT_EQ(length == size, last.find(echoed) != std::string::npos) << length << last;
+    }
+  }
+}
+
+TEST_F(DoorFaultsTest, BytesMayComeOneByOneAndSendingMayEndBeforeTheAnswer) {
+  start();
+  for (const Door& door : doors) {
+    SCOPED_TRACE(door.url);
+    Peer peer(*host_, door);
+    ASSERT_TRUE(peer.wire().send(peer.first(echo), 1));
+    EXPECT_EQ(echoed, peer.first_answer());
+    peer.wire().send(peer.next(sleeper(150)));
+    peer.wire().half_close();
+    EXPECT_EQ(result("1", "150"), peer.next_answer());
+  }
+}
+
+TEST_F(DoorFaultsTest, WhoGoesBeforeTheAnswerHoldsNothing) {
+  start();
+  for (const Door& door : doors) {
+    for (const bool reset : {true, false}) {
+      Peer peer(*host_, door), subscriber(*host_, door);
+      peer.wire().send(peer.first(sleeper(200)));
+      subscriber.wire().send(subscriber.first(request("subscribe", R"({"subjects":["n"]})", "1")));
+      EXPECT_EQ(result("1", "true"), subscriber.first_answer());
+      for (Peer* gone : {&peer, &subscriber}) reset ? gone->wire().reset() : gone->wire().close();
+    }
+  }
+  serves();
+}
+
+TEST_F(DoorFaultsTest, TooMuchIsRefusedAndTheConnectionClosed) {
+  start({"--max-message", "10000"});
+  const std::string large = request("echo", "\"" + std::string(1000000, 'x') + "\"", "1");
+  for (const Door& door : doors) {
+    SCOPED_TRACE(door.url);
+    Peer peer(*host_, door);
+    peer.wire().send(peer.first(large), 5000);
+    EXPECT_THAT(peer.first_answer(), AnyOf(HasSubstr("-32600"), HasSubstr(":413,"), "close 1009"));
+    peer.wire().rest();
+  }
+}
+
+TEST_F(DoorFaultsTest, WhoTakesNothingIsClosed) {
+  start({"--max-queue", "100000", "--stall-timeout", "1"});
+  const std::string large = request("echo", "\"" + std::string(1u << 20, 'x') + "\"", "1");
+  std::vector<std::unique_ptr<Peer>> peers;
+  std::vector<std::thread> senders;
+  for (const Door& door : doors) {
+    peers.push_back(std::make_unique<Peer>(*host_, door));
+    senders.emplace_back([peer = peers.back().get(), &large] {
+      bool taken = peer->wire().send(peer->first(large));
+      for (int i = 0; i < 100 && taken; ++i) taken = peer->wire().send(peer->next(large));
+      EXPECT_FALSE(taken) << "100 MB were taken";
+    });
+  }
+  for (std::thread& sender : senders) sender.join();
+  EXPECT_EQ(std::size(doors), host_->logged("it takes no output"));
+}
+
+TEST_F(DoorFaultsTest, AnIdleHttpConnectionIsCheap) {
+  constexpr int count = sanitized ? 200 : 5000;
+  rlimit files{};
+  ::getrlimit(RLIMIT_NOFILE, &files);
+  files.rlim_cur = files.rlim_max;
+  ::setrlimit(RLIMIT_NOFILE, &files);
+  start({"--max-connections", "10000"});
+  std::vector<std::unique_ptr<Peer>> peers;
+  const auto connect = [&](int more) {
+    for (int i = 0; i < more; ++i) {
+      peers.push_back(std::make_unique<Peer>(*host_, doors[1]));
+      peers.back()->wire().send(peers.back()->first(echo));
+      ASSERT_EQ(echoed, peers.back()->first_answer());
+    }
+  };
+  connect(100);
+  const std::size_t before = host_->resident_bytes();
+  connect(count);
+  const std::size_t each = (host_->resident_bytes() - before) / count;
+  RecordProperty("bytes", std::to_string(each));
+  if (!sanitized) {
+    EXPECT_LT(each, 12u << 10);
+  }
+}
+
+}  // namespace
