@@ -1,5 +1,6 @@
 #include "http/http_connection.h"
 
+#include <algorithm>
 #include <boost/asio/post.hpp>
 #include <cerrno>
 #include <cstdio>
@@ -21,6 +22,7 @@ namespace {
 
 constexpr std::size_t dropped_most = 64u << 10;  // bytes of a refused body that are waited for
 constexpr std::size_t joined_most = 16u << 10;   // bytes of an answer that are copied behind a head
+constexpr std::size_t head_room = 160;           // bytes of a head without CORS lines
 constexpr std::size_t file_piece = 64u << 10;
 
 bool is_json(const char* type) {
@@ -97,6 +99,11 @@ bool Http_Connection::consume(const char* data, std::size_t length) {
 void Http_Connection::head_complete() {
   head_done_ = true;
   current_.keep_alive = parser_.keep_alive() && !state()->stopping;
+  if (parser_.repeated()) {  // checked before
+    current_.use = RPC;
+    current_.repeatable = true;
+    return;
+  }
   Target target;
   const int bad_target = parse_target(head_.request.uri_text(), target);
   if (bad_target != 0) return refuse_now(bad_target);
@@ -156,6 +163,7 @@ void Http_Connection::expect_body(Use use) {
   if (limit != 0 && length != std::string::npos && length > limit) return refuse_now(413);
   current_.use = use;
   const char* const expect = head_.request.headers().get(HTTP_HEAD_EXPECT);
+  current_.repeatable = use == RPC && expect == nullptr && current_.cors.empty();
   if (expect == nullptr || head_.request.minor_version() == 0) return;
   if (!vexa::ascii_iequal(expect, "100-continue")) return refuse_now(417);
   if (parser_.has_body()) put("HTTP/1.1 100 Continue\r\n\r\n");
@@ -306,6 +314,8 @@ void Http_Connection::begin_answer(const Output_Piece& piece, std::string& text)
   head.status = current_.status;
   head.content_type = "application/json";
   head.length = piece.text().size();
+  text.reserve(head_room + current_.cors.size() +
+               std::min(head.length, std::uint64_t(joined_most)));
   write_head(head, text);
 }
 
@@ -403,7 +413,7 @@ void Http_Connection::finished() {
     stop_reading();
   } else {
     state_ = READ;
-    parser_.begin();
+    parser_.begin(current_.repeatable);
   }
   current_ = Current();
   current_.number = next;

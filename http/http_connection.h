@@ -47,6 +47,7 @@ private:
     const char* reason = nullptr;
     const char* allow = nullptr;  // methods, with 405
     bool keep_alive = false;
+    bool repeatable = false;    // another with the very same head is for the RPC path too
     bool begun = false;         // the head of the answer has been written
     bool got_message = false;   // the body held a JSON-RPC message
     bool notification = false;  // and that is not answered

@@ -5,6 +5,7 @@
 #include <boost/beast/http/basic_parser.hpp>
 #include <boost/beast/http/error.hpp>
 #include <cstdint>
+#include <cstring>
 #include <limits>
 #include <optional>
 #include <string>
@@ -90,6 +91,14 @@ struct Request_Parser::Impl {
   std::optional<Beast_Parser> parser;
   std::string held;           // of a head, or a chunk's line, that is not complete
   bool held_is_used = false;  // it has been parsed
+
+  std::string head;  // the present one's bytes; empty when it cannot be repeated
+  // The next head may be the same. The parser is still that of the request before, and still is
+  // when the head has been repeated: what it knows of the head holds.
+  bool kept = false;
+  bool repeated = false;
+  size_t left = 0;         // of a repeated request's body
+  std::string_view piece;  // and what has come of it
 };
 
 Request_Parser::Request_Parser(CGI_Request& request)
@@ -98,21 +107,69 @@ Request_Parser::Request_Parser(CGI_Request& request)
 }
 Request_Parser::~Request_Parser() = default;
 
-void Request_Parser::begin() {
+void Request_Parser::begin(bool keep) {
+  impl_->repeated = false;
+  impl_->kept = keep && !impl_->head.empty();
+  if (!impl_->kept) begin_anew();
+}
+
+void Request_Parser::begin_anew() {
   request_.reset();
   impl_->parser.emplace(request_);
   impl_->held.clear();
   impl_->held_is_used = false;
+  impl_->head.clear();
+  impl_->kept = false;
   status_ = 0;
 }
 
 Request_Parser::Outcome Request_Parser::feed(const char* data, size_t length, size_t& used) {
   used = 0;
+  if (impl_->kept) {
+    if (length == 0) return MORE;
+    if (repeats(data, length)) {
+      used = impl_->head.size();
+      return HEAD;
+    }
+    begin_anew();
+  }
+  return impl_->repeated ? feed_repeated(data, length, used) : feed_new(data, length, used);
+}
+
+/// Whether the next request begins with all of the head that is kept; then its body follows.
+bool Request_Parser::repeats(const char* data, size_t length) {
+  const std::string& head = impl_->head;
+  if (length < head.size() || std::memcmp(data, head.data(), head.size()) != 0) return false;
+  impl_->kept = false;
+  impl_->repeated = true;
+  impl_->left = content_length();
+  return true;
+}
+
+Request_Parser::Outcome Request_Parser::feed_repeated(const char* data, size_t length,
+                                                      size_t& used) {
+  if (impl_->left == 0) return COMPLETE;
+  if (length == 0) return MORE;
+  used = std::min(length, impl_->left);
+  impl_->left -= used;
+  impl_->piece = {data, used};
+  return BODY;
+}
+
+/// What is repeated has a body whose length the head tells.
+void Request_Parser::keep_head(const char* data, size_t length) {
+  if (length > max_kept_head || content_length() == std::string::npos) return;
+  impl_->head.assign(data, length);
+}
+
+Request_Parser::Outcome Request_Parser::feed_new(const char* data, size_t length, size_t& used) {
   std::string& held = impl_->held;
   if (std::exchange(impl_->held_is_used, false)) held.clear();
   if (impl_->parser->is_done()) return COMPLETE;
   if (!held.empty()) return feed_held(data, length, used);
+  const bool from_start = !impl_->parser->got_some();
   const Outcome outcome = parse(data, length, used);
+  if (outcome == HEAD && from_start) keep_head(data, used);
   if (outcome != MORE) return outcome;
   held.assign(data + used, length - used);
   used = length;
@@ -181,7 +238,11 @@ Request_Parser::Outcome Request_Parser::bad(int status) {
   return BAD;
 }
 
-std::string_view Request_Parser::body() const { return impl_->parser->piece(); }
+std::string_view Request_Parser::body() const {
+  return impl_->repeated ? impl_->piece : impl_->parser->piece();
+}
+
+bool Request_Parser::repeated() const { return impl_->repeated; }
 
 bool Request_Parser::keep_alive() const { return impl_->parser->keep_alive(); }
 
@@ -194,6 +255,8 @@ size_t Request_Parser::content_length() const {
   return length ? static_cast<size_t>(*length) : std::string::npos;
 }
 
-bool Request_Parser::begun() const { return impl_->parser->got_some() || !impl_->held.empty(); }
+bool Request_Parser::begun() const {
+  return !impl_->kept && (impl_->parser->got_some() || !impl_->held.empty());
+}
 
 }  // namespace http
