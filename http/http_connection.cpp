@@ -1,5 +1,6 @@
 #include "http/http_connection.h"
 
+#include <algorithm>
 #include <boost/asio/post.hpp>
 #include <cerrno>
 #include <cstdio>
@@ -21,6 +22,7 @@ namespace {
 
 constexpr std::size_t dropped_most = 64u << 10;  // bytes of a refused body that are waited for
 constexpr std::size_t joined_most = 16u << 10;   // bytes of an answer that are copied behind a head
+constexpr std::size_t head_room = 160;           // bytes of a head without CORS lines
 constexpr std::size_t file_piece = 64u << 10;
 
 bool is_json(const char* type) {
@@ -320,6 +322,8 @@ void Http_Connection::begin_answer(const Output_Piece& piece, std::string& text)
   head.status = current_.status;
   head.content_type = "application/json";
   head.length = piece.text().size();
+  text.reserve(head_room + current_.cors.size() +
+               std::min(head.length, std::uint64_t(joined_most)));
   write_head(head, text);
 }
 

@@ -2,7 +2,9 @@
 
 #include <time.h>
 
+#include <charconv>
 #include <ctime>
+#include <iterator>
 #include <ostream>  // Beast needs it
 // After it:
 #include <boost/beast/http/status.hpp>
@@ -29,9 +31,27 @@ const std::string& date_line() {
   return line;
 }
 
+void append_number(std::string& text, std::uint64_t number) {
+  char digits[20];
+  text.append(digits, std::to_chars(digits, std::end(digits), number).ptr - digits);
+}
+
+/// The first line. The common one costs no look into tables.
+void append_status(std::string& text, int status) {
+  if (status == 200) {
+    text.append("HTTP/1.1 200 OK\r\n");
+    return;
+  }
+  text.append("HTTP/1.1 ");
+  append_number(text, status);
+  text.append(" ").append(reason_phrase(status)).append("\r\n");
+}
+
 void append_end(const Response_Head& head, std::string& text) {
   if (head.end == Body_End::LENGTH) {
-    text.append("Content-Length: ").append(std::to_string(head.length)).append("\r\n");
+    text.append("Content-Length: ");
+    append_number(text, head.length);
+    text.append("\r\n");
   } else if (head.end == Body_End::CHUNKED) {
     text += "Transfer-Encoding: chunked\r\n";
   }
@@ -45,8 +65,7 @@ const char* reason_phrase(int status) {
 }
 
 void Response_Head::append_to(std::string& text) const {
-  text.append("HTTP/1.1 ").append(std::to_string(status)).append(" ");
-  text.append(reason_phrase(status)).append("\r\n");
+  append_status(text, status);
   if (headers != nullptr) {
     for (const HTTP_Headers::Field& field : *headers) {
       text.append(field.title()).append(": ").append(field.value).append("\r\n");
