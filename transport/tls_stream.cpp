@@ -33,7 +33,8 @@ struct Tls_Stream::State : std::enable_shared_from_this<State> {
   void write();
   void written(const error_code& error);
   void shutdown();
-  void ended();
+  void ended(const error_code& error);
+  void read_rest();
 
   const std::unique_ptr<Stream> stream;
   std::string output;  // being written, where `writing`
@@ -42,7 +43,10 @@ struct Tls_Stream::State : std::enable_shared_from_this<State> {
   error_code failure;            // of a write: told with the next one
   std::shared_ptr<User> writer;  // waits for room
   std::shared_ptr<User> reader;  // waits for the end, after shutdown_send()
+  char* data = nullptr;          // where it reads
+  std::size_t size = 0;
   bool over = false;             // the end has come
+  bool agreed = false;           // the peer has said so too
 };
 
 void Tls_Stream::State::write() {
@@ -57,20 +61,33 @@ void Tls_Stream::State::written(const error_code& error) {
   failure = error;
   output.clear();
   if (output.capacity() > most_at_once / 4) std::string().swap(output);
+  const bool shut = ends;  // what follows may ask for that, and then sees to it
   if (const std::shared_ptr<User> user = std::exchange(writer, nullptr)) user->on_writable(error);
-  if (ends && !writing) shutdown();
+  if (shut && !writing) shutdown();
 }
 
 /// Says so to the peer, and waits until it has said the same.
 void Tls_Stream::State::shutdown() {
-  stream->async_shutdown([self = shared_from_this()](const error_code&) { self->ended(); });
+  stream->async_shutdown(
+      [self = shared_from_this()](const error_code& error) { self->ended(error); });
 }
 
-void Tls_Stream::State::ended() {
+void Tls_Stream::State::ended(const error_code& error) {
   over = true;
-  if (const std::shared_ptr<User> user = std::exchange(reader, nullptr)) {
-    user->on_read(asio::error::eof, 0);
-  }
+  agreed = !error;
+  if (reader != nullptr) read_rest();
+}
+
+/// Where the peer has not said that it ends: what still comes can be made out by nobody, but is
+/// taken from the socket, since closing that with unread bytes could cost the peer our last words.
+void Tls_Stream::State::read_rest() {
+  const std::shared_ptr<User> user = std::exchange(reader, nullptr);
+  if (agreed) return user->on_read(asio::error::eof, 0);
+  stream->next_layer().async_read_some(
+      asio::buffer(data, size),
+      [self = shared_from_this(), user](const error_code& error, std::size_t length) {
+        user->on_read(error, length);
+      });
 }
 
 Tls_Stream::Tls_Stream(std::unique_ptr<Stream> stream)
@@ -81,7 +98,12 @@ Tls_Stream::~Tls_Stream() { close(); }
 void Tls_Stream::async_read(char* data, std::size_t size, const std::shared_ptr<User>& user) {
   if (state_->ends) {
     state_->reader = user;
-    if (state_->over) asio::post(state_->stream->get_executor(), [s = state_] { s->ended(); });
+    state_->data = data;
+    state_->size = size;
+    if (!state_->over) return;
+    asio::post(state_->stream->get_executor(), [s = state_] {
+      if (s->reader != nullptr) s->read_rest();
+    });
     return;
   }
   state_->stream->async_read_some(
