@@ -473,7 +473,8 @@ void Http_Connection::stalled() {
   flush();
 }
 
-bool Http_Connection::idle_allowed() { return state_ == ANSWER || Connection::idle_allowed(); }
+/// A subscription does not count: no notification goes out here.
+bool Http_Connection::idle_allowed() { return state_ == ANSWER || stream().outbox().owes(); }
 
 /// What a handler of the site has not answered yet is answered for it; JSON-RPC has been.
 void Http_Connection::give_up_owed() {
