@@ -269,6 +269,11 @@ void Http_Connection::answer_site() {
 /// The stream goes to whoever serves WebSocket; so much for HTTP.
 void Http_Connection::upgrade(std::string_view rest) {
   if (stream().outbox().owes() || !ready_.empty()) return refuse_now(503);
+  const char* const version = head_.request.headers().get(websocket_version_field);
+  if (version != nullptr && std::string_view(version) != websocket_version) {
+    current_.status = 426;
+    return respond_json(426, refusal());
+  }
   if (!is_websocket_handshake(head_.request)) {
     return respond_json(400, error_body(400, "This is no WebSocket handshake"));
   }
@@ -345,7 +350,10 @@ void Http_Connection::respond_json(int status, std::string body) {
   HTTP_Headers headers;
   headers.put(HTTP_HEAD_CONTENT_TYPE, "application/json");
   if (current_.allow != nullptr) headers.put(HTTP_HEAD_ALLOW, current_.allow);
-  if (status == 426) headers.put(HTTP_HEAD_UPGRADE, "websocket");
+  if (status == 426) {
+    headers.put(HTTP_HEAD_UPGRADE, "websocket");
+    headers.put(websocket_version_field, websocket_version);
+  }
   if (status == 503) headers.put(HTTP_HEAD_RETRY_AFTER, "1");
   respond(status, headers, std::move(body));
 }

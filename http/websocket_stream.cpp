@@ -50,10 +50,11 @@ bool would_block(const error_code& error) {
 }  // namespace
 
 bool is_websocket_handshake(const CGI_Request& request) {
-  const char* const version = request.headers().get("Sec-WebSocket-Version");
+  const char* const version = request.headers().get(websocket_version_field);
   const char* const key = request.headers().get("Sec-WebSocket-Key");
   return key != nullptr && std::strlen(key) == key_length && version != nullptr &&
-         std::string_view(version) == "13" && websocket::is_upgrade(beast_request(request));
+         std::string_view(version) == websocket_version &&
+         websocket::is_upgrade(beast_request(request));
 }
 
 void serve_websocket(transport::Opened opened, const CGI_Request& request,

@@ -9,6 +9,10 @@
 
 namespace http {
 
+/// What of WebSocket is spoken, and the field that says so.
+constexpr const char* websocket_version_field = "Sec-WebSocket-Version";
+constexpr const char* websocket_version = "13";
+
 /// Whether the request, a GET that asks for WebSocket, is a handshake that can be accepted (RFC
 /// 6455 section 4.2.1).
 bool is_websocket_handshake(const CGI_Request& request);

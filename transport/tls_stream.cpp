@@ -45,8 +45,8 @@ struct Tls_Stream::State : std::enable_shared_from_this<State> {
   std::shared_ptr<User> reader;  // waits for the end, after shutdown_send()
   char* data = nullptr;          // where it reads
   std::size_t size = 0;
-  bool over = false;             // the end has come
-  bool agreed = false;           // the peer has said so too
+  bool over = false;    // the end has come
+  bool agreed = false;  // the peer has said so too
 };
 
 void Tls_Stream::State::write() {
