@@ -1,8 +1,8 @@
 // Requests over HTTP and WebSocket from many connections: how many of them the host serves in a
 // second of its CPU time, beside a bare epoll server that reads, counts requests by their last byte
 // and answers each with the very bytes that the host does, one write a read. Callers, wrk for HTTP,
-// on one core, servers on another. wrk sleeps when it has nothing to do, so who answers slowly has
-// fewer and larger wake-ups: the CPU time of a system call weighs less there.
+// on one core, servers on another. wrk sleeps when it has nothing to do, so there both servers pay
+// for waking it.
 
 #include <sys/socket.h>
 #include <unistd.h>

@@ -69,7 +69,9 @@ std::size_t Http_Connection::owed() const { return state_ == ANSWER || file_.lef
 // The request.
 
 bool Http_Connection::consume(const char* data, std::size_t length) {
-  while (!closed() && state_ == READ && (head_done_ || has_room())) {
+  while (!closed() && state_ == READ) {
+    if (!head_done_ && length == 0) return true;
+    if (!head_done_ && !has_room()) break;
     std::size_t used;
     const Request_Parser::Outcome outcome = parser_.feed(data, length, used);
     data += used;

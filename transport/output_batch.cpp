@@ -40,16 +40,24 @@ std::size_t Output_Batch::pass() {
   return answers;
 }
 
-Output_Batch::Sent Output_Batch::write_bytes(Byte_Stream& stream, error_code& error) {
+/// Mostly there is one piece, which needs no vector.
+std::size_t Output_Batch::write_pieces(Byte_Stream& stream, error_code& error) const {
+  const std::string_view first = pieces_[piece_].text().substr(byte_);
+  const const_buffer first_buffer(first.data(), first.size());
+  if (piece_ + 1 == pieces_.size()) return stream.write_some(&first_buffer, 1, error);
   std::array<const_buffer, pieces_a_write> buffers;
-  std::size_t count = 0;
-  for (std::size_t i = piece_; i < pieces_.size() && count < buffers.size(); ++i) {
-    std::string_view text = pieces_[i].text();
-    if (i == piece_) text.remove_prefix(byte_);
+  buffers[0] = first_buffer;
+  std::size_t count = 1;
+  for (std::size_t i = piece_ + 1; i < pieces_.size() && count < buffers.size(); ++i) {
+    const std::string_view text = pieces_[i].text();
     buffers[count++] = const_buffer(text.data(), text.size());
   }
+  return stream.write_some(buffers.data(), count, error);
+}
+
+Output_Batch::Sent Output_Batch::write_bytes(Byte_Stream& stream, error_code& error) {
   Sent sent;
-  sent.bytes = stream.write_some(buffers.data(), count, error);
+  sent.bytes = write_pieces(stream, error);
   if (error) return sent;
   std::size_t left = byte_ + sent.bytes;  // bytes in whole pieces, and then of the next
   while (!empty() && left >= pieces_[piece_].text().size()) {

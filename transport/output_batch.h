@@ -25,6 +25,7 @@ public:
   Sent write(Byte_Stream& stream, boost::system::error_code& error);
 
 private:
+  std::size_t write_pieces(Byte_Stream& stream, boost::system::error_code& error) const;
   Sent write_bytes(Byte_Stream& stream, boost::system::error_code& error);
   Sent write_messages(Byte_Stream& stream, boost::system::error_code& error);
   std::size_t pass();

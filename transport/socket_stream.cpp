@@ -36,8 +36,10 @@ std::size_t Socket_Stream::read_some(char* data, std::size_t size, error_code& e
 
 std::size_t Socket_Stream::write_some(const boost::asio::const_buffer* buffers, std::size_t count,
                                       error_code& error) {
-  return uninterrupted(error,
-                       [&] { return socket_.write_some(Buffer_Range(buffers, count), error); });
+  return uninterrupted(error, [&] {
+    if (count == 1) return socket_.write_some(boost::asio::const_buffers_1(*buffers), error);
+    return socket_.write_some(Buffer_Range(buffers, count), error);
+  });
 }
 
 void Socket_Stream::async_wait_writable(const std::shared_ptr<User>& user) {
