@@ -370,6 +370,7 @@ void Http_Connection::respond_preflight() {
 
 void Http_Connection::respond(int status, const HTTP_Headers& headers, std::string body) {
   guarded([&] {
+    if (status == 204 || status == 304) body.clear();
     Response_Head head;
     head.status = status;
     head.headers = &headers;

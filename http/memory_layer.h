@@ -49,19 +49,22 @@ public:
     }
     pending_ = std::make_unique<Pending_Of<std::decay_t<Handler>>>(std::forward<Handler>(handler));
     buffer_ = first;
-    held_ = full();
+    held_ = answered_ > answered_most;
     if (!held_) below->async_read(static_cast<char*>(first.data()), first.size(), user);
   }
 
-  /// Whether as much waits to be handed on as may. Nothing is read meanwhile: a peer that asks for
-  /// more (with pings, which Beast answers by itself) and takes nothing is not served.
+  /// What may wait to be handed on; and of that what Beast has answered by itself: beyond it
+  /// nothing is read, so that a peer that pings and takes nothing is not served.
   static constexpr std::size_t output_most = 256u << 10;
+  static constexpr std::size_t answered_most = 64u << 10;
   bool full() const { return output.size() > output_most; }
 
-  /// Output has been handed on: a read that was held back goes on.
+  /// Output has been handed on; after all of it a read that was held back goes on.
   void read_on() {
+    if (!output.empty()) return;
+    answered_ = 0;
     const std::shared_ptr<transport::Byte_Stream::User> user = reader.lock();
-    if (!held_ || full() || below == nullptr || user == nullptr) return;
+    if (!held_ || below == nullptr || user == nullptr) return;
     held_ = false;
     below->async_read(static_cast<char*>(buffer_.data()), buffer_.size(), user);
   }
@@ -76,6 +79,7 @@ public:
   void async_write_some(const Buffers& buffers, Handler&& handler) {
     boost::system::error_code error;
     const std::size_t length = write_some(buffers, error);
+    answered_ += length;
     complete_later(error, length, std::forward<Handler>(handler));
   }
 
@@ -134,6 +138,7 @@ private:
   std::unique_ptr<Pending> pending_;
   boost::asio::mutable_buffer buffer_;  // of what is pending
   bool held_ = false;                   // it is not read yet
+  std::size_t answered_ = 0;            // bytes that Beast wrote by itself, since output was empty
 };
 
 // The stream below is closed by whoever has it.

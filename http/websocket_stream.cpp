@@ -95,6 +95,7 @@ struct Websocket_Stream::State final : transport::Byte_Stream::User,
   const std::chrono::milliseconds silence;
   Loop_Time heard;               // from the peer
   bool pinged = false;           // since then
+  std::size_t pushed = 0;        // how much of the gathered output has been handed on
   bool waits = false;            // for the stream below to take more
   bool ending = false;           // a close frame has been sent, or will be
   bool input_ended = false;      // below; Beast has not been told
@@ -155,12 +156,12 @@ void Websocket_Stream::State::end_below() {
 
 void Websocket_Stream::State::push(error_code& error) {
   std::string& output = layer().output;
-  std::size_t sent = 0;
-  while (sent < output.size() && !error) {
-    const asio::const_buffer rest = asio::buffer(output) + sent;
-    sent += below->write_some(&rest, 1, error);
+  while (pushed < output.size() && !error) {
+    const asio::const_buffer rest = asio::buffer(output) + pushed;
+    pushed += below->write_some(&rest, 1, error);
   }
-  output.erase(0, sent);
+  // The rest is moved only where it is the smaller part.
+  if (pushed >= output.size() - pushed) output.erase(0, std::exchange(pushed, 0));
   layer().read_on();
   if (output.empty() && output.capacity() > Memory_Layer::output_most / 4)
     std::string().swap(output);
