@@ -57,6 +57,7 @@ public:
   /// more (with pings, which Beast answers by itself) and takes nothing is not served.
   static constexpr std::size_t output_most = 256u << 10;
   bool full() const { return output.size() > output_most; }
+  bool held() const { return held_; }
 
   /// Output has been handed on: a read that was held back goes on.
   void read_on() {
@@ -66,8 +67,9 @@ public:
     below->async_read(static_cast<char*>(buffer_.data()), buffer_.size(), user);
   }
 
-  /// The stream below has read, or failed.
+  /// The stream below has read, or failed; that ends a read which was held back, too.
   void read(const boost::system::error_code& error, std::size_t length) {
+    held_ = false;
     const std::unique_ptr<Pending> pending = std::move(pending_);
     if (pending != nullptr) pending->complete(error, length);
   }
