@@ -58,6 +58,7 @@ public:
   static constexpr std::size_t output_most = 256u << 10;
   static constexpr std::size_t answered_most = 64u << 10;
   bool full() const { return output.size() > output_most; }
+  bool held() const { return held_; }
 
   /// Output has been handed on; after all of it a read that was held back goes on.
   void read_on() {
@@ -69,8 +70,9 @@ public:
     below->async_read(static_cast<char*>(buffer_.data()), buffer_.size(), user);
   }
 
-  /// The stream below has read, or failed.
+  /// The stream below has read, or failed; that ends a read which was held back, too.
   void read(const boost::system::error_code& error, std::size_t length) {
+    held_ = false;
     const std::unique_ptr<Pending> pending = std::move(pending_);
     if (pending != nullptr) pending->complete(error, length);
   }

@@ -2,6 +2,7 @@
 
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/error.hpp>
+#include <boost/asio/post.hpp>
 #include <boost/beast/http/empty_body.hpp>
 #include <boost/beast/http/message.hpp>
 #include <boost/beast/websocket/stream.hpp>
@@ -89,6 +90,7 @@ struct Websocket_Stream::State final : transport::Byte_Stream::User,
   void push(error_code& error);
   void push_soon();
   void wait();
+  void fail_held(const error_code& error);
 
   const std::unique_ptr<transport::Byte_Stream> below;
   websocket::stream<Memory_Layer, false> socket;
@@ -173,7 +175,17 @@ void Websocket_Stream::State::push_soon() {
   if (waits || layer().output.empty() || layer().below == nullptr) return;
   error_code error;
   push(error);
-  if (would_block(error)) wait();
+  if (would_block(error)) return wait();
+  if (error) fail_held(error);
+}
+
+/// The stream below has failed. A read of it would tell so; where that is held back, this does:
+/// later, for whoever is told closes.
+void Websocket_Stream::State::fail_held(const error_code& error) {
+  if (!layer().held()) return;
+  asio::post(socket.get_executor(), [self = shared_from_this(), error] {
+    if (self->layer().held()) self->on_read(error, 0);
+  });
 }
 
 void Websocket_Stream::State::wait() {
@@ -186,6 +198,7 @@ void Websocket_Stream::State::on_writable(const error_code& error) {
   if (!failed) push(failed);
   if (would_block(failed)) return wait();
   if (const std::shared_ptr<User> user = std::exchange(writer, nullptr)) user->on_writable(failed);
+  if (failed) fail_held(failed);
 }
 
 Websocket_Stream::Websocket_Stream(std::unique_ptr<transport::Byte_Stream> below,
@@ -255,14 +268,19 @@ void Websocket_Stream::close() {
   state_->layer().below = nullptr;
   state_->writer = nullptr;
   state_->below->close();
-  if (state_->input_ended) state_->layer().read(asio::error::operation_aborted, 0);
+  // Beast waits for a read that is not under way: what is kept for it goes.
+  const bool waits = state_->input_ended || state_->layer().held();
+  if (waits) state_->layer().read(asio::error::operation_aborted, 0);
 }
 
 /// A peer that says nothing is asked whether it is still there.
 void Websocket_Stream::tick() {
   const Loop_Time now = Loop::now();
   if (now - state_->heard <= state_->silence || !state_->socket.is_open()) return;
-  if (std::exchange(state_->pinged, true)) return state_->below->close();
+  if (std::exchange(state_->pinged, true)) {
+    state_->below->close();
+    return state_->fail_held(asio::error::timed_out);
+  }
   state_->heard = now;
   error_code ignored;
   state_->socket.ping(websocket::ping_data(), ignored);
