@@ -15,7 +15,7 @@ JOBS ?= $(shell nproc)
 .PHONY: help deps build run test test-peers check sanitize asan tsan fuzz bench \
         bench-instructions load soak coverage format clean
 help:
-	@echo "make run       build everything and serve on tcp://127.0.0.1:7070"
+	@echo "make run       build everything and serve on tcp://127.0.0.1:7070 and http://127.0.0.1:8080"
 	@echo "make test      build and run the tests"
 	@echo "make test-peers  the clients against servers of other makers, and the host against their clients"
 	@echo "make build     build the libraries, the host and the sample plug-ins"
