@@ -22,6 +22,12 @@ class Memory_Layer {
 public:
   typedef boost::asio::io_context::executor_type executor_type;
 
+  /// Who is told what the stream below has read, and then calls read().
+  struct Reader : transport::Byte_Stream::User {
+    /// All that was read has been looked at: what was written can leave before more is read.
+    virtual void wants_more() = 0;
+  };
+
   explicit Memory_Layer(const executor_type& executor) : executor_(executor) {}
 
   executor_type get_executor() { return executor_; }
@@ -32,13 +38,12 @@ public:
   std::string output;
   /// Who reads below; null when it has gone.
   transport::Byte_Stream* below = nullptr;
-  /// Who is told of it, and calls read().
-  std::weak_ptr<transport::Byte_Stream::User> reader;
+  std::weak_ptr<Reader> reader;
 
   template <typename Buffers, typename Handler>
   void async_read_some(const Buffers& buffers, Handler&& handler) {
     const boost::asio::mutable_buffer first = *boost::asio::buffer_sequence_begin(buffers);
-    const std::shared_ptr<transport::Byte_Stream::User> user = reader.lock();
+    const std::shared_ptr<Reader> user = reader.lock();
     if (!ahead.empty() || below == nullptr || user == nullptr) {
       const std::size_t length = boost::asio::buffer_copy(first, boost::asio::buffer(ahead));
       ahead.erase(0, length);
@@ -48,6 +53,7 @@ public:
       return;
     }
     pending_ = std::make_unique<Pending_Of<std::decay_t<Handler>>>(std::forward<Handler>(handler));
+    user->wants_more();
     buffer_ = first;
     held_ = answered_ > answered_most;
     if (!held_) below->async_read(static_cast<char*>(first.data()), first.size(), user);

@@ -27,6 +27,8 @@ namespace {
 
 constexpr std::size_t key_length = 24;  // 16 bytes in base64
 
+constexpr std::size_t gathered_most = 16u << 10;  // bytes of answers that leave together
+
 typedef boost::beast::http::request<boost::beast::http::empty_body> Beast_Request;
 
 Beast_Request beast_request(const CGI_Request& request) {
@@ -74,8 +76,10 @@ void serve_websocket(transport::Opened opened, const CGI_Request& request,
 }
 
 /// Reads for Beast, and for whoever reads after it has ended.
-struct Websocket_Stream::State final : transport::Byte_Stream::User,
-                                       std::enable_shared_from_this<State> {
+///
+/// Messages that have come together are read one after the other, from Beast's buffer. What they
+/// are answered leaves when that is used up, in one system call, or when nobody reads on.
+struct Websocket_Stream::State final : Memory_Layer::Reader, std::enable_shared_from_this<State> {
   State(std::unique_ptr<transport::Byte_Stream> b, const asio::io_context::executor_type& executor,
         std::chrono::milliseconds s)
       : below(std::move(b)), socket(executor), silence(s), heard(Loop::now()) {}
@@ -84,6 +88,7 @@ struct Websocket_Stream::State final : transport::Byte_Stream::User,
 
   void on_read(const error_code& error, std::size_t length) override;
   void on_writable(const error_code& error) override;
+  void wants_more() override { push_soon(); }
   void was_read(const error_code& error, std::size_t length);
   void end(websocket::close_code code);
   void end_below();
@@ -104,6 +109,7 @@ struct Websocket_Stream::State final : transport::Byte_Stream::User,
   bool ended = false;            // Beast reads no more
   bool ends_below = false;       // when all that is to leave has left
   bool message_ended = false;    // by what was last read
+  bool in_turn = false;          // its reader looks at what was read
   std::shared_ptr<User> reader;  // of what is pending
   std::shared_ptr<User> writer;  // waits for room
 };
@@ -125,7 +131,6 @@ void Websocket_Stream::State::on_read(const error_code& error, std::size_t lengt
     return;
   }
   layer().read(error, length);
-  push_soon();  // what Beast has answered by itself
 }
 
 void Websocket_Stream::State::was_read(const error_code& error, std::size_t length) {
@@ -134,10 +139,14 @@ void Websocket_Stream::State::was_read(const error_code& error, std::size_t leng
   if (refused) end(websocket::close_code::unknown_data);
   ended = static_cast<bool>(error);
   message_ended = !error && !refused && socket.is_message_done();
-  push_soon();
+  if (error || refused || user == nullptr) push_soon();
   if (user == nullptr) return;
   if (refused || is_protocol_end(error)) return user->on_read(asio::error::shut_down, 0);
+  if (error) return user->on_read(error, length);
+  in_turn = true;
   user->on_read(error, length);
+  in_turn = false;
+  if (reader == nullptr || ended) push_soon();
 }
 
 void Websocket_Stream::State::end(websocket::close_code code) {
@@ -250,7 +259,11 @@ void Websocket_Stream::write_part(std::string_view text, bool last, error_code& 
   }
 }
 
-void Websocket_Stream::push(error_code& error) { state_->push(error); }
+void Websocket_Stream::push(error_code& error) {
+  // Who writes much, or to a peer that takes nothing, must learn of it.
+  const bool little = state_->layer().output.size() < gathered_most && !state_->waits;
+  if (!state_->in_turn || !little) state_->push(error);
+}
 
 void Websocket_Stream::async_wait_writable(const std::shared_ptr<User>& user) {
   state_->writer = user;
@@ -265,6 +278,7 @@ void Websocket_Stream::shutdown_send(bool going_away) {
 }
 
 void Websocket_Stream::close() {
+  state_->push_soon();
   state_->layer().below = nullptr;
   state_->writer = nullptr;
   state_->below->close();
