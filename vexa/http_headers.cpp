@@ -65,6 +65,24 @@ constexpr std::string_view names[] = {
 };
 static_assert(std::size(names) == HTTP_HEAD_COUNT, "a name for every number");
 
+constexpr std::size_t longest_name = 19;  // Proxy-Authorization
+
+/// The numbers whose names have the same length, chained; -1 ends a chain. A server looks each
+/// field of a head up.
+struct By_Length {
+  int first[longest_name + 1] = {};
+  int next[HTTP_HEAD_COUNT] = {};
+
+  constexpr By_Length() {
+    for (int& id : first) id = -1;
+    for (int id = HTTP_HEAD_COUNT - 1; id >= 0; --id) {
+      next[id] = first[names[id].size()];  // a longer name than the longest does not compile
+      first[names[id].size()] = id;
+    }
+  }
+};
+constexpr By_Length by_length;
+
 bool is_token(std::string_view text) {
   const auto is_tchar = [](char c) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
@@ -88,7 +106,8 @@ const char* http_head_name(int id) {
 }
 
 int http_head_id(std::string_view name) {
-  for (int id = 0; id < HTTP_HEAD_COUNT; ++id) {
+  if (name.size() > longest_name) return -1;
+  for (int id = by_length.first[name.size()]; id >= 0; id = by_length.next[id]) {
     if (vexa::ascii_iequal(names[id], name)) return id;
   }
   return -1;
