@@ -497,10 +497,12 @@ TEST_F(HttpFrontTest, ABadWebSocketIsClosedWithItsCode) {
   split->send(websocket_frame(0x8a, ""));
   EXPECT_EQ("89 ", websocket_answer(*split));
   EXPECT_EQ("", split->rest()) << "it did not answer";
-  for (const char* version : {"Sec-WebSocket-Version: 8", "Sec-WebSocket-Version: 13\r\nX"}) {
+  const std::pair<const char*, int> refused[] = {{"Sec-WebSocket-Version: 8", 426},
+                                                 {"Sec-WebSocket-Version: 13\r\nX", 400}};
+  for (const auto& [version, status] : refused) {
     std::string text = websocket_handshake();
     text.replace(text.find("Sec-WebSocket-Version: 13"), 25, version);
-    EXPECT_EQ(400, answer(text).status);
+    EXPECT_EQ(status, answer(text).status) << version;
   }
 }
 
