@@ -153,11 +153,13 @@ Request_Parser::Outcome Request_Parser::parse(const char* data, size_t length, s
     const bool in_head = !parser.is_header_done();
     parser.forget_piece();
     error_code error;
-    used += parser.put(boost::asio::const_buffer(data + used, length - used), error);
+    const size_t taken = parser.put(boost::asio::const_buffer(data + used, length - used), error);
+    used += taken;
     if (error == beast::http::error::need_more) return MORE;
     if (error) return bad(error == beast::http::error::header_limit ? 431 : 400);
     if (in_head && parser.is_header_done()) return head_complete();
     if (!parser.piece().empty()) return BODY;
+    if (taken > max_head) return bad(400);  // a chunk's line or trailers: as hold() does
     if (parser.is_done()) return COMPLETE;
   }
   return MORE;

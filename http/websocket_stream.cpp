@@ -8,6 +8,7 @@
 #include <boost/beast/websocket/stream.hpp>
 #include <chrono>
 #include <cstring>
+#include <optional>
 #include <utility>
 
 #include "http/memory_layer.h"
@@ -82,14 +83,15 @@ void serve_websocket(transport::Opened opened, const CGI_Request& request,
 struct Websocket_Stream::State final : Memory_Layer::Reader, std::enable_shared_from_this<State> {
   State(std::unique_ptr<transport::Byte_Stream> b, const asio::io_context::executor_type& executor,
         std::chrono::milliseconds s)
-      : below(std::move(b)), socket(executor), silence(s), heard(Loop::now()) {}
+      : below(std::move(b)), socket(std::in_place, executor), silence(s), heard(Loop::now()) {}
 
-  Memory_Layer& layer() { return socket.next_layer(); }
+  Memory_Layer& layer() { return socket->next_layer(); }
 
   void on_read(const error_code& error, std::size_t length) override;
   void on_writable(const error_code& error) override;
   void wants_more() override { push_soon(); }
   void was_read(const error_code& error, std::size_t length);
+  void was_closed();
   void end(websocket::close_code code);
   void end_below();
   void push(error_code& error);
@@ -98,13 +100,14 @@ struct Websocket_Stream::State final : Memory_Layer::Reader, std::enable_shared_
   void fail_held(const error_code& error);
 
   const std::unique_ptr<transport::Byte_Stream> below;
-  websocket::stream<Memory_Layer, false> socket;
+  std::optional<websocket::stream<Memory_Layer, false>> socket;  // until close()
   const std::chrono::milliseconds silence;
   Loop_Time heard;               // from the peer
   bool pinged = false;           // since then
   std::size_t pushed = 0;        // how much of the gathered output has been handed on
   bool waits = false;            // for the stream below to take more
   bool ending = false;           // a close frame has been sent, or will be
+  bool closing = false;          // by Beast, which reads for it
   bool input_ended = false;      // below; Beast has not been told
   bool ended = false;            // Beast reads no more
   bool ends_below = false;       // when all that is to leave has left
@@ -115,6 +118,7 @@ struct Websocket_Stream::State final : Memory_Layer::Reader, std::enable_shared_
 };
 
 void Websocket_Stream::State::on_read(const error_code& error, std::size_t length) {
+  if (!socket) return;
   heard = Loop::now();
   pinged = false;
   if (ended) {
@@ -134,11 +138,12 @@ void Websocket_Stream::State::on_read(const error_code& error, std::size_t lengt
 }
 
 void Websocket_Stream::State::was_read(const error_code& error, std::size_t length) {
+  if (!socket) return;
   const std::shared_ptr<User> user = std::exchange(reader, nullptr);
-  const bool refused = !error && !ending && !socket.got_text();
+  const bool refused = !error && !ending && !socket->got_text();
   if (refused) end(websocket::close_code::unknown_data);
   ended = static_cast<bool>(error);
-  message_ended = !error && !refused && socket.is_message_done();
+  message_ended = !error && !refused && socket->is_message_done();
   if (error || refused || user == nullptr) push_soon();
   if (user == nullptr) return;
   if (refused || is_protocol_end(error)) return user->on_read(asio::error::shut_down, 0);
@@ -150,9 +155,18 @@ void Websocket_Stream::State::was_read(const error_code& error, std::size_t leng
 }
 
 void Websocket_Stream::State::end(websocket::close_code code) {
-  if (std::exchange(ending, true) || !socket.is_open()) return;
-  socket.async_close(code, [self = shared_from_this()](const error_code&) { self->push_soon(); });
+  if (std::exchange(ending, true) || !socket->is_open()) return;
+  closing = true;
+  socket->async_close(code, [self = shared_from_this()](const error_code&) { self->was_closed(); });
   push_soon();
+}
+
+void Websocket_Stream::State::was_closed() {
+  if (!socket) return;
+  ended = true;
+  push_soon();
+  const std::shared_ptr<User> user = std::exchange(reader, nullptr);
+  if (user != nullptr) user->on_read(asio::error::shut_down, 0);
 }
 
 /// Nothing more is said in either direction. Clients wait for the end of the stream below: it is
@@ -181,7 +195,7 @@ void Websocket_Stream::State::push(error_code& error) {
 
 /// Where nobody else sees to it.
 void Websocket_Stream::State::push_soon() {
-  if (waits || layer().output.empty() || layer().below == nullptr) return;
+  if (!socket || waits || layer().output.empty()) return;
   error_code error;
   push(error);
   if (would_block(error)) return wait();
@@ -192,8 +206,8 @@ void Websocket_Stream::State::push_soon() {
 /// later, for whoever is told closes.
 void Websocket_Stream::State::fail_held(const error_code& error) {
   if (!layer().held()) return;
-  asio::post(socket.get_executor(), [self = shared_from_this(), error] {
-    if (self->layer().held()) self->on_read(error, 0);
+  asio::post(socket->get_executor(), [self = shared_from_this(), error] {
+    if (self->socket && self->layer().held()) self->on_read(error, 0);
   });
 }
 
@@ -203,11 +217,12 @@ void Websocket_Stream::State::wait() {
 
 void Websocket_Stream::State::on_writable(const error_code& error) {
   waits = false;
+  if (!socket) return;
   error_code failed = error;
   if (!failed) push(failed);
   if (would_block(failed)) return wait();
   if (const std::shared_ptr<User> user = std::exchange(writer, nullptr)) user->on_writable(failed);
-  if (failed) fail_held(failed);
+  if (failed && socket) fail_held(failed);
 }
 
 Websocket_Stream::Websocket_Stream(std::unique_ptr<transport::Byte_Stream> below,
@@ -216,9 +231,9 @@ Websocket_Stream::Websocket_Stream(std::unique_ptr<transport::Byte_Stream> below
     : state_(std::make_shared<State>(std::move(below), executor, silence)) {
   state_->layer().below = state_->below.get();
   state_->layer().reader = state_;
-  state_->socket.read_message_max(max_message);
-  state_->socket.auto_fragment(false);
-  state_->socket.text(true);
+  state_->socket->read_message_max(max_message);
+  state_->socket->auto_fragment(false);
+  state_->socket->text(true);
 }
 
 Websocket_Stream::~Websocket_Stream() { close(); }
@@ -226,16 +241,18 @@ Websocket_Stream::~Websocket_Stream() { close(); }
 void Websocket_Stream::accept(const CGI_Request& request, const std::string& leftover,
                               error_code& error) {
   state_->layer().ahead = leftover;
-  state_->socket.set_option(websocket::stream_base::decorator(
+  state_->socket->set_option(websocket::stream_base::decorator(
       [](websocket::response_type& r) { r.erase(boost::beast::http::field::server); }));
-  state_->socket.accept(beast_request(request), error);
+  state_->socket->accept(beast_request(request), error);
   if (!error) state_->push_soon();
 }
 
 void Websocket_Stream::async_read(char* data, std::size_t size, const std::shared_ptr<User>& user) {
   state_->reader = user;
   if (state_->ended) return state_->below->async_read(data, size, state_);
-  state_->socket.async_read_some(
+  // A read that fails waits in Beast for the close, and the close for the read.
+  if (state_->closing) return;
+  state_->socket->async_read_some(
       asio::buffer(data, size),
       [self = state_](const error_code& error, std::size_t n) { self->was_read(error, n); });
 }
@@ -255,7 +272,7 @@ void Websocket_Stream::write_part(std::string_view text, bool last, error_code& 
   if (state_->layer().full()) {
     error = asio::error::would_block;
   } else {
-    state_->socket.write_some(last, asio::buffer(text.data(), text.size()), error);
+    state_->socket->write_some(last, asio::buffer(text.data(), text.size()), error);
   }
 }
 
@@ -279,25 +296,24 @@ void Websocket_Stream::shutdown_send(bool going_away) {
 
 void Websocket_Stream::close() {
   state_->push_soon();
-  state_->layer().below = nullptr;
-  state_->writer = nullptr;
+  state_->reader = state_->writer = nullptr;
   state_->below->close();
-  // Beast waits for a read that is not under way: what is kept for it goes.
-  const bool waits = state_->input_ended || state_->layer().held();
-  if (waits) state_->layer().read(asio::error::operation_aborted, 0);
+  // With all that it keeps for operations which wait for each other, or for a read that is held
+  // back: they would keep the state.
+  state_->socket.reset();
 }
 
 /// A peer that says nothing is asked whether it is still there.
 void Websocket_Stream::tick() {
   const Loop_Time now = Loop::now();
-  if (now - state_->heard <= state_->silence || !state_->socket.is_open()) return;
+  if (now - state_->heard <= state_->silence || !state_->socket->is_open()) return;
   if (std::exchange(state_->pinged, true)) {
     state_->below->close();
     return state_->fail_held(asio::error::timed_out);
   }
   state_->heard = now;
   error_code ignored;
-  state_->socket.ping(websocket::ping_data(), ignored);
+  state_->socket->ping(websocket::ping_data(), ignored);
   state_->push_soon();
 }
 
