@@ -56,8 +56,13 @@ public:
     user->wants_more();
     buffer_ = first;
     held_ = answered_ > answered_most;
-    if (!held_) below->async_read(static_cast<char*>(first.data()), first.size(), user);
+    if (!held_) read_below(user);
   }
+
+  /// Whether the stream below has a buffer of Beast's, or of whoever reads through it, which is to
+  /// stay until read().
+  bool reading() const { return reading_; }
+  void reading(bool on) { reading_ = on; }
 
   /// What may wait to be handed on; and of that what Beast has answered by itself: beyond it
   /// nothing is read, so that a peer that pings and takes nothing is not served.
@@ -70,10 +75,10 @@ public:
   void read_on() {
     if (!output.empty()) return;
     answered_ = 0;
-    const std::shared_ptr<transport::Byte_Stream::User> user = reader.lock();
+    const std::shared_ptr<Reader> user = reader.lock();
     if (!held_ || below == nullptr || user == nullptr) return;
     held_ = false;
-    below->async_read(static_cast<char*>(buffer_.data()), buffer_.size(), user);
+    read_below(user);
   }
 
   /// The stream below has read, or failed; that ends a read which was held back, too.
@@ -135,6 +140,11 @@ private:
     Handler handler;
   };
 
+  void read_below(const std::shared_ptr<Reader>& user) {
+    reading_ = true;
+    below->async_read(static_cast<char*>(buffer_.data()), buffer_.size(), user);
+  }
+
   template <typename Handler>
   void complete_later(boost::system::error_code error, std::size_t length, Handler&& handler) {
     boost::asio::post(executor_, [error, length, h = std::forward<Handler>(handler)]() mutable {
@@ -146,7 +156,8 @@ private:
   std::unique_ptr<Pending> pending_;
   boost::asio::mutable_buffer buffer_;  // of what is pending
   bool held_ = false;                   // it is not read yet
-  std::size_t answered_ = 0;            // bytes that Beast wrote by itself, since output was empty
+  bool reading_ = false;
+  std::size_t answered_ = 0;  // bytes that Beast wrote by itself, since output was empty
 };
 
 // The stream below is closed by whoever has it.

@@ -92,6 +92,7 @@ struct Websocket_Stream::State final : Memory_Layer::Reader, std::enable_shared_
   void wants_more() override { push_soon(); }
   void was_read(const error_code& error, std::size_t length);
   void was_closed();
+  void forget();
   void end(websocket::close_code code);
   void end_below();
   void push(error_code& error);
@@ -100,7 +101,8 @@ struct Websocket_Stream::State final : Memory_Layer::Reader, std::enable_shared_
   void fail_held(const error_code& error);
 
   const std::unique_ptr<transport::Byte_Stream> below;
-  std::optional<websocket::stream<Memory_Layer, false>> socket;  // until close()
+  std::optional<websocket::stream<Memory_Layer, false>> socket;  // until forget()
+  bool closed = false;
   const std::chrono::milliseconds silence;
   Loop_Time heard;               // from the peer
   bool pinged = false;           // since then
@@ -118,7 +120,8 @@ struct Websocket_Stream::State final : Memory_Layer::Reader, std::enable_shared_
 };
 
 void Websocket_Stream::State::on_read(const error_code& error, std::size_t length) {
-  if (!socket) return;
+  layer().reading(false);
+  if (closed) return forget();
   heard = Loop::now();
   pinged = false;
   if (ended) {
@@ -137,8 +140,17 @@ void Websocket_Stream::State::on_read(const error_code& error, std::size_t lengt
   layer().read(error, length);
 }
 
+/// After the close, and when nobody writes into a buffer any more: Beast goes with all that it
+/// keeps for operations which wait for each other, or for a read that is held back, and so does the
+/// reader. They would keep this state.
+void Websocket_Stream::State::forget() {
+  const std::shared_ptr<User> last = std::move(reader);  // it may own this
+  const std::shared_ptr<State> self = shared_from_this();
+  socket.reset();
+}
+
 void Websocket_Stream::State::was_read(const error_code& error, std::size_t length) {
-  if (!socket) return;
+  if (closed) return;
   const std::shared_ptr<User> user = std::exchange(reader, nullptr);
   const bool refused = !error && !ending && !socket->got_text();
   if (refused) end(websocket::close_code::unknown_data);
@@ -162,7 +174,7 @@ void Websocket_Stream::State::end(websocket::close_code code) {
 }
 
 void Websocket_Stream::State::was_closed() {
-  if (!socket) return;
+  if (closed) return;
   ended = true;
   push_soon();
   const std::shared_ptr<User> user = std::exchange(reader, nullptr);
@@ -195,7 +207,7 @@ void Websocket_Stream::State::push(error_code& error) {
 
 /// Where nobody else sees to it.
 void Websocket_Stream::State::push_soon() {
-  if (!socket || waits || layer().output.empty()) return;
+  if (closed || waits || layer().output.empty()) return;
   error_code error;
   push(error);
   if (would_block(error)) return wait();
@@ -207,7 +219,7 @@ void Websocket_Stream::State::push_soon() {
 void Websocket_Stream::State::fail_held(const error_code& error) {
   if (!layer().held()) return;
   asio::post(socket->get_executor(), [self = shared_from_this(), error] {
-    if (self->socket && self->layer().held()) self->on_read(error, 0);
+    if (!self->closed && self->layer().held()) self->on_read(error, 0);
   });
 }
 
@@ -217,12 +229,12 @@ void Websocket_Stream::State::wait() {
 
 void Websocket_Stream::State::on_writable(const error_code& error) {
   waits = false;
-  if (!socket) return;
+  if (closed) return;
   error_code failed = error;
   if (!failed) push(failed);
   if (would_block(failed)) return wait();
   if (const std::shared_ptr<User> user = std::exchange(writer, nullptr)) user->on_writable(failed);
-  if (failed && socket) fail_held(failed);
+  if (failed && !closed) fail_held(failed);
 }
 
 Websocket_Stream::Websocket_Stream(std::unique_ptr<transport::Byte_Stream> below,
@@ -249,7 +261,10 @@ void Websocket_Stream::accept(const CGI_Request& request, const std::string& lef
 
 void Websocket_Stream::async_read(char* data, std::size_t size, const std::shared_ptr<User>& user) {
   state_->reader = user;
-  if (state_->ended) return state_->below->async_read(data, size, state_);
+  if (state_->ended) {
+    state_->layer().reading(true);
+    return state_->below->async_read(data, size, state_);
+  }
   // A read that fails waits in Beast for the close, and the close for the read.
   if (state_->closing) return;
   state_->socket->async_read_some(
@@ -295,12 +310,12 @@ void Websocket_Stream::shutdown_send(bool going_away) {
 }
 
 void Websocket_Stream::close() {
+  if (state_->closed) return;
   state_->push_soon();
-  state_->reader = state_->writer = nullptr;
+  state_->closed = true;
+  state_->writer = nullptr;
   state_->below->close();
-  // With all that it keeps for operations which wait for each other, or for a read that is held
-  // back: they would keep the state.
-  state_->socket.reset();
+  if (!state_->layer().reading()) state_->forget();
 }
 
 /// A peer that says nothing is asked whether it is still there.
