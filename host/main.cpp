@@ -89,14 +89,6 @@ bool handlers_end() {
   return false;
 }
 
-int check(Services& services, const Options& options, const Log_Output& log) {
-  const bool good = services.load(options.svc) == 0 && Services::ready() &&
-                    Services::failures() == 0 && log.errors() == 0;
-  services.close();
-  std::cout << options.svc << (good ? ": good\n" : ": bad, see the log\n");
-  return good ? 0 : bad_configuration;
-}
-
 bool opened(int result, const std::string& url, const std::string& bound,
             const std::string& error) {
   if (result == 0) {
@@ -156,6 +148,14 @@ bool open_links(transport::Server& server, const Options& options) {
     if (std::exchange(is_default, false)) Global_JSON_RPC_Channel::instance(channel);
   }
   return true;
+}
+
+int check(Services& services, const Options& options, const Log_Output& log) {
+  const bool good = services.load(options.svc) == 0 && Services::ready() &&
+                    Services::failures() == 0 && serve_own(options) == 0 && log.errors() == 0;
+  services.close();
+  std::cout << options.svc << (good ? ": good\n" : ": bad, see the log\n");
+  return good ? 0 : bad_configuration;
 }
 
 int serve(Services& services, const Options& options, std::size_t failures,

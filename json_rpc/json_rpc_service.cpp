@@ -44,7 +44,7 @@ void close_registries(bool with_handlers) {
     JSON_RPC_Request_Map::close_instance();
   }
   JSON_RPC_Params_Handler_Map::close_instance();
-  JSON_RESTful_Request_Map::close_instance();
+  if (with_handlers) JSON_RESTful_Request_Map::close_instance();
   HTTP_File_URI_Map::close_instance();
   HTTP_Redirect_URI_Map::close_instance();
 }
