@@ -163,7 +163,10 @@ bool HTTP_Headers::refuse(const char* reason) {
 }
 
 void HTTP_Headers::append(std::string_view name, std::string_view value) {
-  const int id = http_head_id(name);
+  append(http_head_id(name), name, value);
+}
+
+void HTTP_Headers::append(int id, std::string_view name, std::string_view value) {
   if (fields_.capacity() == 0) fields_.reserve(12);  // as many as most heads have
   fields_.push_back(Field{id, std::string(id < 0 ? name : std::string_view()), std::string(value)});
 }

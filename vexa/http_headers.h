@@ -108,8 +108,9 @@ public:
   const_iterator begin() const { return fields_.begin(); }
   const_iterator end() const { return fields_.end(); }
 
-  /// Appends a field that a parser has checked. Throws std::bad_alloc.
+  /// Appends a field that a parser has checked, and whose id it may know. Throws std::bad_alloc.
   void append(std::string_view name, std::string_view value);
+  void append(int id, std::string_view name, std::string_view value);
 
 private:
   bool insert(int id, std::string_view name, std::string_view value, bool replace);

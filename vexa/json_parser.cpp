@@ -64,8 +64,7 @@ bool JSON_Parser::handle_boolean_i(bool flag) {
 bool JSON_Parser::handle_number_i(const char* text, std::size_t length) {
   Value* const value = next();
   if (value == nullptr) return false;
-  *value = number_to_value(text, length);
-  return !value->is_null();
+  return read_number(text, length, *value);
 }
 
 // Flat, as the key below: the calls on the way to a short text cost more than its copy.

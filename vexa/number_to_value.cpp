@@ -31,13 +31,18 @@ json_spirit::Value real_value(const char* text, const char* end) {
   return std::isfinite(real) ? json_spirit::Value(real) : json_spirit::Value();
 }
 
-/// Numbers that number_to_value() does not read itself.
-json_spirit::Value other_number(const char* text, const char* end) {
+json_spirit::Value any_number(const char* text, const char* end) {
   std::int64_t integer;
   if (whole(text, end, integer)) return json_spirit::Value(integer);
   std::uint64_t natural;
   if (whole(text, end, natural)) return json_spirit::Value(natural);
   return real_value(text, end);
+}
+
+/// Numbers that read_number() does not read itself.
+[[gnu::noinline]] bool other_number(const char* text, const char* end, json_spirit::Value& value) {
+  value = any_number(text, end);
+  return !value.is_null();
 }
 
 /// Reads digits into `number`; gives where they end.
@@ -54,23 +59,24 @@ const char* read_digits(const char* text, const char* end, std::uint64_t& number
 
 /// Most numbers are read here: up to 18 digits, which never overflow, or a real of up to 15 digits
 /// without an exponent, which a division of two exact doubles rounds correctly.
-json_spirit::Value number_to_value(const char* text, std::size_t length) {
+bool read_number(const char* text, std::size_t length, json_spirit::Value& value) {
   static const double powers[] = {1,   1e1, 1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
                                   1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
   const char* const end = text + length;
   const bool negative = length > 0 && *text == '-';
   const char* const first = text + negative;
-  if (end - first > 18) return other_number(text, end);
+  if (end - first > 18) return other_number(text, end, value);
   std::uint64_t number = 0;
   const char* const point = read_digits(first, end, number);
-  if (point == first) return json_spirit::Value();
-  if (point == end) {
+  if (point == end && point != first) {
     const std::int64_t integer = static_cast<std::int64_t>(number);
-    return json_spirit::Value(negative ? -integer : integer);
+    value = json_spirit::Value(negative ? -integer : integer);
+    return true;
   }
-  if (*point != '.' || end - first > 16) return other_number(text, end);
+  if (point == first || *point != '.' || end - first > 16) return other_number(text, end, value);
   const char* const stop = read_digits(point + 1, end, number);
-  if (stop != end || stop == point + 1) return other_number(text, end);
+  if (stop != end || stop == point + 1) return other_number(text, end, value);
   const double real = static_cast<double>(number) / powers[stop - point - 1];
-  return json_spirit::Value(negative ? -real : real);
+  value = json_spirit::Value(negative ? -real : real);
+  return true;
 }

@@ -6,7 +6,6 @@
 #include <atomic>
 #include <cerrno>
 #include <functional>
-#include <memory>
 #include <new>
 #include <string>
 #include <utility>
@@ -72,14 +71,6 @@ private:
     int enqueue_tail(task_type* task, ACE_Time_Value* timeout) override;
   };
 
-  /// A call made where it stays: ACE's handles cannot be moved, and each copy of one takes locks.
-  template <typename Bound>
-  struct Bound_Call {
-    template <typename Make>
-    explicit Bound_Call(const Make& make) : bound(make()) {}
-    Bound bound;
-  };
-
   static const task_type EMPTY;  // its address in the queue ends the workers; never called
 
   int enqueue(const task_type* task, bool front, ACE_Time_Value* timeout);
@@ -98,9 +89,7 @@ private:
 template <typename Method, typename Object, typename... Args>
 int Thread_Pool_Helper::schedule(Method method, Object* object, Args&&... args) {
   try {
-    const auto make = [&] { return std::bind(method, object, std::forward<Args>(args)...); };
-    auto call = std::make_shared<Bound_Call<decltype(make())>>(make);
-    return putq(task_type([call = std::move(call)] { call->bound(); }), false);
+    return putq(task_type(std::bind(method, object, std::forward<Args>(args)...)), false);
   } catch (const std::bad_alloc&) {
     errno = ENOMEM;
     return -1;

@@ -40,27 +40,30 @@ int deliver(void* context, YAJL_Handler::Callback_Type type, Event event) {
 const char* chars(const unsigned char* text) { return reinterpret_cast<const char*>(text); }
 
 int on_null(void* context) {
-  return deliver(context, YAJL_Handler::CB_NULL, [](YAJL_Handler& h) { return h.handle_null_i(); });
+  return deliver(context, YAJL_Handler::CB_NULL,
+                 [](YAJL_Handler& h) { return h.innermost().handle_null_i(); });
 }
 int on_boolean(void* context, int value) {
   return deliver(context, YAJL_Handler::CB_BOOLEAN,
-                 [=](YAJL_Handler& h) { return h.handle_boolean_i(value != 0); });
+                 [=](YAJL_Handler& h) { return h.innermost().handle_boolean_i(value != 0); });
 }
 int on_number(void* context, const char* text, size_t length) {
   return deliver(context, YAJL_Handler::CB_NUMBER,
-                 [=](YAJL_Handler& h) { return h.handle_number_i(text, length); });
+                 [=](YAJL_Handler& h) { return h.innermost().handle_number_i(text, length); });
 }
 int on_string(void* context, const unsigned char* text, size_t length) {
-  return deliver(context, YAJL_Handler::CB_STRING,
-                 [=](YAJL_Handler& h) { return h.handle_string_i(chars(text), length); });
+  return deliver(context, YAJL_Handler::CB_STRING, [=](YAJL_Handler& h) {
+    return h.innermost().handle_string_i(chars(text), length);
+  });
 }
 int on_start_map(void* context) {
   return deliver(context, YAJL_Handler::CB_START_MAP,
                  [](YAJL_Handler& h) { return h.handle_start_map_i(); });
 }
 int on_map_key(void* context, const unsigned char* text, size_t length) {
-  return deliver(context, YAJL_Handler::CB_MAP_KEY,
-                 [=](YAJL_Handler& h) { return h.handle_map_key_i(chars(text), length); });
+  return deliver(context, YAJL_Handler::CB_MAP_KEY, [=](YAJL_Handler& h) {
+    return h.innermost().handle_map_key_i(chars(text), length);
+  });
 }
 int on_end_map(void* context) {
   return deliver(context, YAJL_Handler::CB_END_MAP,

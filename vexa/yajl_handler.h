@@ -44,6 +44,19 @@ public:
   Callback_Type callback_type() const { return callback_type_; }
   void callback_type(Callback_Type type) { callback_type_ = type; }
 
+  /// Who takes what the parse handle says of keys and scalars: this handler, or the nested one.
+  YAJL_Handler& innermost() {
+    YAJL_Handler* handler = this;
+    while (handler->handler_ != nullptr) handler = handler->handler_;
+    return *handler;
+  }
+
+protected:
+  /// Takes the events in place of this handler while it is set; not owned. Keys and scalars go
+  /// there at once, and this handler does not see them; objects and arrays, as they open and close,
+  /// come here, for this handler to pass on.
+  YAJL_Handler* handler_ = nullptr;
+
 private:
   Callback_Type callback_type_ = CB_NONE;
 };
