@@ -51,7 +51,7 @@ public:
   explicit Register_Handler(const std::string& token) : token_(token) {}
 
   int handle_object(JSON_RPC_Channel_ptr weak, JSON_RPC_Object_var object) override {
-    const JSON_RPC_Channel_var channel = JSON_RPC_Channel::strong(weak);
+    const JSON_RPC_Channel_var channel(weak);
     if (channel.null() || object->type != JSON_RPC_Object::TYPE_REQUEST) return 0;
     const JSON_RPC_Request& request = static_cast<const JSON_RPC_Request&>(*object);
     const json_spirit::Value* const type = member(request.params, "type");
@@ -92,8 +92,7 @@ private:
   bool enter(const JSON_RPC_Channel_var& channel, const std::string& id) {
     JSON_RPC_Channel_Map& map = *JSON_RPC_Channel_Map::instance();
     const std::lock_guard<std::mutex> guard(mutex_);
-    const JSON_RPC_Channel_var holder =
-        JSON_RPC_Channel::strong(map.find(Stream_Channel::AGENT, id));
+    const JSON_RPC_Channel_var holder = JSON_RPC_Channel_var(map.find(Stream_Channel::AGENT, id));
     if (!holder.null()) return holder.get() == channel.get();
     map.remove(channel);
     channel->type(Stream_Channel::AGENT);

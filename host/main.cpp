@@ -139,7 +139,7 @@ bool open_links(transport::Server& server, const Options& options) {
   }
   bool is_default = options.default_link;
   for (const std::string& url : options.connect) {
-    JSON_RPC_Channel_ptr channel(JSON_RPC_Channel::none());
+    JSON_RPC_Channel_ptr channel;
     std::string error;
     if (server.connect(url, link, channel, error) != 0) {
       std::cerr << "json_rpc_host: cannot connect to " << url << ": " << error << '\n';

@@ -4,8 +4,6 @@
 // last notifications published, after this library's static objects are gone.
 JSON_RPC_Channel_ptr& Global_JSON_RPC_Channel::channel_ = *new JSON_RPC_Channel_ptr;
 
-JSON_RPC_Channel_var Global_JSON_RPC_Channel::instance() {
-  return JSON_RPC_Channel::strong(channel_);
-}
+JSON_RPC_Channel_var Global_JSON_RPC_Channel::instance() { return channel_.strong(); }
 
 void Global_JSON_RPC_Channel::instance(const JSON_RPC_Channel_ptr& channel) { channel_ = channel; }

@@ -33,9 +33,6 @@ void locked_replace(JSON_RPC_Channel::Lock& mutex, T& field, const T& value) {
   }
 }
 
-// Never destroyed: tables are closed, and ask for it, after this library's static objects are gone.
-const JSON_RPC_Channel_var& no_channel = *new JSON_RPC_Channel_var;
-
 }  // namespace
 
 JSON_RPC_Channel::JSON_RPC_Channel() : type_(0) {}
@@ -102,12 +99,4 @@ int JSON_RPC_Channel::send_error(int code, const json_spirit::Value& id, const c
   }
 }
 
-JSON_RPC_Channel_var JSON_RPC_Channel::strong(const JSON_RPC_Channel_ptr& channel) noexcept {
-  try {
-    return JSON_RPC_Channel_var(channel);
-  } catch (const std::bad_alloc&) {
-    return no_channel;  // ACE allocates only where it found the channel gone
-  }
-}
-
-const JSON_RPC_Channel_var& JSON_RPC_Channel::none() noexcept { return no_channel; }
+void JSON_RPC_Channel_Count::destroy(JSON_RPC_Channel* channel) noexcept { delete channel; }

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <ace/Addr.h>
-#include <ace/Bound_Ptr.h>
 #include <ace/Lock.h>
 #include <ace/Thread_Mutex.h>
 #include <yajl/yajl_gen.h>
@@ -14,12 +13,10 @@
 #include "json_spirit/json_spirit_value.h"
 #include "vexa/http_sock_state.h"
 
-/// Keeps a channel alive. Only the host holds one for longer than a call; every table holds weak
-/// JSON_RPC_Channel_ptr.
-typedef ACE_Strong_Bound_Ptr<JSON_RPC_Channel, ACE_Thread_Mutex> JSON_RPC_Channel_var;
-
 /// One connection to a peer, over which messages go out and from which a reader builds those that
-/// come in. The host derives a class for each transport; the library makes none.
+/// come in. The host derives a class for each transport; the library makes none. Only the host
+/// holds a strong JSON_RPC_Channel_var for longer than a call; every table holds weak
+/// JSON_RPC_Channel_ptr.
 ///
 /// Any thread may call the accessors: mutex_ is held for the copy or swap of one field and is a
 /// leaf. A getter that cannot lock, or has no memory for the copy, gives the empty value; a setter
@@ -114,19 +111,11 @@ public:
   int send_error(int code, const json_spirit::Value& id, const char* message,
                  const json_spirit::Value& data);
 
-  /// The channel that `channel` refers to, or an empty reference when it is gone. Unlike ACE's own
-  /// conversion it never throws: out of memory counts as gone.
-  static JSON_RPC_Channel_var strong(const JSON_RPC_Channel_ptr& channel) noexcept;
-
-  /// Whether `entry`, as tables keep it, refers to `channel`, which is not empty. Unlike ACE's ==
-  /// it takes a lock for no other entry than the one that is looked for; a channel that is gone
-  /// never matches one that got its memory.
+  /// Whether `entry`, as tables keep it, refers to `channel`, which is not empty. Looks at the
+  /// counts of no other entry than the one that is looked for.
   static bool same(const JSON_RPC_Channel_ptr& entry, const JSON_RPC_Channel_var& channel) {
     return entry.unsafe_get() == channel.get() && entry == channel;
   }
-
-  /// An empty reference; copying it, also into a weak one, allocates nothing.
-  static const JSON_RPC_Channel_var& none() noexcept;
 
 private:
   int type_;  // the four fields are guarded by mutex_

@@ -62,20 +62,20 @@ JSON_RPC_Channel_Map::JSON_RPC_Channel_Map() = default;
 JSON_RPC_Channel_Map::~JSON_RPC_Channel_Map() = default;
 
 JSON_RPC_Channel_ptr JSON_RPC_Channel_Map::find(const Channel_ID& id) const {
-  ACE_READ_GUARD_RETURN(Lock, guard, lock_, JSON_RPC_Channel::none());
+  ACE_READ_GUARD_RETURN(Lock, guard, lock_, JSON_RPC_Channel_ptr());
   for (const Type_ID_Map::value_type& of_type : map_) {
     const ID_Channel_Map::const_iterator it = of_type.second.find(id);
     if (it != of_type.second.end()) return it->second;
   }
-  return JSON_RPC_Channel::none();
+  return JSON_RPC_Channel_ptr();
 }
 
 JSON_RPC_Channel_ptr JSON_RPC_Channel_Map::find(Channel_Type type, const Channel_ID& id) const {
-  ACE_READ_GUARD_RETURN(Lock, guard, lock_, JSON_RPC_Channel::none());
+  ACE_READ_GUARD_RETURN(Lock, guard, lock_, JSON_RPC_Channel_ptr());
   const Type_ID_Map::const_iterator of_type = map_.find(type);
-  if (of_type == map_.end()) return JSON_RPC_Channel::none();
+  if (of_type == map_.end()) return JSON_RPC_Channel_ptr();
   const ID_Channel_Map::const_iterator it = of_type->second.find(id);
-  return it != of_type->second.end() ? it->second : JSON_RPC_Channel_ptr(JSON_RPC_Channel::none());
+  return it != of_type->second.end() ? it->second : JSON_RPC_Channel_ptr();
 }
 
 int JSON_RPC_Channel_Map::insert(const JSON_RPC_Channel_var& channel) {

@@ -20,7 +20,7 @@ JSON_RPC_Channel_Pool::JSON_RPC_Channel_Pool() = default;
 JSON_RPC_Channel_Pool::~JSON_RPC_Channel_Pool() = default;
 
 int JSON_RPC_Channel_Pool::insert(const JSON_RPC_Channel_ptr& channel) {
-  const JSON_RPC_Channel_var alive(JSON_RPC_Channel::strong(channel));
+  const JSON_RPC_Channel_var alive(channel);
   if (alive.null()) return -1;
   ACE_WRITE_GUARD_RETURN(lock_type, guard, lock_, -1);
   for (const JSON_RPC_Channel_ptr& member : channels_) {
@@ -36,7 +36,7 @@ int JSON_RPC_Channel_Pool::insert(const JSON_RPC_Channel_ptr& channel) {
 }
 
 int JSON_RPC_Channel_Pool::remove(const JSON_RPC_Channel_ptr& channel) {
-  const JSON_RPC_Channel_var alive(JSON_RPC_Channel::strong(channel));
+  const JSON_RPC_Channel_var alive(channel);
   ACE_WRITE_GUARD_RETURN(lock_type, guard, lock_, -1);
   const auto goes = [&alive](const JSON_RPC_Channel_ptr& member) {
     return alive.null() ? member.null() : JSON_RPC_Channel::same(member, alive);
@@ -46,8 +46,8 @@ int JSON_RPC_Channel_Pool::remove(const JSON_RPC_Channel_ptr& channel) {
 }
 
 JSON_RPC_Channel_ptr JSON_RPC_Channel_Pool::channel() {
-  ACE_READ_GUARD_RETURN(lock_type, guard, lock_, JSON_RPC_Channel::none());
-  if (channels_.empty()) return JSON_RPC_Channel::none();
+  ACE_READ_GUARD_RETURN(lock_type, guard, lock_, JSON_RPC_Channel_ptr());
+  if (channels_.empty()) return JSON_RPC_Channel_ptr();
   if (channels_.size() == 1) return channels_.front();
   // Kept: seeded by the clock at every call, so that the choice changes with the second alone.
   unsigned int seed = static_cast<unsigned int>(std::time(nullptr));

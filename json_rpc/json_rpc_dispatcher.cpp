@@ -34,7 +34,7 @@ int call(JSON_RPC_Handler& handler, const JSON_RPC_Channel_ptr& channel,
 }
 
 void log_call(const JSON_RPC_Channel_ptr& weak, const std::string& method) {
-  const JSON_RPC_Channel_var channel(JSON_RPC_Channel::strong(weak));
+  const JSON_RPC_Channel_var channel(weak);
   if (channel.null()) {
     VEXA_DEBUG("JSON-RPC '%s' is called.\n", method.c_str());
     return;
@@ -63,7 +63,7 @@ int call_method(JSON_RPC_Handler& handler, const JSON_RPC_Channel_ptr& channel,
 }
 
 int answer_not_found(const JSON_RPC_Channel_ptr& weak, const JSON_RPC_Request& request) {
-  const JSON_RPC_Channel_var channel(JSON_RPC_Channel::strong(weak));
+  const JSON_RPC_Channel_var channel(weak);
   if (channel.null()) {
     VEXA_ERROR("JSON-RPC requester is gone.\n");
     return -1;

@@ -1,7 +1,7 @@
 #pragma once
 
-#include <list>
 #include <memory>
+#include <vector>
 
 #include "json_rpc/json_rpc_channel.h"
 #include "json_rpc/json_rpc_export.h"
@@ -50,7 +50,10 @@ public:
   const void* prepared_by = nullptr;
 
 private:
+  explicit JSON_RPC_Fan_Out(const JSON_RPC_Object_var* obj);
+
   const JSON_RPC_Object_var* const obj_;
-  std::list<JSON_RPC_Channel_var> reached_;
   JSON_RPC_Fan_Out* const outer_;
+  JSON_RPC_Fan_Out& outermost_;                // around this one another lock can be held still
+  std::vector<JSON_RPC_Channel_var> reached_;  // of the outermost: by all within it
 };

@@ -8,7 +8,7 @@
 #include "vexa/log.h"
 
 void JSON_RPC_Forward_Map::fail_back(key_type forward_id, const data_type& entry) {
-  const JSON_RPC_Channel_var requester(JSON_RPC_Channel::strong(entry.second));
+  const JSON_RPC_Channel_var requester(entry.second);
   if (requester.null()) {
     try {
       VEXA_ERROR("Abort sending JSON-RPC error, requester (id=%s, forward_id=%d) is gone\n",

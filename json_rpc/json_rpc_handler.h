@@ -42,6 +42,7 @@ class ACE_Refcounted_Auto_Ptr_Rep<JSON_RPC_Handler, ACE_Recursive_Thread_Mutex>
     : public vexa::Atomic_Rep_T<JSON_RPC_Handler> {
 public:
   using Atomic_Rep_T::Atomic_Rep_T;
+  JSON_RPC_EXPORT static ACE_Refcounted_Auto_Ptr_Rep* none() noexcept;
 };
 
 /// The shared handle of a handler; the response map holds these.

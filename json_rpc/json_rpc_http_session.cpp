@@ -13,9 +13,6 @@ namespace {
 
 constexpr int status_ok = 200;
 
-// A null handle allocates, so this one is copied.
-const JSON_RPC_Object_var& no_object = *new JSON_RPC_Object_var;
-
 /// What `operation` gives, or `failed` when it runs out of memory.
 template <typename Result, typename Operation>
 Result guarded(const Result& failed, Operation operation) {
@@ -157,16 +154,16 @@ HTTP_Connection_var JSON_RPC_HTTP_Session::send_request(const JSON_RPC_Object_va
 }
 
 JSON_RPC_Object_var JSON_RPC_HTTP_Session::receive_response(const HTTP_Connection_var& conn) {
-  if (conn.get() == nullptr) return no_object;
-  return guarded(no_object, [&] {
+  if (conn.get() == nullptr) return JSON_RPC_Object_var();
+  return guarded(JSON_RPC_Object_var(), [&] {
     HTTP_Response response;
-    if (!receive_head(*conn, response) || !acceptable(response)) return no_object;
+    if (!receive_head(*conn, response) || !acceptable(response)) return JSON_RPC_Object_var();
     JSON_RPC_Reader reader;
     if (!reader.open()) {
       VEXA_ERROR("Failed to open JSON-RPC reader.\n");
-      return no_object;
+      return JSON_RPC_Object_var();
     }
-    return read_message(*conn, reader) ? *reader.message() : no_object;
+    return read_message(*conn, reader) ? *reader.message() : JSON_RPC_Object_var();
   });
 }
 

@@ -52,7 +52,7 @@ int JSON_RPC_Notify_Manager::subscribe(const JSON_RPC_Channel_ptr& subscriber,
 }
 
 int JSON_RPC_Notify_Manager::unsubscribe(const JSON_RPC_Channel_ptr& subscriber) {
-  const JSON_RPC_Channel_var alive(JSON_RPC_Channel::strong(subscriber));
+  const JSON_RPC_Channel_var alive(subscriber);
   ACE_WRITE_GUARD_RETURN(lock_type, guard, lock_, -1);
   if (alive.null()) {
     unsubscribe_closed_channels();
@@ -64,7 +64,7 @@ int JSON_RPC_Notify_Manager::unsubscribe(const JSON_RPC_Channel_ptr& subscriber)
 
 int JSON_RPC_Notify_Manager::unsubscribe(const JSON_RPC_Channel_ptr& subscriber,
                                          const subjects_type& subjects) {
-  const JSON_RPC_Channel_var alive(JSON_RPC_Channel::strong(subscriber));
+  const JSON_RPC_Channel_var alive(subscriber);
   ACE_WRITE_GUARD_RETURN(lock_type, guard, lock_, -1);
   if (alive.null()) {
     unsubscribe_closed_channels();
@@ -86,7 +86,7 @@ int JSON_RPC_Notify_Manager::unsubscribe(const subjects_type& subjects) {
 }
 
 bool JSON_RPC_Notify_Manager::subscribed(const JSON_RPC_Channel_ptr& subscriber) const {
-  const JSON_RPC_Channel_var alive(JSON_RPC_Channel::strong(subscriber));
+  const JSON_RPC_Channel_var alive(subscriber);
   if (alive.null()) return false;
   ACE_READ_GUARD_RETURN(lock_type, guard, lock_, false);
   const auto own = by_channel_.equal_range(Wanted{alive.get(), nullptr});

@@ -66,3 +66,12 @@ const char* json_rpc_error_message(int code) {
                                            {nullptr, 0}};
   return get_key_value_entry(table, code).key;
 }
+
+ACE_Refcounted_Auto_Ptr_Rep<JSON_RPC_Object, ACE_Recursive_Thread_Mutex>*
+ACE_Refcounted_Auto_Ptr_Rep<JSON_RPC_Object, ACE_Recursive_Thread_Mutex>::none() noexcept {
+  // Never destroyed: handles may be made until the process is gone.
+  alignas(
+      ACE_Refcounted_Auto_Ptr_Rep) static unsigned char place[sizeof(ACE_Refcounted_Auto_Ptr_Rep)];
+  static ACE_Refcounted_Auto_Ptr_Rep* const rep = new (place) ACE_Refcounted_Auto_Ptr_Rep(nullptr);
+  return rep;
+}

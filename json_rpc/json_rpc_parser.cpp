@@ -51,13 +51,13 @@ constexpr unsigned int string_in_error = JSON_RPC_Parser::MESSAGE_BIT | JSON_RPC
 
 }  // namespace
 
-JSON_RPC_Parser::JSON_RPC_Parser() : handler_(nullptr), err_(0), refused_(false), members_(0) {}
+JSON_RPC_Parser::JSON_RPC_Parser() : err_(0), refused_(false), members_(0) {}
 JSON_RPC_Parser::~JSON_RPC_Parser() = default;
 
 bool JSON_RPC_Parser::open() {
   close();
-  handle_.reset(
-      yajl_alloc(get_yajl_default_callbacks(), nullptr, static_cast<YAJL_Handler*>(this)));
+  handle_.reset(yajl_alloc(get_yajl_default_callbacks(), arena_.functions(),
+                           static_cast<YAJL_Handler*>(this)));
   return is_open() || fail(ERROR_NO_HANDLE);
 }
 
@@ -116,6 +116,9 @@ bool JSON_RPC_Parser::handle_scalar(unsigned int top, unsigned int in_error_mask
   return true;
 }
 
+// What a parse handle says of keys and scalars goes to handler_ past here; events that others give
+// are passed on.
+
 bool JSON_RPC_Parser::handle_null_i() {
   if (handler_ != nullptr) return handler_->handle_null_i();
   if (states_.empty()) return fail(ERROR_STRUCTURE);
@@ -141,11 +144,7 @@ bool JSON_RPC_Parser::handle_string_i(const char* text, std::size_t length) {
 }
 
 bool JSON_RPC_Parser::handle_map_key_i(const char* text, std::size_t length) {
-  return handler_ != nullptr ? handler_->handle_map_key_i(text, length) : name(text, length);
-}
-
-/// A member's name where no handler is nested. Not inline: keys of a nested value are many more.
-[[gnu::noinline]] bool JSON_RPC_Parser::name(const char* text, std::size_t length) {
+  if (handler_ != nullptr) return handler_->handle_map_key_i(text, length);
   if (states_.empty()) return fail(ERROR_STRUCTURE);
   if (states_.size() == 1) {
     states_.back().key = get_key_value_entry(key_table_1, text, length).value;

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "json_rpc/json_rpc_export.h"
+#include "vexa/yajl_arena.h"
 #include "vexa/yajl_handler.h"
 
 /// One open object or array of the text that is being parsed.
@@ -107,15 +108,14 @@ protected:
     return states_.empty() ? 0 : static_cast<unsigned int>(states_.front().masks);
   }
 
+  YAJL_Arena_T<512> arena_;  // what a handle needs for a message without long or escaped texts
   std::unique_ptr<yajl_handle_t, Free_Handle> handle_;
-  YAJL_Handler* handler_;  ///< takes the raw events while it is set; not owned
   int err_;
   std::vector<JSON_State> states_;  ///< the open levels, outermost first
 
 private:
   bool in_error() const { return states_.front().key == ERROR_BIT; }
   bool handle_scalar(unsigned int top, unsigned int in_error, const char* text, std::size_t length);
-  bool name(const char* text, std::size_t length);
   bool start(unsigned int top, bool map);
   bool too_deep() const;
   void report(const char* data, std::size_t length);

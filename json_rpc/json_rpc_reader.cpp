@@ -7,6 +7,7 @@
 
 #include "json_rpc/json_rpc_params_handler_creator.h"
 #include "json_rpc/json_rpc_params_handler_map.h"
+#include "vexa/adopt.h"
 #include "vexa/log.h"
 #include "vexa/number_to_value.h"
 #include "vexa/yajl_gen.h"
@@ -88,7 +89,7 @@ bool JSON_RPC_Reader::handle_id_i(const char* text, std::size_t length) {
       id_ = Value();
       break;
     case CB_NUMBER:
-      id_ = number_to_value(text, length);
+      read_number(text, length, id_);
       if (id_.type() != json_spirit::int_type) return fail(ERROR_EVENT);
       break;
     case CB_STRING:
@@ -181,17 +182,7 @@ bool JSON_RPC_Reader::handle_data_i(const char* text, std::size_t length) {
 
 /// Takes over a new object of the kind that the current member needs.
 bool JSON_RPC_Reader::take(JSON_RPC_Object* object) {
-  if (object == nullptr) {
-    errno = ENOMEM;
-    return fail(ERROR_NO_MEMORY);
-  }
-  try {
-    object_.emplace(object);
-  } catch (const std::bad_alloc&) {
-    delete object;
-    errno = ENOMEM;
-    return fail(ERROR_NO_MEMORY);
-  }
+  if (!vexa::adopt(object_, object)) return fail(ERROR_NO_MEMORY);
   built()->version = version_;
   built()->id = id_;
   return true;
@@ -232,8 +223,7 @@ bool JSON_RPC_Reader::capture(Value& target, const char* text, std::size_t lengt
       target = Value(length != 0);
       return true;
     case CB_NUMBER:
-      target = number_to_value(text, length);
-      return !target.is_null() || fail(ERROR_EVENT);
+      return read_number(text, length, target) || fail(ERROR_EVENT);
     case CB_STRING:
       target = Value(std::string_view(text, length));
       return true;
@@ -263,9 +253,7 @@ int JSON_RPC_Reader::filter_request(const char* text, std::size_t length) {
   JSON_RPC_Params_Handler_Creator* const creator =
       JSON_RPC_Params_Handler_Map::instance()->find(object_as<JSON_RPC_Request>().method);
   if (creator == nullptr) return 0;
-  owned_handler_.reset(creator->create(
-      request_channel_ ? JSON_RPC_Channel_ptr(*request_channel_) : JSON_RPC_Channel_ptr(),
-      *object_));
+  owned_handler_.reset(creator->create(request_channel_, object_));
   if (owned_handler_ == nullptr) return -1;
   handler_ = owned_handler_.get();
   handled_indirectly_ = true;
@@ -301,8 +289,7 @@ int JSON_RPC_Reader::forward_response(const char* text, std::size_t length) {
       id_.get_int64() < std::numeric_limits<int>::min()) {
     return 0;
   }
-  if (!channel_) return 0;
-  const JSON_RPC_Channel_var channel(*channel_);
+  const JSON_RPC_Channel_var channel(channel_);
   if (channel.null()) return 0;
   JSON_RPC_Channel_ptr requester;
   if (channel->get_forward_entry(static_cast<int>(id_.get_int64()), requester, id_) == -1) return 0;
@@ -310,20 +297,19 @@ int JSON_RPC_Reader::forward_response(const char* text, std::size_t length) {
   forward_parser_.generate_handle(nullptr);
   handler_ = &forward_parser_;
   state_ = STATE_FORWARDING;
-  request_channel_.emplace(requester);
-  if (request_channel_->null()) {
-    request_channel_.reset();
+  request_channel_ = requester;
+  if (request_channel_.null()) {
     VEXA_ERROR("Abort forwarding JSON-RPC response, requester is gone.\n");
     return 1;
   }
-  if (ACE_Lock* const lock = (*request_channel_)->io_mutex()) {
+  if (ACE_Lock* const lock = request_channel_->io_mutex()) {
     if (lock->acquire() == -1) {
       VEXA_ERROR("Failed to lock request channel, errno=%d, %m.\n", ACE_OS::last_error());
       return -1;
     }
     lock_ = lock;
   }
-  yajl_gen_t* const gen = (*request_channel_)->send_begin();
+  yajl_gen_t* const gen = request_channel_->send_begin();
   if (gen == nullptr) {
     release_lock();  // Its owner goes with the next line.
     request_channel_.reset();
@@ -371,12 +357,13 @@ bool JSON_RPC_Reader::handle_indirectly(const char* text, std::size_t length) {
 /// The message has ended: a response that was really forwarded is finished and its requester let
 /// go. A request channel that the owner set for params handlers is none of this.
 bool JSON_RPC_Reader::finish_forwarding() {
-  if (state_ != STATE_FORWARDING || (mode_ & FORWARD_RESPONSE_MODE) == 0 || !request_channel_) {
+  if (state_ != STATE_FORWARDING || (mode_ & FORWARD_RESPONSE_MODE) == 0 ||
+      request_channel_.null()) {
     return true;
   }
   // A peer that was answered completely, whatever else failed, counts as served.
-  const bool sent = (*request_channel_)->send_end() != -1 ||
-                    (*request_channel_)->response_state() == HTTP_SOCK_STATE_CONTENT_SENT;
+  const bool sent = request_channel_->send_end() != -1 ||
+                    request_channel_->response_state() == HTTP_SOCK_STATE_CONTENT_SENT;
   if (!sent) VEXA_ERROR("Failed to forward response: failed to send end to channel.\n");
   forward_parser_.generate_handle(nullptr);
   release_lock();

@@ -3,7 +3,6 @@
 #include <ace/Lock.h>
 
 #include <memory>
-#include <optional>
 #include <string>
 
 #include "json_rpc/json_rpc_channel.h"
@@ -57,10 +56,12 @@ public:
   void clear();
 
   /// The message; null while none was built, and for a forwarded response.
-  JSON_RPC_Object_var object() const { return object_ ? *object_ : JSON_RPC_Object_var(); }
+  JSON_RPC_Object_var object() const { return object_; }
   /// The reader's own handle of it, or null: for whoever dispatches before the next open(), clear()
   /// or close(), and spares a copy.
-  const JSON_RPC_Object_var* message() const { return object_ ? &*object_ : nullptr; }
+  const JSON_RPC_Object_var* message() const {
+    return object_.get() != nullptr ? &object_ : nullptr;
+  }
 
   /// Whether a params handler took the params of this request.
   bool handled_indirectly() const { return handled_indirectly_; }
@@ -70,13 +71,11 @@ public:
   unsigned int mode() const { return mode_; }
 
   /// The channel that is read: its forward entries are looked up.
-  void channel(const JSON_RPC_Channel_ptr& channel) { channel_.emplace(channel); }
+  void channel(const JSON_RPC_Channel_ptr& channel) { channel_ = channel; }
   /// The channel that a params handler's creator gets; while a response is forwarded, the
   /// requester.
-  void request_channel(const JSON_RPC_Channel_var& channel) { request_channel_.emplace(channel); }
-  JSON_RPC_Channel_var request_channel() const {
-    return request_channel_ ? *request_channel_ : JSON_RPC_Channel::none();
-  }
+  void request_channel(const JSON_RPC_Channel_var& channel) { request_channel_ = channel; }
+  const JSON_RPC_Channel_var& request_channel() const { return request_channel_; }
 
   /// The "id" of the message as read so far: null until read. After a relay began, the requester's.
   const json_spirit::Value& id() const { return id_; }
@@ -120,10 +119,10 @@ private:
   void drop_owned_handler();
   void release_lock();
 
-  JSON_RPC_Object* built() { return object_ ? object_->get() : nullptr; }
+  JSON_RPC_Object* built() { return object_.get(); }
   template <typename T>
   T& object_as() {
-    return static_cast<T&>(**object_);
+    return static_cast<T&>(*object_);
   }
 
   bool handled_indirectly_;
@@ -132,10 +131,9 @@ private:
   json_spirit::Value id_;
   std::string version_;
   JSON_Parser parser_;
-  // Optional, because ACE's null handles cost an allocation each.
-  std::optional<JSON_RPC_Object_var> object_;
-  std::optional<JSON_RPC_Channel_ptr> channel_;
-  std::optional<JSON_RPC_Channel_var> request_channel_;
+  JSON_RPC_Object_var object_;
+  JSON_RPC_Channel_ptr channel_;
+  JSON_RPC_Channel_var request_channel_;
   YAJL_Forward_Handler forward_parser_;
   ACE_Lock* lock_;  // of request_channel_, while it is held
   std::unique_ptr<YAJL_Handler> owned_handler_;

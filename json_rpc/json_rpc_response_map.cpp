@@ -17,9 +17,9 @@ JSON_RPC_Response_Map::JSON_RPC_Response_Map() = default;
 JSON_RPC_Response_Map::~JSON_RPC_Response_Map() { clear(); }
 
 JSON_RPC_Handler_var JSON_RPC_Response_Map::find(const json_spirit::Value& id) const {
-  ACE_READ_GUARD_RETURN(ACE_RW_Thread_Mutex, guard, lock_, none_);
+  ACE_READ_GUARD_RETURN(ACE_RW_Thread_Mutex, guard, lock_, JSON_RPC_Handler_var());
   const map_type::const_iterator it = map_.find(id);
-  return it == map_.end() ? none_ : it->second;
+  return it == map_.end() ? JSON_RPC_Handler_var() : it->second;
 }
 
 bool JSON_RPC_Response_Map::contains(const json_spirit::Value& id) const {

@@ -43,5 +43,4 @@ private:
 
   map_type map_;  // guarded by lock_
   mutable ACE_RW_Thread_Mutex lock_;
-  const JSON_RPC_Handler_var none_;  // copied for a null result: a new null handle would allocate
 };

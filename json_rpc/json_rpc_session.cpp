@@ -22,10 +22,6 @@
 
 namespace {
 
-// Copied where a null handle is wanted: a new one would allocate. Never destroyed, since answers
-// may come until the process is gone.
-const JSON_RPC_Object_var& no_object = *new JSON_RPC_Object_var;
-
 /// A new request, owned by `out`; null with errno ENOMEM, `out` untouched.
 JSON_RPC_Request* new_request(JSON_RPC_Object_var& out) {
   JSON_RPC_Request* const request = new (std::nothrow) JSON_RPC_Request;
@@ -58,9 +54,8 @@ bool answered(int get_result) {
 
 }  // namespace
 
-JSON_RPC_Session::JSON_RPC_Session() : channel_(JSON_RPC_Channel::none()) {}
-JSON_RPC_Session::JSON_RPC_Session(const JSON_RPC_Channel_ptr& channel)
-    : channel_(JSON_RPC_Channel::strong(channel)) {}
+JSON_RPC_Session::JSON_RPC_Session() = default;
+JSON_RPC_Session::JSON_RPC_Session(const JSON_RPC_Channel_ptr& channel) : channel_(channel) {}
 
 void JSON_RPC_Session::reset(const JSON_RPC_Channel_var& channel) { channel_ = channel; }
 
@@ -123,7 +118,7 @@ bool JSON_RPC_Session::notify(const JSON_RPC_Object_var& obj) {
 bool JSON_RPC_Session::make_rpc_request(const char* method, const json_spirit::Value& params,
                                         JSON_RPC_Object_var& out) {
   try {
-    JSON_RPC_Object_var made(no_object);
+    JSON_RPC_Object_var made;
     JSON_RPC_Request* const request = new_request(made);
     if (request == nullptr) return false;
     if (method != nullptr) request->method = method;
@@ -146,7 +141,7 @@ JSON_RPC_Object_var JSON_RPC_Session::make_rpc_request(std::string method,
 
 JSON_RPC_Object_var JSON_RPC_Session::make_rpc_request(std::string method,
                                                        json_spirit::Value** params_out) {
-  JSON_RPC_Object_var made(no_object);
+  JSON_RPC_Object_var made;
   JSON_RPC_Request* const request = new_request(made);
   if (request == nullptr) return made;
   request->method = std::move(method);
@@ -159,14 +154,14 @@ void JSON_RPC_Session::get_timeout_env(time_t& timeout) {
   timeout = text.empty() ? DEFAULT_REQ_TIMEOUT : natoi<long>(text.c_str());
 }
 
-JSON_RPC_Future_Handler::JSON_RPC_Future_Handler() : object_(no_object) {}
+JSON_RPC_Future_Handler::JSON_RPC_Future_Handler() = default;
 JSON_RPC_Future_Handler::~JSON_RPC_Future_Handler() = default;
 
 int JSON_RPC_Future_Handler::handle_object(JSON_RPC_Channel_ptr, JSON_RPC_Object_var obj) {
   const JSON_RPC_Object* const message = obj.get();
   const bool answer = message != nullptr && (message->type == JSON_RPC_Object::TYPE_RESPONSE ||
                                              message->type == JSON_RPC_Object::TYPE_RESPONSE_ERROR);
-  set(answer ? obj : no_object);
+  set(answer ? obj : JSON_RPC_Object_var());
   return answer ? 0 : -1;
 }
 

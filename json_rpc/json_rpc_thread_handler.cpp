@@ -19,7 +19,7 @@
 struct JSON_RPC_Thread_Handler::Thread_Params {
   Thread_Params(JSON_RPC_Thread_Handler* handler, JSON_RPC_Channel_ptr& channel,
                 JSON_RPC_Object_var& obj)
-      : handler_(handler), channel_(JSON_RPC_Channel::strong(channel)), obj_(obj) {}
+      : handler_(handler), channel_(channel), obj_(obj) {}
 
   JSON_RPC_Thread_Handler* handler_;  // not owned
   JSON_RPC_Channel_var channel_;

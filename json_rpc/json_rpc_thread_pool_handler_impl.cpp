@@ -34,7 +34,7 @@ int JSON_RPC_Thread_Pool_Handler_Impl::handle_object_i(JSON_RPC_Channel_ptr chan
                                                        JSON_RPC_Object_var obj) {
   typedef JSON_RPC_Thread_Pool_Handler_Impl Self;
   VEXA_CHECK(obj.get() != nullptr, "obj is NULL", -1);
-  const JSON_RPC_Channel_var alive(JSON_RPC_Channel::strong(channel));
+  const JSON_RPC_Channel_var alive(channel);
   JSON_RPC_Channel* const peer = alive.get();
   switch (obj->type) {
     case JSON_RPC_Object::TYPE_NOTIFY:

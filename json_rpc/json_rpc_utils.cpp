@@ -106,8 +106,8 @@ bool send_rpc_to_agent(const char* agent_uuid, const char* method, const json_sp
   try {
     const JSON_RPC_Channel_ptr channel =
         JSON_RPC_Channel_Map::instance()->find(agent_channel_type, agent_uuid);
-    return send_rpc(JSON_RPC_Channel::strong(channel), method, params, response,
-                    expected_response_type, retry_seconds, retries);
+    return send_rpc(JSON_RPC_Channel_var(channel), method, params, response, expected_response_type,
+                    retry_seconds, retries);
   } catch (const std::bad_alloc&) {
     errno = ENOMEM;
     return false;

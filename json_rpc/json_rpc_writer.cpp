@@ -1,63 +1,57 @@
 #include "json_rpc/json_rpc_writer.h"
 
-#include "vexa/yajl_gathered_output.h"
+#include "json_rpc/json_rpc_text.h"
 #include "vexa/yajl_gen.h"
-
-using json_spirit::Value;
 
 namespace {
 
-void write_request(YAJL_Gen& gen, const JSON_RPC_Request& request) {
-  gen.literal("method");
-  gen << request.method;
+template <typename Text>
+void write_request(Text& text, const JSON_RPC_Request& request) {
+  text.literal("method");
+  text << request.method;
   if (request.params.is_null()) return;
-  gen.literal("params");
-  gen << request.params;
+  text.literal("params");
+  text << request.params;
 }
 
-void write_response(YAJL_Gen& gen, const JSON_RPC_Response& response) {
-  gen.literal("result");
-  gen << response.result;
+template <typename Text>
+void write_response(Text& text, const JSON_RPC_Response& response) {
+  text.literal("result");
+  text << response.result;
 }
 
-void write_error(YAJL_Gen& gen, const JSON_RPC_Response_Error& error) {
-  gen.literal("error");
-  gen.map_open();
-  gen.literal("code");
-  gen.integer(error.code);
-  gen.literal("message");
-  gen << error.message;
+template <typename Text>
+void write_error(Text& text, const JSON_RPC_Response_Error& error) {
+  text.literal("error");
+  text.map_open();
+  text.literal("code");
+  text.integer(error.code);
+  text.literal("message");
+  text << error.message;
   if (!error.data.is_null()) {
-    gen.literal("data");
-    gen << error.data;
+    text.literal("data");
+    text << error.data;
   }
-  gen.map_close();
+  text.map_close();
 }
 
 /// The members that follow the id; false for an object of none of the four kinds.
-bool write_members(YAJL_Gen& gen, const JSON_RPC_Object& object) {
+template <typename Text>
+bool write_members(Text& text, const JSON_RPC_Object& object) {
   switch (object.type) {
     case JSON_RPC_Object::TYPE_NOTIFY:
     case JSON_RPC_Object::TYPE_REQUEST:
-      write_request(gen, static_cast<const JSON_RPC_Request&>(object));
+      write_request(text, static_cast<const JSON_RPC_Request&>(object));
       return true;
     case JSON_RPC_Object::TYPE_RESPONSE:
-      write_response(gen, static_cast<const JSON_RPC_Response&>(object));
+      write_response(text, static_cast<const JSON_RPC_Response&>(object));
       return true;
     case JSON_RPC_Object::TYPE_RESPONSE_ERROR:
-      write_error(gen, static_cast<const JSON_RPC_Response_Error&>(object));
+      write_error(text, static_cast<const JSON_RPC_Response_Error&>(object));
       return true;
     default:
       return false;
   }
-}
-
-/// A generator that prints by `print`; null when out of memory. Where it prints to is told once:
-/// yajl takes a second context for a replacement of its own buffer, and frees the first.
-yajl_gen_t* new_generator(yajl_print_t print, void* context) {
-  yajl_gen_t* const gen = yajl_gen_alloc(nullptr);
-  if (gen != nullptr) yajl_gen_config(gen, yajl_gen_print_callback, print, context);
-  return gen;
 }
 
 }  // namespace
@@ -82,7 +76,11 @@ int yajl_gen_json_rpc_response_error(yajl_gen_t* gen, const JSON_RPC_Response_Er
 
 yajl_gen_t* JSON_RPC_Writer::open(YAJL_Printer& printer) {
   close();
-  gen_ = new_generator(&YAJL_Printer::print_s, static_cast<void*>(&printer));
+  gen_ = yajl_gen_alloc(nullptr);
+  if (gen_ != nullptr) {
+    yajl_gen_config(gen_, yajl_gen_print_callback, &YAJL_Printer::print_s,
+                    static_cast<void*>(&printer));
+  }
   return gen_;
 }
 
@@ -94,26 +92,18 @@ void JSON_RPC_Writer::close() {
 bool JSON_RPC_Writer::write(const JSON_RPC_Object& object, YAJL_Printer& printer) {
   close();
   YAJL_Gathered_Output output(printer);
-  gen_ = new_generator(&YAJL_Gathered_Output::print_s, static_cast<void*>(&output));
-  if (gen_ == nullptr) return false;
-  bool known;
-  bool written;
-  {
-    YAJL_Gen gen(gen_, false);
-    gen.map_open();
-    gen.literal("jsonrpc");
-    gen << object.version;
-    if (object.type != JSON_RPC_Object::TYPE_NOTIFY) {
-      gen.literal("id");
-      gen << object.id;
-    }
-    known = write_members(gen, object);
-    gen.map_close();
-    written = gen.ok();
+  JSON_RPC_Text text(output);
+  text.map_open();
+  text.literal("jsonrpc");
+  text << object.version;
+  if (object.type != JSON_RPC_Object::TYPE_NOTIFY) {
+    text.literal("id");
+    text << object.id;
   }
-  close();
+  const bool known = write_members(text, object);
+  text.map_close();
   output.flush();
-  return known && written;
+  return known && text.ok();
 }
 
 bool JSON_RPC_Writer::write(JSON_Generator& generator, YAJL_Printer& printer) {

@@ -29,10 +29,9 @@ public:
   yajl_gen_t* open(YAJL_Printer& printer);
   void close();
 
-  /// One whole message. False when there is no memory for a generator (nothing is written), when
-  /// the object is of none of the four kinds, or when a value cannot be written (deeper than
-  /// vexa::max_value_depth, a real that is not finite): the text so far is then the caller's to
-  /// abandon.
+  /// One whole message. False when the object is of none of the four kinds, or when a value cannot
+  /// be written (deeper than vexa::max_value_depth, a real that is not finite): the text so far is
+  /// then the caller's to abandon.
   bool write(const JSON_RPC_Object& object, YAJL_Printer& printer);
 
   /// What `generator` generates, and its result. False without calling it when out of memory.

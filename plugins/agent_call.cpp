@@ -33,7 +33,7 @@ public:
                   "Invalid params, {\"agent\": text, \"method\": text, \"params\": any} expected.");
     }
     const JSON_RPC_Channel_var channel =
-        JSON_RPC_Channel::strong(JSON_RPC_Channel_Map::instance()->find(agent_channel_type, agent));
+        JSON_RPC_Channel_var(JSON_RPC_Channel_Map::instance()->find(agent_channel_type, agent));
     if (channel.null()) {
       return fail(requester, request, JSON_RPC_INVALID_PARAMS,
                   "Invalid params, agent '" + agent + "' is not connected.");
@@ -75,7 +75,7 @@ private:
       VEXA_WARNING("A notification for an agent is dropped: %C\n", message.c_str());
       return 0;
     }
-    const JSON_RPC_Channel_var requester = JSON_RPC_Channel::strong(weak);
+    const JSON_RPC_Channel_var requester(weak);
     if (requester.null()) return -1;
     return requester->send_error(code, request.id, message.c_str(), json_spirit::Value::null);
   }

@@ -18,14 +18,13 @@ transport::Limits limits_of(const Peer::Options& options) {
 
 }  // namespace
 
-Peer::Peer(const Options& options)
-    : options_(options), limits_(limits_of(options)), channel_(JSON_RPC_Channel::none()) {}
+Peer::Peer(const Options& options) : options_(options), limits_(limits_of(options)) {}
 
 bool Peer::open(std::string& error) {
   const Progress progress([](std::chrono::seconds elapsed) {
     return "connecting, " + std::to_string(elapsed.count()) + " s";
   });
-  channel_ = JSON_RPC_Channel::none();
+  channel_ = JSON_RPC_Channel_var();
   server_.reset();
   state_ = CONNECTING;  // no loop runs
   server_ = std::make_unique<transport::Server>(limits_, 1);
@@ -34,9 +33,9 @@ bool Peer::open(std::string& error) {
   link.reconnect = false;
   link.abrupt = !options_.finishes;
   link.changed = [this](bool up, const std::string& reason) { changed(up, reason); };
-  JSON_RPC_Channel_ptr channel(JSON_RPC_Channel::none());
+  JSON_RPC_Channel_ptr channel;
   if (server_->connect(options_.url, link, channel, error) != 0) return false;
-  channel_ = JSON_RPC_Channel::strong(channel);
+  channel_ = channel;
   server_->start();
 
   std::unique_lock<std::mutex> guard(mutex_);

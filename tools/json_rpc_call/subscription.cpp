@@ -128,7 +128,7 @@ private:
 /// Has the registries hand what comes under these names to the printer; the default channel, for
 /// whoever must keep it.
 JSON_RPC_Channel_var install(std::set<std::string> names, Notification_Printer& printer) {
-  JSON_RPC_Channel_var channel(JSON_RPC_Channel::none());
+  JSON_RPC_Channel_var channel;
   if (names.erase(everything) != 0) {
     channel = JSON_RPC_Channel_var(new Printing_Channel(printer));
     Global_JSON_RPC_Channel::instance(channel);
