@@ -25,12 +25,12 @@ Answer_Endpoint::Answer_Endpoint(const JSON_RPC_Channel_ptr& requester,
 
 Answer_Endpoint::~Answer_Endpoint() {
   if (state_ == IN_LINE) break_off();
-  const JSON_RPC_Channel_var requester = strong(requester_);
+  const JSON_RPC_Channel_var requester(requester_);
   if (!requester.null()) stream_of(requester).request_gone(id_);
 }
 
 void Answer_Endpoint::release() {
-  const JSON_RPC_Channel_var requester = strong(requester_);
+  const JSON_RPC_Channel_var requester(requester_);
   if (!requester.null()) stream_of(requester).drop_endpoint(*this);
 }
 
@@ -40,7 +40,7 @@ void Answer_Endpoint::fail(int error) {
 }
 
 int Answer_Endpoint::send(JSON_RPC_Object_var obj) {
-  const JSON_RPC_Channel_var requester = strong(requester_);
+  const JSON_RPC_Channel_var requester(requester_);
   if (requester.null()) {
     errno = ENOTCONN;
     return -1;
@@ -79,7 +79,7 @@ void Answer_Endpoint::print(const char* text, std::size_t length) {
 
 /// Moves what has been gathered into the requester's line.
 void Answer_Endpoint::pass_on() {
-  const JSON_RPC_Channel_var channel = strong(requester_);
+  const JSON_RPC_Channel_var channel(requester_);
   if (channel.null()) return fail(ENOTCONN);
   Stream_Channel& requester = stream_of(channel);
   if (requester.framing() == Framing::HEADERS) return;
@@ -100,7 +100,7 @@ void Answer_Endpoint::pass_on_begun() {
 }
 
 int Answer_Endpoint::send_end() {
-  const JSON_RPC_Channel_var requester = strong(requester_);
+  const JSON_RPC_Channel_var requester(requester_);
   if (error_ == 0) error_ = requester.null() ? ENOTCONN : finish(stream_of(requester));
   const int error = error_;
   if (error != 0) {
@@ -143,7 +143,7 @@ void Answer_Endpoint::abandon() {
 void Answer_Endpoint::break_off() {
   const State state = state_;
   state_ = DONE;
-  const JSON_RPC_Channel_var channel = strong(requester_);
+  const JSON_RPC_Channel_var channel(requester_);
   if (channel.null()) return;
   Stream_Channel& requester = stream_of(channel);
   if (state == IN_LINE) {
@@ -156,24 +156,24 @@ void Answer_Endpoint::break_off() {
 bool Answer_Endpoint::may_go_on(const std::weak_ptr<Wire>& source) {
   const bool small = state_ == HELD && text_.size() < held_most;
   if (small || state_ == DONE || error_ != 0) return true;
-  const JSON_RPC_Channel_var requester = strong(requester_);
+  const JSON_RPC_Channel_var requester(requester_);
   if (requester.null()) return true;
   Stream_Channel& stream = stream_of(requester);
   return stream.outbox().may_grow(stream_, stream.limits().queue_mark(), source);
 }
 
 int Answer_Endpoint::get_local_addr(ACE_Addr& addr) {
-  const JSON_RPC_Channel_var requester = strong(requester_);
+  const JSON_RPC_Channel_var requester(requester_);
   return requester.null() ? -1 : requester->get_local_addr(addr);
 }
 
 int Answer_Endpoint::get_remote_addr(ACE_Addr& addr) {
-  const JSON_RPC_Channel_var requester = strong(requester_);
+  const JSON_RPC_Channel_var requester(requester_);
   return requester.null() ? -1 : requester->get_remote_addr(addr);
 }
 
 HTTP_SOCK_State Answer_Endpoint::response_state() {
-  const JSON_RPC_Channel_var requester = strong(requester_);
+  const JSON_RPC_Channel_var requester(requester_);
   return requester.null() ? HTTP_SOCK_STATE_CLOSED : requester->response_state();
 }
 

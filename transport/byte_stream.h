@@ -1,6 +1,7 @@
 #pragma once
 
 #include <boost/asio/buffer.hpp>
+#include <boost/asio/error.hpp>
 #include <boost/system/error_code.hpp>
 #include <cstddef>
 #include <memory>
@@ -9,6 +10,11 @@
 #include "transport/transport_export.h"
 
 namespace transport {
+
+/// Whether an operation did nothing because it would have had to wait.
+inline bool would_block(const boost::system::error_code& error) {
+  return error == boost::asio::error::would_block || error == boost::asio::error::try_again;
+}
 
 /// A connected stream of bytes that does not block: a socket, or what is layered over one. Touched
 /// on its loop's thread alone.

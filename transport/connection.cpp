@@ -34,10 +34,6 @@ std::string next_id() {
   return std::to_string(++last);
 }
 
-bool would_block(const error_code& error) {
-  return error == asio::error::would_block || error == asio::error::try_again;
-}
-
 }  // namespace
 
 const char* failed_connection() {
@@ -151,7 +147,7 @@ void Connection::unlist() {
 }
 
 void Connection::request_gone(const json_spirit::Value& id) noexcept {
-  const JSON_RPC_Channel_var channel = JSON_RPC_Channel::strong(weak_);
+  const JSON_RPC_Channel_var channel(weak_);
   if (channel.null()) return;
   static_cast<Stream_Channel&>(*channel).request_gone(id);
 }
@@ -165,7 +161,7 @@ void Connection::post(void (Connection::*operation)()) {
   });
 }
 
-void Connection::wake() { post(&Connection::flush); }
+void Connection::wake() { loop_->flush_soon(weak_from_this()); }
 
 void Connection::close_soon(const char* reason) {
   asio::post(loop_->context(), [weak = weak_from_this(), reason] {
@@ -197,7 +193,9 @@ void Connection::wait_writable() {
   bytes_->async_wait_writable(shared_from_this());
 }
 
-bool Connection::take(std::vector<Output_Piece>& batch) { return stream_->outbox().take(batch); }
+bool Connection::take(std::vector<Output_Piece>& batch) {
+  return stream_->outbox().take(batch, batch_.buffer());
+}
 
 /// Whether there is something to write.
 bool Connection::fetch() { return !batch_.empty() || take(batch_.refill()); }
@@ -324,7 +322,7 @@ void Connection::close(const char* reason) {
   ended();
   loop_->remove(this);
   stream_ = nullptr;
-  channel_ = JSON_RPC_Channel::none();
+  channel_ = JSON_RPC_Channel_var();
 }
 
 Opened Connection::release() {

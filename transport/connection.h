@@ -48,6 +48,7 @@ public:
   void request_gone(const json_spirit::Value& id) noexcept override;
   void tick(Loop_Time now) override;
   void loop_ended() override { close(nullptr); }
+  void flush() override;
   void on_read(const boost::system::error_code& error, std::size_t length) override;
   void on_writable(const boost::system::error_code& error) override;
 
@@ -63,8 +64,6 @@ protected:
   /// Keeps what the protocol cannot take now; it is not read until go_on().
   void pause(const char* data, std::size_t length);
   bool paused() const { return paused_; }
-  /// Writes what there is until the stream takes no more.
-  void flush();
   /// The peer's bytes are not wanted any more; when all is sent the connection closes.
   void stop_reading() { stopped_reading_ = true; }
   bool input_ended() const { return input_ended_; }

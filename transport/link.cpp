@@ -206,7 +206,7 @@ void Link::greet() {
   }
   after(state_->limits.stall_timeout,
         [](Link& self) { self.end_connection("its greeting was not answered"); });
-  const JSON_RPC_Channel_var channel = JSON_RPC_Channel::strong(connection_.lock()->channel());
+  const JSON_RPC_Channel_var channel(connection_.lock()->channel());
   if (channel.null() || channel->send(request) != 0) {
     end_connection("its greeting could not be sent");
   }
@@ -246,7 +246,7 @@ void Link::up() {
 
 void Link::connection_closed(const char* reason) {
   connection_.reset();
-  facade_->attach(JSON_RPC_Channel::none());
+  facade_->attach(JSON_RPC_Channel_var());
   JSON_RPC_Channel_Pool::instance()->remove(channel_);
   JSON_RPC_Channel_Map::instance()->remove(channel_);  // where the process has put it
   JSON_RPC_Notify_Manager::instance()->unsubscribe(channel_);

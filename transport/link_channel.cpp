@@ -19,7 +19,7 @@ int not_connected() {
 
 }  // namespace
 
-Link_Channel::Link_Channel(const std::string& url) : current_(none()) {
+Link_Channel::Link_Channel(const std::string& url) {
   type(Stream_Channel::STREAM);
   id(url);
 }
@@ -31,7 +31,7 @@ void Link_Channel::attach(const JSON_RPC_Channel_ptr& channel) {
 
 JSON_RPC_Channel_var Link_Channel::current() const {
   const std::lock_guard<std::mutex> guard(mutex_);
-  return strong(current_);
+  return current_.strong();
 }
 
 int Link_Channel::send(JSON_RPC_Object_var obj) {
@@ -68,7 +68,7 @@ yajl_gen_t* Link_Channel::send_begin() {
 }
 
 int Link_Channel::send_end() {
-  JSON_RPC_Channel_var channel(none());
+  JSON_RPC_Channel_var channel;
   {
     const std::lock_guard<std::mutex> guard(mutex_);
     const auto it = std::find_if(begun_.begin(), begun_.end(), [](const Begun& begun) {

@@ -17,7 +17,7 @@ class Link_Channel final : public JSON_RPC_Channel {
 public:
   explicit Link_Channel(const std::string& url);
 
-  /// The link is up, over this connection's channel; or down, with none().
+  /// The link is up, over this connection's channel; or down, with an empty handle.
   void attach(const JSON_RPC_Channel_ptr& channel);
 
   int send(JSON_RPC_Object_var obj) override;

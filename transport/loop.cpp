@@ -3,6 +3,9 @@
 #include <pthread.h>
 #include <time.h>
 
+#include <algorithm>
+#include <boost/asio/post.hpp>
+#include <iterator>
 #include <new>
 #include <utility>
 
@@ -15,6 +18,7 @@ namespace transport {
 namespace {
 
 constexpr std::chrono::milliseconds retry_after{10};
+constexpr std::size_t flushed_a_turn = 64;
 
 }  // namespace
 
@@ -23,7 +27,9 @@ Loop::Loop(std::chrono::milliseconds period)
       work_(boost::asio::make_work_guard(context_)),
       timer_(context_),
       period_(period),
-      buffer_(new char[buffer_size]) {}
+      buffer_(new char[buffer_size]) {
+  turn_.reserve(flushed_a_turn);
+}
 
 Loop::~Loop() { stop(); }
 
@@ -91,6 +97,51 @@ std::vector<std::shared_ptr<Loop_Member>> Loop::members() const {
   all.reserve(members_.size());
   for (const auto& entry : members_) all.push_back(entry.second);
   return all;
+}
+
+void Loop::flush_soon(std::weak_ptr<Loop_Member> member) {
+  const std::lock_guard<std::mutex> guard(wanted_mutex_);
+  wanted_.push_back(std::move(member));
+  if (woken_) return;
+  boost::asio::post(context_, [this] { flush_wanted(); });
+  woken_ = true;
+}
+
+/// Many at a time, but what else the loop has to do comes between, unless there is no memory for
+/// that.
+void Loop::flush_wanted() {
+  do {
+    take_turn();
+    for (const std::weak_ptr<Loop_Member>& wanted : turn_) {
+      try {
+        if (const std::shared_ptr<Loop_Member> member = wanted.lock()) member->flush();
+      } catch (...) {
+        VEXA_ERROR("A loop's handler failed: %C\n", vexa::exception_text());
+      }
+    }
+    turn_.clear();
+  } while (!rest_comes());
+}
+
+void Loop::take_turn() {
+  const std::lock_guard<std::mutex> guard(wanted_mutex_);
+  const std::size_t count = std::min(wanted_.size(), flushed_a_turn);
+  const auto end = wanted_.begin() + static_cast<std::ptrdiff_t>(count);
+  turn_.assign(std::make_move_iterator(wanted_.begin()), std::make_move_iterator(end));
+  wanted_.erase(wanted_.begin(), end);
+}
+
+/// Whether there are no more, or another turn is queued for them.
+bool Loop::rest_comes() {
+  const std::lock_guard<std::mutex> guard(wanted_mutex_);
+  woken_ = !wanted_.empty();
+  if (!woken_) return true;
+  try {
+    boost::asio::post(context_, [this] { flush_wanted(); });
+    return true;
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
 }
 
 Loop_Time Loop::now() {

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <thread>
 #include <unordered_map>
 #include <vector>
@@ -23,6 +24,8 @@ public:
   virtual void tick(Loop_Time now) = 0;
   /// The loop has ended: give up what is pending, and remove() yourself.
   virtual void loop_ended() = 0;
+  /// It was to be flushed soon.
+  virtual void flush() {}
 };
 
 /// One thread and its io_context. What is pinned to a loop is touched by its thread alone, except
@@ -48,6 +51,10 @@ public:
   void remove(Loop_Member* member);
   std::vector<std::shared_ptr<Loop_Member>> members() const;
 
+  /// Has the member flushed on the loop's thread, if it is there still. Any thread: those that are
+  /// to be flushed at one time share a wake-up. Throws std::bad_alloc.
+  void flush_soon(std::weak_ptr<Loop_Member> member);
+
   /// The time, to a few milliseconds: cheap enough for every message.
   static Loop_Time now();
 
@@ -58,6 +65,9 @@ public:
 private:
   void arm();
   void arm_timer();
+  void flush_wanted();
+  void take_turn();
+  bool rest_comes();
 
   boost::asio::io_context context_;
   boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work_;
@@ -66,6 +76,12 @@ private:
   std::function<void()> after_tick_;  // set by start()
   std::unique_ptr<char[]> buffer_;
   std::unordered_map<Loop_Member*, std::shared_ptr<Loop_Member>> members_;
+
+  std::mutex wanted_mutex_;                         // a leaf, but for the queue of context_
+  std::vector<std::weak_ptr<Loop_Member>> wanted_;  // to be flushed; guarded by wanted_mutex_
+  bool woken_ = false;                              // flush_wanted() is queued, or runs; the same
+  std::vector<std::weak_ptr<Loop_Member>> turn_;  // those of this turn; has its room from the start
+
   std::thread thread_;
 };
 

@@ -28,6 +28,9 @@ public:
   bool container() const { return container_; }
 
 private:
+  std::size_t skip_string(const char* data, std::size_t at, std::size_t length);
+  std::size_t skip_word(const char* data, std::size_t at, std::size_t length);
+
   std::size_t depth_ = 0;
   std::size_t whole_ = 0;
   bool in_string_ = false;

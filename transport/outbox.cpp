@@ -53,7 +53,11 @@ void Outbox::settle(Awaited_Ids::Place place, Awaited_Call* settled) {
 }
 
 /// Requires mutex_.
-bool Outbox::must_wake() { return !std::exchange(attended_, true); }
+bool Outbox::must_wake() {
+  if (attended_.load(std::memory_order_relaxed)) return false;
+  attended_.store(true, std::memory_order_relaxed);
+  return true;
+}
 
 /// Appends to the last piece where that is small and complete. All or nothing. Requires mutex_.
 void Outbox::add(std::string_view head, std::string_view body, bool answer) {
@@ -62,6 +66,7 @@ void Outbox::add(std::string_view head, std::string_view body, bool answer) {
   if (apart || line_.empty() || line_.back().stream != 0 || line_.back().shared ||
       line_.back().own.size() + bytes > joined_piece) {
     Output_Piece piece;
+    piece.own.swap(buffer_);
     piece.own.reserve(bytes);
     line_.push_back(std::move(piece));
   }
@@ -295,22 +300,30 @@ std::vector<json_spirit::Value> Outbox::awaited() const {
   return awaited_.all();
 }
 
-void Outbox::unattended() {
-  const std::lock_guard<std::mutex> guard(mutex_);
-  attended_ = false;
-}
+void Outbox::unattended() { attended_.store(false, std::memory_order_relaxed); }
 
-void Outbox::attend() {
-  const std::lock_guard<std::mutex> guard(mutex_);
-  attended_ = true;
-}
+void Outbox::attend() { attended_.store(true, std::memory_order_relaxed); }
 
-bool Outbox::take(std::vector<Output_Piece>& batch) {
+bool Outbox::take(std::vector<Output_Piece>& batch, std::string&& buffer) {
   const std::lock_guard<std::mutex> guard(mutex_);
+  if (buffer_.capacity() < buffer.capacity()) buffer_.swap(buffer);
   const auto open = std::find_if(line_.begin(), line_.end(),
                                  [](const Output_Piece& piece) { return piece.stream != 0; });
   const std::size_t before = batch.size();
-  batch.reserve(before + line_.size());  // first: what is moved is not to be lost
+  if (before == 0 && open == line_.end()) {
+    batch.swap(line_);
+  } else {
+    take_some(batch, open);
+  }
+  if (line_.empty() && line_.capacity() > kept_pieces) std::vector<Output_Piece>().swap(line_);
+  for (std::size_t i = before; i < batch.size(); ++i) in_flight_ += batch[i].text().size();
+  attended_.store(batch.size() > before, std::memory_order_relaxed);
+  return batch.size() > before;
+}
+
+/// Moves the pieces up to `open`, and what there is of that. Requires mutex_.
+void Outbox::take_some(std::vector<Output_Piece>& batch, std::vector<Output_Piece>::iterator open) {
+  batch.reserve(batch.size() + line_.size());  // first: what is moved is not to be lost
   std::move(line_.begin(), open, std::back_inserter(batch));
   if (open != line_.end() && !open->own.empty()) {
     batch.push_back({std::move(open->own), Shared_Text(), std::exchange(open->answers, 0)});
@@ -319,10 +332,6 @@ bool Outbox::take(std::vector<Output_Piece>& batch) {
     open->started = true;
   }
   line_.erase(line_.begin(), open);
-  if (line_.empty() && line_.capacity() > kept_pieces) std::vector<Output_Piece>().swap(line_);
-  for (std::size_t i = before; i < batch.size(); ++i) in_flight_ += batch[i].text().size();
-  attended_ = batch.size() > before;
-  return attended_;
 }
 
 void Outbox::sent(std::size_t bytes, std::size_t answers) {

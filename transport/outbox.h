@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
@@ -129,7 +130,8 @@ public:
   /// nothing.
   void attend();
   /// Moves what may be written behind `batch`. False when there is nothing: the next message wakes.
-  bool take(std::vector<Output_Piece>& batch);
+  /// The next message is put into `buffer`, which is empty, where it fits.
+  bool take(std::vector<Output_Piece>& batch, std::string&& buffer = std::string());
   /// So many bytes of what was taken have left, and with them the last ones of pieces with so many
   /// bytes of answers.
   void sent(std::size_t bytes, std::size_t answers);
@@ -153,6 +155,7 @@ private:
   void count(Output_Piece& piece, std::size_t bytes, bool answer);
   void settle(Awaited_Ids::Place place, Awaited_Call* settled);
   bool must_wake();
+  void take_some(std::vector<Output_Piece>& batch, std::vector<Output_Piece>::iterator open);
   Output_Piece* find(std::uint64_t stream);
   std::size_t unsent_up_to(std::uint64_t stream) const;
   Result grow(std::uint64_t stream, std::string_view text, bool complete, bool& wake);
@@ -162,7 +165,7 @@ private:
   const std::size_t max_queue_;
   mutable std::mutex mutex_;      // a leaf
   std::condition_variable room_;  // of wait_for_room, with mutex_
-  Awaited_Ids awaited_;           // guarded by mutex_, like all that follows
+  Awaited_Ids awaited_;           // guarded by mutex_, like what follows up to closed_
   Framing framing_ = Framing::LINES;
   std::vector<Output_Piece> line_;
   Waiters waiters_;
@@ -171,8 +174,12 @@ private:
   std::size_t in_flight_ = 0;   // of what the loop has taken
   std::uint64_t progress_ = 0;  // shows waiters that something moves
   std::uint64_t last_stream_ = 0;
-  bool attended_ = false;
+  std::string buffer_;  // for the next piece
   bool closed_ = false;
+
+  // The loop looks by itself. Read and set under mutex_ by who puts in, and set by the loop and by
+  // who could not wake it without: at worst the loop is woken for nothing.
+  std::atomic<bool> attended_{false};
 };
 
 }  // namespace transport

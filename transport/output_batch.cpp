@@ -12,6 +12,7 @@ namespace {
 
 constexpr std::size_t pieces_a_write = 64;
 constexpr std::size_t kept_pieces = 16;  // room that an idle connection may keep
+constexpr std::size_t kept_buffer = 512;
 
 std::string_view without_line_feed(std::string_view text) {
   if (!text.empty() && text.back() == '\n') text.remove_suffix(1);
@@ -34,6 +35,11 @@ Output_Batch::Sent Output_Batch::write(Byte_Stream& stream, error_code& error) {
 /// The first piece has left; how many bytes of answers it had.
 std::size_t Output_Batch::pass() {
   const std::size_t answers = pieces_[piece_].answers;
+  std::string& text = pieces_[piece_].own;
+  if (text.capacity() > buffer_.capacity() && text.capacity() <= kept_buffer) {
+    text.clear();
+    buffer_.swap(text);
+  }
   pieces_[piece_] = Output_Piece();
   ++piece_;
   byte_ = 0;

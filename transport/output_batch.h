@@ -2,6 +2,8 @@
 
 #include <boost/system/error_code.hpp>
 #include <cstddef>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include "transport/byte_stream.h"
@@ -21,6 +23,8 @@ public:
   bool empty() const { return piece_ == pieces_.size(); }
   /// Where pieces are put when it is empty.
   std::vector<Output_Piece>& refill();
+  /// A buffer that small pieces have left behind: empty, or without room.
+  std::string&& buffer() { return std::move(buffer_); }
   /// Hands bytes to the stream: a system call's worth.
   Sent write(Byte_Stream& stream, boost::system::error_code& error);
 
@@ -33,6 +37,7 @@ private:
   std::vector<Output_Piece> pieces_;
   std::size_t piece_ = 0;  // the first that is not written whole
   std::size_t byte_ = 0;   // and how much of it is
+  std::string buffer_;
 };
 
 }  // namespace transport

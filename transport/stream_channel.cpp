@@ -369,7 +369,7 @@ int Stream_Channel::send_end() {
 JSON_RPC_Channel_ptr Stream_Channel::make_endpoint(const json_spirit::Value& id) {
   if (!outbox_.share(id)) {
     errno = outbox_.is_closed() ? ENOTCONN : EINVAL;
-    return none();
+    return JSON_RPC_Channel_ptr();
   }
   Answer_Endpoint* endpoint = nullptr;
   guarded([&] {
@@ -378,10 +378,10 @@ JSON_RPC_Channel_ptr Stream_Channel::make_endpoint(const json_spirit::Value& id)
   });
   // From here on it answers for its share.
   if (endpoint == nullptr) request_gone(id);
-  JSON_RPC_Channel_var owner(none());
+  JSON_RPC_Channel_var owner;
   if (!vexa::adopt(owner, static_cast<JSON_RPC_Channel*>(endpoint)) || !keep_endpoint(owner)) {
     errno = ENOMEM;
-    return none();
+    return JSON_RPC_Channel_ptr();
   }
   return owner;
 }
@@ -402,7 +402,7 @@ void Stream_Channel::drop_endpoint(const JSON_RPC_Channel& endpoint) {
 
 int Stream_Channel::put_forward_entry(JSON_RPC_Channel_ptr requester,
                                       const json_spirit::Value& id) {
-  const JSON_RPC_Channel_var channel = strong(requester);
+  const JSON_RPC_Channel_var channel(requester);
   if (channel.null()) return fail(ENOTCONN);
   Stream_Channel* const stream = dynamic_cast<Stream_Channel*>(channel.get());
   const JSON_RPC_Channel_ptr entry = stream == nullptr ? requester : stream->make_endpoint(id);
@@ -424,14 +424,14 @@ int Stream_Channel::put_forward_entry(JSON_RPC_Channel_ptr requester,
 int Stream_Channel::get_forward_entry(int forward_id, JSON_RPC_Channel_ptr& requester,
                                       json_spirit::Value& id) {
   if (take_forward_entry(forward_id, requester, id) == -1) return -1;
-  const JSON_RPC_Channel_var channel = strong(requester);
+  const JSON_RPC_Channel_var channel(requester);
   const Answer_Endpoint* const endpoint = dynamic_cast<const Answer_Endpoint*>(channel.get());
   if (endpoint != nullptr) last_requester_ = endpoint->requester();
   return 0;
 }
 
 bool Stream_Channel::last_requester_waits(const std::weak_ptr<Wire>& source) {
-  const JSON_RPC_Channel_var requester = strong(last_requester_);
+  const JSON_RPC_Channel_var requester(last_requester_);
   if (requester.null()) return false;
   Stream_Channel& stream = static_cast<Stream_Channel&>(*requester);
   return !stream.outbox().may_grow(0, stream.limits().queue_mark(), source);
@@ -439,7 +439,7 @@ bool Stream_Channel::last_requester_waits(const std::weak_ptr<Wire>& source) {
 
 int Stream_Channel::take_forward_entry(int forward_id, JSON_RPC_Channel_ptr& requester,
                                        json_spirit::Value& id) {
-  JSON_RPC_Forward_Map::data_type entry(json_spirit::Value(), none());
+  JSON_RPC_Forward_Map::data_type entry;
   {
     const std::lock_guard<std::mutex> guard(forward_mutex_);
     if (forwards_ == nullptr || forwards_->get(forward_id, entry) == -1) return -1;
@@ -451,10 +451,10 @@ int Stream_Channel::take_forward_entry(int forward_id, JSON_RPC_Channel_ptr& req
 
 /// False when it was answered meanwhile: this channel has closed.
 bool Stream_Channel::drop_forward_entry(int forward_id) {
-  JSON_RPC_Channel_ptr requester(none());
+  JSON_RPC_Channel_ptr requester;
   json_spirit::Value id;
   if (take_forward_entry(forward_id, requester, id) == -1) return false;
-  const JSON_RPC_Channel_var channel = strong(requester);
+  const JSON_RPC_Channel_var channel(requester);
   Answer_Endpoint* const endpoint = dynamic_cast<Answer_Endpoint*>(channel.get());
   if (endpoint != nullptr) endpoint->release();
   return true;
@@ -521,14 +521,14 @@ bool Stream_Channel::fail_answer(const json_spirit::Value& id, bool answer) {
 /// An answer that is no stream: an error, or one whose result came before its id.
 bool Stream_Channel::answer_forwarded(const JSON_RPC_Object_var& response) {
   int forward_id;
-  JSON_RPC_Channel_ptr requester(none());
+  JSON_RPC_Channel_ptr requester;
   json_spirit::Value id;
   if (!forward_id_of(response->id, forward_id) ||
       get_forward_entry(forward_id, requester, id) == -1) {
     return false;
   }
   response->id = std::move(id);
-  const JSON_RPC_Channel_var channel = strong(requester);
+  const JSON_RPC_Channel_var channel(requester);
   if (channel.null()) {
     VEXA_ERROR("Abort forwarding JSON-RPC response, requester is gone.\n");
   } else {
@@ -623,7 +623,7 @@ bool Stream_Channel::close_soon(const char* reason) noexcept {
 
 /// A forwarded request that will not be answered.
 void Stream_Channel::fail_forwarded(int forward_id, const JSON_RPC_Forward_Map::data_type& entry) {
-  const JSON_RPC_Channel_var requester = strong(entry.second);
+  const JSON_RPC_Channel_var requester(entry.second);
   Answer_Endpoint* const endpoint = dynamic_cast<Answer_Endpoint*>(requester.get());
   if (endpoint != nullptr) {
     endpoint->abandon();
@@ -642,7 +642,7 @@ void Stream_Channel::no_more_answers() {
   if (forwards == nullptr) return;
   count(Metrics::RELAYS_FAILED, forwards->size());
   int forward_id;
-  JSON_RPC_Forward_Map::data_type entry(json_spirit::Value(), none());
+  JSON_RPC_Forward_Map::data_type entry;
   while (forwards->take_first(forward_id, entry) == 0) fail_forwarded(forward_id, entry);
 }
 

@@ -42,7 +42,7 @@ void Stream_Connection::begin_reading(const std::string& leftover,
   guarded([&] {
     intake_.emplace(stream(), *state(), weak_from_this(), filter);
     inbound_.reset(new Inbound(stream(), *this, !dialed_));
-    JSON_RPC_Channel_Map::instance()->insert(JSON_RPC_Channel::strong(channel()));
+    JSON_RPC_Channel_Map::instance()->insert(JSON_RPC_Channel_var(channel()));
     pause(leftover.data(), leftover.size());
     go_on();
   });
