@@ -27,7 +27,5 @@ void Front_Site::answer(Http_Request_Head& head, std::string& body, http::Exchan
   if (http::redirect(*HTTP_Redirect_URI_Map::instance(), head, exchange)) return;
   if (http::serve_file(*HTTP_File_URI_Map::instance(), head, exchange)) return;
   if (http::serve_console(head, exchange)) return;
-  HTTP_Headers headers;
-  headers.put(HTTP_HEAD_CONTENT_TYPE, "application/json");
-  exchange.respond(404, headers, http::error_body(404));
+  http::respond_error(exchange, 404);
 }

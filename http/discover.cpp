@@ -178,7 +178,7 @@ public:
   explicit Discover_Handler(Value document) : document_(std::move(document)) {}
 
   int handle_object(JSON_RPC_Channel_ptr weak, JSON_RPC_Object_var object) override {
-    const JSON_RPC_Channel_var channel = JSON_RPC_Channel::strong(weak);
+    const JSON_RPC_Channel_var channel(weak);
     if (channel.null() || object->type != JSON_RPC_Object::TYPE_REQUEST) return 0;
     JSON_RPC_Response* const response =
         new (std::nothrow) JSON_RPC_Response(static_cast<const JSON_RPC_Request*>(object.get()));

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <utility>
 
+#include "http/media_type.h"
 #include "http/target.h"
 #include "http/websocket_upgrade.h"
 #include "transport/rpc_errors.h"
@@ -24,19 +25,6 @@ constexpr std::size_t dropped_most = 64u << 10;  // bytes of a refused body that
 constexpr std::size_t joined_most = 16u << 10;   // bytes of an answer that are copied behind a head
 constexpr std::size_t head_room = 160;           // bytes of a head without CORS lines
 constexpr std::size_t file_piece = 64u << 10;
-
-bool is_json(const char* type) {
-  std::string_view rest = type == nullptr ? "" : type;
-  return vexa::ascii_iequal(vexa::trim(vexa::take_item(rest, ';')), "application/json");
-}
-
-bool contains(const char* list, std::string_view token) {
-  std::string_view rest = list == nullptr ? "" : list;
-  while (!rest.empty()) {
-    if (vexa::ascii_iequal(vexa::trim(vexa::take_item(rest, ',')), token)) return true;
-  }
-  return false;
-}
 
 Output_Piece piece_of(std::string text) {
   Output_Piece piece;
@@ -118,8 +106,8 @@ void Http_Connection::head_complete() {
 bool Http_Connection::wants_upgrade() const {
   const HTTP_Headers& headers = head_.request.headers();
   return options_->websocket && head_.request.method() == HTTP_METHOD_GET &&
-         contains(headers.get(HTTP_HEAD_UPGRADE), "websocket") &&
-         contains(headers.get(HTTP_HEAD_CONNECTION), "upgrade");
+         http_header_value_contains(headers.get(HTTP_HEAD_UPGRADE), "websocket", ',') &&
+         http_header_value_contains(headers.get(HTTP_HEAD_CONNECTION), "upgrade", ',');
 }
 
 bool Http_Connection::is_preflight() const {
@@ -160,8 +148,8 @@ bool Http_Connection::must_not_wait() const {
 
 void Http_Connection::route_rpc() {
   if (head_.request.method() != HTTP_METHOD_POST) return refuse(405, nullptr, "POST");
-  if (!is_json(head_.request.headers().get(HTTP_HEAD_CONTENT_TYPE))) {
-    return refuse(415, "Content-Type must be application/json");
+  if (!is_json(head_.request.headers(), false)) {
+    return refuse(415, "The body must be application/json, without a Content-Encoding");
   }
   expect_body(RPC);
 }
@@ -186,16 +174,23 @@ void Http_Connection::refuse(int status, const char* reason, const char* allow) 
   if (must_not_wait()) refuse_now(status);
 }
 
-std::string Http_Connection::refusal() const {
-  return error_body(current_.status, current_.reason == nullptr ? "" : current_.reason);
+void Http_Connection::respond_refusal() {
+  if (current_.status == 204) return respond_preflight();
+  HTTP_Headers headers;
+  if (current_.allow != nullptr) headers.put(HTTP_HEAD_ALLOW, current_.allow);
+  if (current_.status == 426) {
+    headers.put(HTTP_HEAD_UPGRADE, "websocket");
+    headers.put(websocket_version_field, websocket_version);
+  }
+  if (current_.status == 503) headers.put(HTTP_HEAD_RETRY_AFTER, "1");
+  respond_error(*this, current_.status, current_.reason, std::move(headers));
 }
 
 /// Answers at once; what still comes is not read any more.
 void Http_Connection::refuse_now(int status) {
   current_.keep_alive = false;
   current_.status = status;
-  if (status == 204) return respond_preflight();
-  respond_json(status, refusal());
+  respond_refusal();
 }
 
 void Http_Connection::body(std::string_view piece) {
@@ -223,8 +218,7 @@ void Http_Connection::request_complete(std::string_view rest) {
     case UPGRADE:
       return upgrade(rest);
     case DROP:
-      if (current_.status == 204) return respond_preflight();
-      return respond_json(current_.status, refusal());
+      return respond_refusal();
   }
 }
 
@@ -274,10 +268,10 @@ void Http_Connection::upgrade(std::string_view rest) {
   const char* const version = head_.request.headers().get(websocket_version_field);
   if (version != nullptr && std::string_view(version) != websocket_version) {
     current_.status = 426;
-    return respond_json(426, refusal());
+    return respond_refusal();
   }
   if (!is_websocket_handshake(head_.request)) {
-    return respond_json(400, error_body(400, "This is no WebSocket handshake"));
+    return respond_error(*this, 400, "This is no WebSocket handshake");
   }
   transport::Opened opened = release();
   close(nullptr);
@@ -346,18 +340,6 @@ void Http_Connection::write_head(Response_Head head, std::string& text) const {
 void Http_Connection::put(std::string text) {
   stream().outbox().adopt(text.size());
   ready_.push_back(piece_of(std::move(text)));
-}
-
-void Http_Connection::respond_json(int status, std::string body) {
-  HTTP_Headers headers;
-  headers.put(HTTP_HEAD_CONTENT_TYPE, "application/json");
-  if (current_.allow != nullptr) headers.put(HTTP_HEAD_ALLOW, current_.allow);
-  if (status == 426) {
-    headers.put(HTTP_HEAD_UPGRADE, "websocket");
-    headers.put(websocket_version_field, websocket_version);
-  }
-  if (status == 503) headers.put(HTTP_HEAD_RETRY_AFTER, "1");
-  respond(status, headers, std::move(body));
 }
 
 void Http_Connection::respond_preflight() {

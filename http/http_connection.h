@@ -90,7 +90,7 @@ private:
   void expect_body(Use use);
   void refuse(int status, const char* reason = nullptr, const char* allow = nullptr);
   void refuse_now(int status);
-  std::string refusal() const;
+  void respond_refusal();
   void body(std::string_view piece);
   void request_complete(std::string_view rest);
   void rpc_complete();
@@ -102,7 +102,6 @@ private:
   void add_piece(transport::Output_Piece piece);
   void begin_answer(const transport::Output_Piece& piece, std::string& head);
   void write_head(Response_Head head, std::string& text) const;
-  void respond_json(int status, std::string body);
   void respond_preflight();
   void put(std::string text);
   void read_file();

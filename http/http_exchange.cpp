@@ -1,11 +1,10 @@
 #include "http/http_exchange.h"
 
-#include <utility>
+#include "http/response_head.h"
 
 Http_Reply::~Http_Reply() = default;
 
-void http::respond_text(Http_Reply& reply, int status, const char* text, HTTP_Headers headers) {
-  headers.put(HTTP_HEAD_CONTENT_TYPE, "text/plain; charset=utf-8");
-  headers.put("X-Content-Type-Options", "nosniff");
-  reply.respond(status, headers, std::string(text) + "\n");
+void http::respond_error(Http_Reply& reply, int status, const char* text, HTTP_Headers headers) {
+  headers.put(HTTP_HEAD_CONTENT_TYPE, "application/json");
+  reply.respond(status, headers, error_body(status, text == nullptr ? "" : text));
 }

@@ -36,7 +36,9 @@ public:
 
 namespace http {
 
-/// Answers `text` and a line feed as plain text, with `headers` beside what says so.
-void respond_text(Http_Reply& reply, int status, const char* text, HTTP_Headers headers = {});
+/// Answers with an HTTP error as JSON: error_body() of the two, with `headers` beside what says so.
+/// A null `text` stands for the standard's phrase.
+HTTP_EXPORT void respond_error(Http_Reply& reply, int status, const char* text = nullptr,
+                               HTTP_Headers headers = {});
 
 }  // namespace http

@@ -55,3 +55,15 @@ const char* http::media_type(std::string_view name) {
   }
   return "application/octet-stream";
 }
+
+bool http::is_json(const HTTP_Headers& headers, bool derived) {
+  const char* const coding = headers.get(HTTP_HEAD_CONTENT_ENCODING);
+  if (coding != nullptr && !vexa::ascii_iequal(vexa::trim(coding), "identity")) return false;
+  const char* const field = headers.get(HTTP_HEAD_CONTENT_TYPE);
+  std::string_view rest = field == nullptr ? "" : field;
+  const std::string_view type = vexa::trim(vexa::take_item(rest, ';'));
+  if (vexa::ascii_iequal(type, "application/json")) return true;
+  constexpr std::string_view suffix = "+json";
+  return derived && type.size() > suffix.size() &&
+         vexa::ascii_iequal(type.substr(type.size() - suffix.size()), suffix);
+}

@@ -16,7 +16,9 @@ std::string_view text_of(const char* field) { return field == nullptr ? "" : fie
 /// Without the port, and without the brackets of an IPv6 address.
 std::string_view host_of(std::string_view authority) {
   if (!authority.empty() && authority.front() == '[') {
-    return authority.substr(1, authority.find(']') - 1);
+    const std::size_t end = authority.find(']');
+    const std::string_view rest = end == std::string_view::npos ? "?" : authority.substr(end + 1);
+    return rest.empty() || rest.front() == ':' ? authority.substr(1, end - 1) : authority;
   }
   return authority.substr(0, authority.rfind(':'));
 }

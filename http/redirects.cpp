@@ -24,7 +24,7 @@ void http::respond_moved(const std::string& uri, const Http_Request_Head& head, 
   headers.put(HTTP_HEAD_LOCATION, head.query.empty() ? uri : uri + "?" + head.query);
   // A target that no field can hold comes from the configuration, and without it a redirect leads
   // nowhere.
-  if (headers.refused()) return respond_text(reply, 500, "The redirect is broken.");
+  if (headers.refused()) return respond_error(reply, 500, "The redirect is broken.");
   reply.respond(permanent_redirect, headers, std::string());
 }
 

@@ -1,6 +1,7 @@
 #include "http/request_parser.h"
 
 #include <algorithm>
+#include <array>
 #include <boost/asio/buffer.hpp>
 #include <boost/beast/http/basic_parser.hpp>
 #include <boost/beast/http/error.hpp>
@@ -30,6 +31,19 @@ int method_number(std::string_view name) {
   return HTTP_METHOD_UNKNOWN;
 }
 
+/// The number of a field that Beast has recognised, or -1.
+int head_id(beast::http::field field) {
+  constexpr size_t count = static_cast<size_t>(beast::http::field::xref) + 1;
+  static const std::array<int, count> ids = [] {
+    std::array<int, count> table;
+    for (size_t i = 0; i < count; ++i) {
+      table[i] = http_head_id(view(to_string(static_cast<beast::http::field>(i))));
+    }
+    return table;
+  }();
+  return ids[static_cast<size_t>(field)];
+}
+
 /// Beast's parser, which puts what it finds where it belongs.
 class Beast_Parser final : public beast::http::basic_parser<true> {
 public:
@@ -51,10 +65,12 @@ private:
     request_.minor_version(version % 10);
   }
   void on_response_impl(int, beast::string_view, int, error_code& error) override { error = {}; }
-  void on_field_impl(beast::http::field, beast::string_view name, beast::string_view value,
+  void on_field_impl(beast::http::field field, beast::string_view name, beast::string_view value,
                      error_code& error) override {
     error = {};
-    if (!is_header_done()) request_.headers().append(view(name), view(value));  // else a trailer
+    if (is_header_done()) return;  // a trailer
+    const int id = head_id(field);
+    request_.headers().append(id < 0 ? http_head_id(view(name)) : id, view(name), view(value));
   }
   void on_header_impl(error_code& error) override { error = {}; }
   void on_body_init_impl(const boost::optional<std::uint64_t>&, error_code& error) override {

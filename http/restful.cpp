@@ -149,7 +149,7 @@ void start(JSON_RESTful_Handler::CONCURRENCY where, const JSON_RPC_Object_var& c
     }
     case JSON_RESTful_Handler::PROACTIVE:
       if (!JSON_RPC_Thread_Pool_Handler::is_active()) return;
-      runner<Pool_Runner>().handle_object(JSON_RPC_Channel::none(), call);
+      runner<Pool_Runner>().handle_object(JSON_RPC_Channel_var(), call);
       return;
     default:
       run_call(*call);

@@ -1,31 +1,12 @@
 #include "http/restful_call.h"
 
 #include <new>
-#include <string_view>
 #include <utility>
 
+#include "http/media_type.h"
 #include "vexa/exception_text.h"
-#include "vexa/http_text.h"
 #include "vexa/json_reader.h"
 #include "vexa/log.h"
-
-namespace {
-
-/// Whether the fields say that the body is JSON, and nothing around it.
-bool is_json(const HTTP_Headers& headers) {
-  const char* const coding = headers.get(HTTP_HEAD_CONTENT_ENCODING);
-  if (coding != nullptr && !vexa::ascii_iequal(vexa::trim(coding), "identity")) return false;
-  const char* const field = headers.get(HTTP_HEAD_CONTENT_TYPE);
-  if (field == nullptr) return false;
-  std::string_view rest(field);
-  const std::string_view type = vexa::trim(vexa::take_item(rest, ';'));
-  constexpr std::string_view suffix = "+json";
-  return vexa::ascii_iequal(type, "application/json") ||
-         (type.size() > suffix.size() &&
-          vexa::ascii_iequal(type.substr(type.size() - suffix.size()), suffix));
-}
-
-}  // namespace
 
 Restful_Call::Restful_Call(JSON_RESTful_Handler& handler, Http_Request_Head head,
                            std::size_t prefix, std::string body, std::size_t max_answer,
@@ -58,7 +39,7 @@ void Restful_Call::run() noexcept {
 /// False when the body was refused.
 bool Restful_Call::read_body(json_spirit::Value& value) {
   if (body_.empty()) return true;
-  if (!is_json(channel_.request()->headers())) {
+  if (!http::is_json(channel_.request()->headers(), true)) {
     channel_.send_error(415, 415, "The body must be JSON.");
     return false;
   }

@@ -22,7 +22,7 @@ namespace {
 
 using http::Byte_Range;
 using http::Descriptor;
-using http::respond_text;
+using http::respond_error;
 using http::Validators;
 
 /// Whether a segment begins with '.', or a NUL would end the path too early.
@@ -39,13 +39,13 @@ void respond_errno(Http_Reply& reply, int error) {
   switch (error) {
     case EACCES:
     case EPERM:
-      return respond_text(reply, 403, "Forbidden");
+      return respond_error(reply, 403, "Forbidden");
     case EMFILE:
     case ENFILE:
     case ENOMEM:
-      return respond_text(reply, 503, "Out of resources");
+      return respond_error(reply, 503, "Out of resources");
     default:
-      return respond_text(reply, 404, "Not found");
+      return respond_error(reply, 404, "Not found");
   }
 }
 
@@ -83,7 +83,7 @@ Byte_Range asked_range(const CGI_Request& request, const Validators& validators,
 void respond_unsatisfiable(Http_Reply& reply, std::uint64_t size) {
   HTTP_Headers headers;
   headers.put(HTTP_HEAD_CONTENT_RANGE, http::content_range(size));
-  respond_text(reply, 416, "No such range", std::move(headers));
+  respond_error(reply, 416, "No such range", std::move(headers));
 }
 
 /// Answers with an open regular file, or as the request's conditions demand.
@@ -94,7 +94,7 @@ void respond_open_file(const CGI_Request& request, std::string_view name, Descri
   HTTP_Headers headers = headers_of(validators);
   const int verdict = http::check_preconditions(request, validators, now);
   if (verdict == 304) return reply.respond(verdict, headers, std::string());
-  if (verdict != 0) return respond_text(reply, verdict, "Precondition failed", std::move(headers));
+  if (verdict != 0) return respond_error(reply, verdict, "Precondition failed", std::move(headers));
 
   const std::uint64_t size = static_cast<std::uint64_t>(file.st_size);
   Byte_Range range = asked_range(request, validators, size, now);
@@ -116,7 +116,7 @@ void respond_path(const std::string& root_path, std::string name, const Http_Req
     const int error = errno;
     VEXA_ERROR("Cannot open the folder '%C', from which files are served: %m\n", root_path.c_str());
     if (error == EMFILE || error == ENFILE || error == ENOMEM) return respond_errno(reply, error);
-    return respond_text(reply, 500, "The folder cannot be opened.");
+    return respond_error(reply, 500, "The folder cannot be opened.");
   }
   const bool as_folder = head.path.back() == '/';
   if (as_folder) name += "index.html";
@@ -133,7 +133,7 @@ void respond_path(const std::string& root_path, std::string name, const Http_Req
 void respond_wrong_method(Http_Reply& reply) {
   HTTP_Headers headers;
   headers.put(HTTP_HEAD_ALLOW, "GET, HEAD");
-  respond_text(reply, 405, "Files can be read only.", std::move(headers));
+  respond_error(reply, 405, "Files can be read only.", std::move(headers));
 }
 
 }  // namespace

@@ -23,6 +23,7 @@ namespace websocket = boost::beast::websocket;
 using boost::system::error_code;
 using transport::Loop;
 using transport::Loop_Time;
+using transport::would_block;
 
 namespace {
 
@@ -45,10 +46,6 @@ Beast_Request beast_request(const CGI_Request& request) {
 /// thrown away by whoever closes.
 bool is_protocol_end(const error_code& error) {
   return error && error.category() == error_code(websocket::error::closed).category();
-}
-
-bool would_block(const error_code& error) {
-  return error == asio::error::would_block || error == asio::error::try_again;
 }
 
 }  // namespace
