@@ -7,6 +7,7 @@ BENCH_PACKAGES := libbenchmark-dev rapidjson-dev libcurl4-openssl-dev valgrind p
 CHECK_PACKAGES := clang-format clang-tidy
 FUZZ_PACKAGES  := clang libclang-rt-14-dev
 FUZZ_SECONDS   ?= 60
+LOAD_DOOR      ?= tcp
 SOAK_PACKAGES  := python3
 SOAK_SECONDS   ?= 60
 COVERAGE_PACKAGES := gcovr
@@ -25,7 +26,8 @@ help:
 	@echo "make bench     the benchmarks, each beside its floor; the table is in build/bench.md"
 	@echo "make bench-instructions  instructions and allocations of a message; fails when they rise"
 	@echo "make fuzz      the fuzzers, FUZZ_SECONDS=60 each"
-	@echo "make load      calls at fixed rates, and how long they took: build/load.md, build/load.svg"
+	@echo "make load      calls at fixed rates, and how long they took: build/load.md, build/load.svg;"
+	@echo "               by LOAD_DOOR=tcp, http or ws"
 	@echo "make soak      a hub and agents under load that are killed, SOAK_SECONDS=60; build/soak.md"
 	@echo "make coverage  what the tests run of the product; the table is in build/coverage.md"
 	@echo "make format    format the sources"
@@ -86,7 +88,7 @@ load:
 	@tools/install_packages $(BUILD_PACKAGES) $(TEST_PACKAGES) $(BENCH_PACKAGES)
 	@tools/configure release -DJSON_RPC_TESTS=ON -DJSON_RPC_BENCH=ON
 	@cmake --build --preset release --target product json_rpc_load -j $(JOBS)
-	@bench/load/run
+	@bench/load/run $(LOAD_DOOR)
 
 soak:
 	@tools/install_packages $(BUILD_PACKAGES) $(TEST_PACKAGES) $(SOAK_PACKAGES)

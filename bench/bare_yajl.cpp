@@ -1,11 +1,6 @@
 #include "bench/bare_yajl.h"
 
-#include <yajl/yajl_gen.h>
-#include <yajl/yajl_parse.h>
-
-#include <algorithm>
-
-#include "bench/messages.h"
+#include "bench/give_up.h"
 
 namespace bare_yajl {
 namespace {
@@ -18,22 +13,22 @@ const yajl_callbacks nothing = {ignore,        ignore_boolean, nullptr, nullptr,
                                 ignore_number, ignore_text,    ignore,  ignore_text,
                                 ignore,        ignore,         ignore};
 
-int put(void* events, Event event) {
+int keep(void* events, Event event) {
   static_cast<Events*>(events)->push_back(std::move(event));
   return 1;
 }
 template <Event::Kind kind>
 int put_kind(void* events) {
-  return put(events, {kind, 0, 0, {}});
+  return keep(events, {kind, 0, 0, {}});
 }
-int put_boolean(void* events, int value) { return put(events, {Event::BOOLEAN, value, 0, {}}); }
+int put_boolean(void* events, int value) { return keep(events, {Event::BOOLEAN, value, 0, {}}); }
 int put_integer(void* events, long long value) {
-  return put(events, {Event::INTEGER, value, 0, {}});
+  return keep(events, {Event::INTEGER, value, 0, {}});
 }
-int put_real(void* events, double value) { return put(events, {Event::REAL, 0, value, {}}); }
+int put_real(void* events, double value) { return keep(events, {Event::REAL, 0, value, {}}); }
 int put_string(void* events, const unsigned char* text, size_t length) {
-  return put(events,
-             {Event::STRING, 0, 0, std::string(reinterpret_cast<const char*>(text), length)});
+  return keep(events,
+              {Event::STRING, 0, 0, std::string(reinterpret_cast<const char*>(text), length)});
 }
 const yajl_callbacks recorder = {put_kind<Event::NULL_VALUE>,
                                  put_boolean,
@@ -47,17 +42,11 @@ const yajl_callbacks recorder = {put_kind<Event::NULL_VALUE>,
                                  put_kind<Event::ARRAY_OPEN>,
                                  put_kind<Event::ARRAY_CLOSE>};
 
-void feed(const yajl_callbacks& callbacks, void* context, const std::string& text,
-          std::size_t piece) {
-  if (piece == 0) piece = text.size();
-  const yajl_handle parser = yajl_alloc(&callbacks, nullptr, context);
+void feed_to(yajl_handle parser, std::string_view text) {
   const auto* const bytes = reinterpret_cast<const unsigned char*>(text.data());
-  for (std::size_t at = 0; at < text.size(); at += piece) {
-    if (yajl_parse(parser, bytes + at, std::min(piece, text.size() - at)) != yajl_status_ok) {
-      give_up("the floor cannot parse the text");
-    }
+  if (yajl_parse(parser, bytes, text.size()) != yajl_status_ok) {
+    give_up("the floor cannot parse the text");
   }
-  yajl_free(parser);
 }
 
 yajl_gen_status write(yajl_gen gen, const Event& event) {
@@ -71,8 +60,7 @@ yajl_gen_status write(yajl_gen gen, const Event& event) {
     case Event::REAL:
       return yajl_gen_double(gen, event.real);
     case Event::STRING:
-      return yajl_gen_string(gen, reinterpret_cast<const unsigned char*>(event.string.data()),
-                             event.string.size());
+      return put(gen, event.string);
     case Event::MAP_OPEN:
       return yajl_gen_map_open(gen);
     case Event::MAP_CLOSE:
@@ -84,26 +72,42 @@ yajl_gen_status write(yajl_gen gen, const Event& event) {
   }
 }
 
-void append(void* sink, const char* text, size_t length) {
-  static_cast<std::string*>(sink)->append(text, length);
-}
-
 }  // namespace
 
-std::size_t parse(const std::string& text, std::size_t piece) {
-  feed(nothing, nullptr, text, piece);
+Parser::Parser() : handle_(yajl_alloc(&nothing, nullptr, nullptr)) {}
+Parser::~Parser() { yajl_free(handle_); }
+void Parser::feed(std::string_view text) { feed_to(handle_, text); }
+
+std::size_t parse(std::string_view text, std::size_t piece) {
+  if (piece == 0) piece = text.size();
+  Parser parser;
+  for (std::size_t at = 0; at < text.size(); at += piece) parser.feed(text.substr(at, piece));
   return text.size();
 }
 
 Events events_of(const std::string& text) {
   Events events;
-  feed(recorder, &events, text, 0);
+  const yajl_handle parser = yajl_alloc(&recorder, nullptr, &events);
+  feed_to(parser, text);
+  yajl_free(parser);
   return events;
 }
 
-std::size_t generate(const Events& events, std::string& sink) {
+yajl_gen generator_to(std::string& sink) {
   const yajl_gen gen = yajl_gen_alloc(nullptr);
+  const yajl_print_t append = [](void* to, const char* text, size_t length) {
+    static_cast<std::string*>(to)->append(text, length);
+  };
   yajl_gen_config(gen, yajl_gen_print_callback, append, static_cast<void*>(&sink));
+  return gen;
+}
+
+yajl_gen_status put(yajl_gen gen, std::string_view string) {
+  return yajl_gen_string(gen, reinterpret_cast<const unsigned char*>(string.data()), string.size());
+}
+
+std::size_t generate(const Events& events, std::string& sink) {
+  const yajl_gen gen = generator_to(sink);
   for (const Event& event : events) {
     if (write(gen, event) != yajl_gen_status_ok) give_up("the floor cannot write the events");
   }

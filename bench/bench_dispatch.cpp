@@ -6,7 +6,7 @@
 #include <thread>
 
 #include "bench/bench_channel.h"
-#include "bench/messages.h"
+#include "bench/give_up.h"
 #include "bench/pairs.h"
 #include "bench/plain_pool.h"
 #include "bench/returns.h"

@@ -3,15 +3,15 @@
 // each. One at a time, where each reached all before the next is sent, and with several in flight,
 // where the host may join what goes to one subscriber.
 
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstdlib>
 #include <string>
 #include <vector>
 
+#include "bench/bare_server.h"
+#include "bench/give_up.h"
 #include "bench/host_under_test.h"
 #include "bench/side_by_side.h"
 
@@ -65,11 +65,11 @@ private:
 
   /// How many notifications have with this read reached everybody.
   unsigned int receive(Subscriber& subscriber) {
-    const ssize_t length = ::recv(subscriber.socket, buffer_.data(), buffer_.size(), 0);
-    if (length <= 0) fail("recv");
-    const std::size_t end = subscriber.partial + length;
+    const std::string_view bytes = ::receive(subscriber.socket, buffer_);
+    if (bytes.empty()) give_up("the server closes");
+    const std::size_t end = subscriber.partial + bytes.size();
     subscriber.partial = end % notification.size();
-    if (subscriber.partial == 0 && buffer_[length - 1] != '\n') fail("no notification");
+    if (subscriber.partial == 0 && bytes.back() != '\n') give_up("no notification");
     unsigned int complete = 0;
     for (std::size_t n = end / notification.size(); n > 0; --n) {
       if (++arrivals_[subscriber.got++] == subscribers_.size()) ++complete;
@@ -86,7 +86,7 @@ private:
 
 /// The first to connect publishes; each who comes later gets a line at once, and subscribes so.
 [[noreturn]] void serve_bare(int listener) {
-  const int publisher = ::accept(listener, nullptr, nullptr);
+  const int publisher = accept_from(listener);
   Poll poll;
   poll.add(listener, listener);
   poll.add(publisher, publisher);
@@ -95,15 +95,14 @@ private:
   for (;;) {
     for (const unsigned int socket : poll.wait()) {
       if (static_cast<int>(socket) == listener) {
-        subscribers.push_back(::accept(listener, nullptr, nullptr));
-        no_delay(subscribers.back());
+        subscribers.push_back(accept_from(listener));
         send_all(subscribers.back(), "true\n");
         continue;
       }
-      const ssize_t length = ::recv(publisher, buffer.data(), buffer.size(), 0);
-      if (length <= 0) ::_exit(0);
+      const std::string_view bytes = receive(publisher, buffer);
+      if (bytes.empty()) ::_exit(0);
       // What is sent together is a whole number of notifications, and less than the buffer.
-      for (ssize_t at = 0; at < length; at += notification.size()) {
+      for (std::size_t at = 0; at < bytes.size(); at += notification.size()) {
         for (const int subscriber : subscribers) send_all(subscriber, notification);
       }
     }
@@ -113,9 +112,8 @@ private:
 /// A server with a publisher and subscribers of its own.
 struct Side {
   template <typename Server>
-  Side(const Server& server, unsigned int count, bool ask) : pid(server.pid()) {
-    publisher = server.connect();
-    no_delay(publisher);
+  Side(const Server& server, unsigned int count, bool ask)
+      : pid(server.pid()), publisher(server.connect()) {
     for (unsigned int i = 0; i < count; ++i) {
       subscribers.push_back(server.connect());
       if (ask) send_all(subscribers.back(), subscription);
@@ -140,37 +138,35 @@ struct Side {
     return count * subscribers.size() / (cpu_seconds(pid) - before);
   }
 
-  pid_t pid;
-  int publisher;
+  const pid_t pid;
+  const int publisher;
   std::vector<int> subscribers;
 };
 
-void compare(const Host_Under_Test& host, unsigned int count, unsigned int deliveries) {
+void compare(const Side_By_Side& table, const Host_Under_Test& host, unsigned int count,
+             unsigned int deliveries) {
   const Bare_Server bare(serve_bare, 1);
   const Side floor(bare, count, false);
   const Side ours(host, count, true);
+  std::vector<Row> rows;
   for (const unsigned int in_flight : {1u, 16u}) {
-    std::vector<double> floors;
-    std::vector<double> rates;
-    for (int round = 0; round < 5; ++round) {  // side by side, so that noise meets both alike
-      floors.push_back(floor.rate(deliveries, in_flight));
-      rates.push_back(ours.rate(deliveries, in_flight));
-    }
-    std::printf("| %u | %u | %.0f | %.0f | %.2f |\n", count, in_flight, median(floors),
-                median(rates), median(rates) / median(floors));
-    std::fflush(stdout);
+    rows.push_back({std::to_string(count) + " subscribers, " + std::to_string(in_flight),
+                    {[&, in_flight] { return floor.rate(deliveries, in_flight); },
+                     [&, in_flight] { return ours.rate(deliveries, in_flight); }}});
   }
+  table.measure(rows, 5);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  const unsigned int deliveries = argc > 1 ? std::strtoul(argv[1], nullptr, 10) : 100000;
+  const unsigned int deliveries = argc > 1 ? std::strtoul(argv[1], nullptr, 10) : 50000;
   raise_descriptor_limit();
   pin(0, 1);  // what it starts inherits the core
   const Host_Under_Test host({"--threads", "1", "--max-connections", "2000"});
   pin(0, 0);
-  std::printf("| subscribers | in flight | floor | ours | ratio |\n|---|---|---|---|---|\n");
-  for (const unsigned int count : {10u, 100u, 1000u}) compare(host, count, deliveries);
+  const Side_By_Side table("subscribers, notifications in flight; deliveries a CPU second",
+                           Side_By_Side::MORE);
+  for (const unsigned int count : {10u, 100u, 1000u}) compare(table, host, count, deliveries);
   return 0;
 }

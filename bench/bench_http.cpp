@@ -5,36 +5,27 @@
 
 #include <curl/curl.h>
 #include <malloc.h>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
-#include <sys/prctl.h>
-#include <sys/socket.h>
-#include <sys/wait.h>
-#include <time.h>
 #include <unistd.h>
-#include <yajl/yajl_parse.h>
 
-#include <algorithm>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <fstream>
 #include <functional>
+#include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "bench/bare_server.h"
+#include "bench/bare_yajl.h"
+#include "bench/give_up.h"
+#include "bench/side_by_side.h"
 #include "json_rpc/json_http_session.h"
 #include "vexa/http_session_factory.h"
 #include "vexa/json_reader.h"
 #include "vexa/yajl_gen.h"
 
 namespace {
-
-[[noreturn]] void fail(const char* what) {
-  std::perror(what);
-  std::exit(1);
-}
 
 std::string response_of(const std::string& body) {
   return "HTTP/1.1 200 OK\r\nServer: floor\r\nContent-Type: application/json\r\nContent-Length: " +
@@ -65,70 +56,44 @@ std::string texts_body() {
 }
 
 /// Answers each request, up to its blank line and the chunks behind it, with the body that its path
-/// names: "/s", "/l", "/t", or for a POST the small one.
+/// names: "/s", "/l", "/t", or for a POST the small one. One after the other.
 [[noreturn]] void serve(int listener) {
-  ::prctl(PR_SET_PDEATHSIG, SIGKILL);
   const std::string small = response_of(small_body());
   const std::string large = response_of(large_body());
   const std::string texts = response_of(texts_body());
   std::vector<char> buffer(1u << 18);
+  std::map<int, std::string> heads;  // of the sockets; of a long request its beginning and its end
+  Poll poll;
+  poll.add(listener, listener);
   for (;;) {
-    const int socket = ::accept(listener, nullptr, nullptr);
-    if (socket == -1) continue;
-    if (::fork() != 0) {
-      ::close(socket);
-      continue;
-    }
-    const int on = 1;
-    ::setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-    std::string head;
-    for (ssize_t got; (got = ::recv(socket, buffer.data(), buffer.size(), 0)) > 0;) {
-      head.append(buffer.data(), got);
+    for (const unsigned int key : poll.wait()) {
+      const int socket = static_cast<int>(key);
+      if (socket == listener) {
+        const int accepted = accept_from(listener);
+        poll.add(accepted, accepted);
+        continue;
+      }
+      const std::string_view bytes = receive(socket, buffer);
+      std::string& head = heads[socket];
+      head += bytes;
+      if (bytes.empty()) {
+        heads.erase(socket);
+        ::close(socket);
+        continue;
+      }
       const bool post = head.compare(0, 4, "POST") == 0;
-      const char* const end = post ? "\r\n0\r\n\r\n" : "\r\n\r\n";
-      const std::size_t length = std::strlen(end);
-      if (head.size() < length || head.compare(head.size() - length, length, end) != 0) {
-        if (post && head.size() > 4096) head.erase(4, head.size() - 4 - length);
+      const std::string end = post ? "\r\n0\r\n\r\n" : "\r\n\r\n";
+      if (head.size() < end.size() ||
+          head.compare(head.size() - end.size(), end.size(), end) != 0) {
+        if (post && head.size() > 4096) head.erase(4, head.size() - 4 - end.size());
         continue;
       }
       const char path = post ? 's' : head[5];
-      const std::string& answer = path == 'l' ? large : path == 't' ? texts : small;
       head.clear();
-      for (std::size_t sent = 0; sent < answer.size();) {
-        const ssize_t n = ::send(socket, answer.data() + sent, answer.size() - sent, MSG_NOSIGNAL);
-        if (n <= 0) ::_exit(0);
-        sent += n;
-      }
+      send_all(socket, path == 'l' ? large : path == 't' ? texts : small);
     }
-    ::_exit(0);
   }
 }
-
-unsigned short start_server() {
-  const int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t size = sizeof address;
-  if (::bind(listener, reinterpret_cast<sockaddr*>(&address), size) != 0 ||
-      ::listen(listener, 8) != 0 ||
-      ::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size) != 0) {
-    fail("listen");
-  }
-  const pid_t server = ::fork();
-  if (server == -1) fail("fork");
-  if (server == 0) {
-    std::signal(SIGCHLD, SIG_IGN);
-    serve(listener);
-  }
-  ::close(listener);
-  return ntohs(address.sin_port);
-}
-
-int take(void*) { return 1; }
-int take_flag(void*, int) { return 1; }
-int take_text(void*, const unsigned char*, size_t) { return 1; }
-int take_number(void*, const char*, size_t) { return 1; }
 
 /// The floor: a request is written, and as many bytes read as the answer is known to have, into
 /// yajl with callbacks that do nothing where the answer is large.
@@ -140,42 +105,24 @@ public:
                  "Accept: application/json\r\n\r\n"),
         size_(size),
         parses_(parses),
-        socket_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)),
-        buffer_(64 * 1024) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(port);
-    if (::connect(socket_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
-      fail("connect");
-    }
-  }
+        socket_(connect_to(port)),
+        buffer_(64 * 1024) {}
   ~Raw() { ::close(socket_); }
   Raw(const Raw&) = delete;
   Raw& operator=(const Raw&) = delete;
 
   void call() {
-    if (::send(socket_, request_.data(), request_.size(), MSG_NOSIGNAL) !=
-        static_cast<ssize_t>(request_.size())) {
-      fail("send");
-    }
-    const yajl_callbacks callbacks = {take, take_flag, nullptr, nullptr, take_number, take_text,
-                                      take, take_text, take,    take,    take};
-    const yajl_handle parser = parses_ ? yajl_alloc(&callbacks, nullptr, nullptr) : nullptr;
+    send_all(socket_, request_);
+    std::optional<bare_yajl::Parser> parser;
+    if (parses_) parser.emplace();
     for (std::size_t got = 0; got < size_;) {
-      const ssize_t length = ::recv(socket_, buffer_.data(), buffer_.size(), 0);
-      if (length <= 0) fail("recv");
-      const char* text = buffer_.data();
-      const std::size_t head =
-          got == 0 ? std::string_view(text, length).find("\r\n\r\n") + 4 : std::size_t{0};
-      got += length;
-      if (parser != nullptr &&
-          yajl_parse(parser, reinterpret_cast<const unsigned char*>(text + head), length - head) !=
-              yajl_status_ok) {
-        fail("yajl_parse");
-      }
+      std::string_view text = receive(socket_, buffer_);
+      if (text.empty()) give_up("the server closes");
+      const bool first = got == 0;
+      got += text.size();
+      if (first) text.remove_prefix(text.find("\r\n\r\n") + 4);
+      if (parser) parser->feed(text);
     }
-    if (parser != nullptr) yajl_free(parser);
   }
 
 private:
@@ -201,7 +148,7 @@ public:
   void call() {
     JSON_Reader reader;
     reader_ = &reader;
-    if (curl_easy_perform(handle_) != CURLE_OK || !reader.end()) fail("curl");
+    if (curl_easy_perform(handle_) != CURLE_OK || !reader.end()) give_up("curl");
   }
 
 private:
@@ -218,41 +165,29 @@ HTTP_Session_var session_to(unsigned short port) {
                                       10, 0);
 }
 
-double cpu_microseconds() {
-  timespec time;
-  ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
-  return time.tv_sec * 1e6 + time.tv_nsec / 1e3;
-}
-
+/// Calls one way or another; the CPU microseconds of one.
 double measure(unsigned int calls, const std::function<void()>& call) {
-  const double before = cpu_microseconds();
+  const double before = cpu_seconds(0);
   for (unsigned int i = 0; i < calls; ++i) call();
-  return (cpu_microseconds() - before) / calls;
+  return (cpu_seconds(0) - before) / calls * 1e6;
 }
 
-double median(std::vector<double> values) {
-  std::sort(values.begin(), values.end());
-  return values[values.size() / 2];
-}
-
-void compare(const char* name, unsigned short port, const char* path, const std::string& body,
-             bool parses, unsigned int calls) {
+void compare(const Side_By_Side& table, const char* name, unsigned short port, const char* path,
+             const std::string& body, bool parses, unsigned int calls) {
   Raw raw(port, path, response_of(body).size(), parses);
   Curl curl(port, path);
   JSON_HTTP_Session ours(session_to(port), 0, -1);
   HTTP_Request request(HTTP_METHOD_GET, path);
   HTTP_Response response;
-  std::vector<double> floors, mine, curls;
-  for (int round = 0; round < 7; ++round) {  // side by side, so that noise meets all alike
-    floors.push_back(measure(calls, [&] { raw.call(); }));
-    mine.push_back(measure(calls, [&] {
-      json_spirit::Value value;
-      if (!ours.get(request, response, value)) fail("ours");
-    }));
-    curls.push_back(measure(calls, [&] { curl.call(); }));
-  }
-  std::printf("| %s | %.1f | %.1f | %.2f | %.2f |\n", name, median(floors), median(mine),
-              median(mine) / median(floors), median(curls) / median(floors));
+  const auto call_ours = [&] {
+    json_spirit::Value value;
+    if (!ours.get(request, response, value)) give_up("ours");
+  };
+  table.measure({{name,
+                  {[&] { return measure(calls, [&] { raw.call(); }); },
+                   [&] { return measure(calls, call_ours); },
+                   [&] { return measure(calls, [&] { curl.call(); }); }}}},
+                7);
 }
 
 class Texts final : public JSON_Generator {
@@ -283,7 +218,7 @@ void post(unsigned short port, unsigned long kilobytes) {
   HTTP_Response response;
   Texts body(kilobytes);
   json_spirit::Value value;
-  if (!session.post(request, body, response, &value)) fail("post");
+  if (!session.post(request, body, response, &value)) give_up("post");
 }
 
 }  // namespace
@@ -294,16 +229,18 @@ int main() {
   // rest.
   mallopt(M_TRIM_THRESHOLD, 1 << 30);
   mallopt(M_TOP_PAD, 64 << 20);
-  const unsigned short port = start_server();
+  // On one core: that a call wakes the server on another would cost more than the small reply.
+  const Bare_Server server(serve, 0);
+  const unsigned short port = server.port();
+  pin(0, 0);
   post(port, 1);
   const std::size_t idle = peak_kilobytes();
   post(port, 1u << 20);
   const std::size_t posting = peak_kilobytes();
-  std::printf("| reply | floor, us | ours, us | ratio | libcurl with a parser |\n");
-  std::printf("|---|---|---|---|---|\n");
-  compare("200 bytes", port, "/s", small_body(), false, 5000);
-  compare("1 MB, small records", port, "/l", large_body(), true, 30);
-  compare("1 MB, 1 KB texts", port, "/t", texts_body(), true, 30);
+  const Side_By_Side table("reply; CPU us of a call", Side_By_Side::LESS, "libcurl with a parser");
+  compare(table, "200 bytes", port, "/s", small_body(), false, 5000);
+  compare(table, "1 MB, small records", port, "/l", large_body(), true, 30);
+  compare(table, "1 MB, 1 KB texts", port, "/t", texts_body(), true, 30);
   std::printf("\nPosting a generated body of 1 GB takes %.1f MB above idle.\n",
               (posting - idle) / 1024.0);
   return 0;

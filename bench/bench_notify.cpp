@@ -9,7 +9,7 @@
 
 #include "bench/bare_yajl.h"
 #include "bench/bench_channel.h"
-#include "bench/messages.h"
+#include "bench/give_up.h"
 #include "bench/pairs.h"
 #include "bench/writer_path.h"
 #include "json_rpc/json_rpc_fan_out.h"

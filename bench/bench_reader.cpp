@@ -1,5 +1,6 @@
 // A message through the reader, whole and in pieces, beside yajl with callbacks that do nothing.
-// `rapidjson/...` of the same run tells what a faster parser would give.
+// `filter/...` is with the params handed to a filter as events, `rapidjson/...` what a faster
+// parser would give.
 
 #include "bench/bare_yajl.h"
 #include "bench/messages.h"
@@ -16,6 +17,9 @@ int main(int argc, char** argv) {
       pairs::add_pair(
           name, [&text, piece] { return bare_yajl::parse(text, piece); },
           [&text, piece] { return reader_path::ours(text, piece); });
+      if (piece == 0 || piece == 4096) {
+        pairs::add("filter", name, [&text, piece] { return reader_path::filtered(text, piece); });
+      }
       if (piece == 0) {
         pairs::add("rapidjson", name, [&text] { return reader_path::rapidjson(text); });
       }

@@ -2,11 +2,7 @@
 // bytes cost to parse with empty callbacks and to generate again, both with yajl and in one thread.
 // And the hub's memory meanwhile.
 
-#include <sys/socket.h>
-#include <time.h>
 #include <unistd.h>
-#include <yajl/yajl_gen.h>
-#include <yajl/yajl_parse.h>
 
 #include <algorithm>
 #include <chrono>
@@ -16,63 +12,29 @@
 #include <thread>
 #include <vector>
 
+#include "bench/bare_yajl.h"
+#include "bench/give_up.h"
 #include "bench/host_under_test.h"
+#include "bench/side_by_side.h"
 
 namespace {
 
-[[noreturn]] void fail(const char* what) {
-  std::perror(what);
-  std::exit(1);
-}
-
-double cpu_seconds(clockid_t clock) {
-  timespec time;
-  if (::clock_gettime(clock, &time) != 0) fail("clock_gettime");
-  return time.tv_sec + time.tv_nsec / 1e9;
-}
-
-double cpu_seconds_of(pid_t process) {
-  clockid_t clock;
-  if (::clock_getcpuclockid(process, &clock) != 0) fail("clock_getcpuclockid");
-  return cpu_seconds(clock);
-}
-
-int take_null(void*) { return 1; }
-int take_boolean(void*, int) { return 1; }
-int take_text(void*, const unsigned char*, size_t) { return 1; }
-int take_number(void*, const char*, size_t) { return 1; }
-
 /// Parses pieces of the size that a connection reads, and throws every event away.
 void parse(const std::string& piece, unsigned int pieces) {
-  const yajl_callbacks callbacks = {take_null,   take_boolean, nullptr,   nullptr,
-                                    take_number, take_text,    take_null, take_text,
-                                    take_null,   take_null,    take_null};
-  const yajl_handle handle = yajl_alloc(&callbacks, nullptr, nullptr);
-  const auto feed = [&](const char* text, std::size_t length) {
-    if (yajl_parse(handle, reinterpret_cast<const unsigned char*>(text), length) !=
-        yajl_status_ok) {
-      fail("yajl_parse");
-    }
-  };
-  feed("[0", 2);
-  for (unsigned int i = 0; i < pieces; ++i) feed(piece.data(), piece.size());
-  feed("]", 1);
-  yajl_free(handle);
+  bare_yajl::Parser parser;
+  parser.feed("[0");
+  for (unsigned int i = 0; i < pieces; ++i) parser.feed(piece);
+  parser.feed("]");
 }
 
-void append(void* to, const char* text, size_t length) {
-  std::string& buffer = *static_cast<std::string*>(to);
-  buffer.append(text, length);
-  if (buffer.size() >= 65536) buffer.clear();
-}
-
+/// Generates a text so often, and throws away what has come together every now and then.
 void generate(const std::string& text, unsigned int texts) {
   std::string buffer;
-  const yajl_gen gen = yajl_gen_alloc(nullptr);
-  yajl_gen_config(gen, yajl_gen_print_callback, append, &buffer);
+  const yajl_gen gen = bare_yajl::generator_to(buffer);
   yajl_gen_array_open(gen);
   for (unsigned int i = 0; i < texts; ++i) {
-    yajl_gen_string(gen, reinterpret_cast<const unsigned char*>(text.data()), text.size());
+    bare_yajl::put(gen, text);
+    if (buffer.size() >= 65536) buffer.clear();
   }
   yajl_gen_array_close(gen);
   yajl_gen_free(gen);
@@ -83,10 +45,10 @@ double floor_of(unsigned long long bytes) {
   std::string piece;
   while (piece.size() < 65536) piece += ",\"" + text + '"';
   const unsigned int texts = bytes / text.size();
-  const double before = cpu_seconds(CLOCK_PROCESS_CPUTIME_ID);
+  const double before = cpu_seconds(0);
   parse(piece, bytes / piece.size());
   generate(text, texts);
-  return cpu_seconds(CLOCK_PROCESS_CPUTIME_ID) - before;
+  return cpu_seconds(0) - before;
 }
 
 /// Has the agent's blob relayed, and reads it, at most so many bytes a second where that is not 0.
@@ -103,21 +65,18 @@ std::size_t relay(const Host_Under_Test& hub, unsigned long long bytes,
   std::size_t most = 0;
   unsigned long long got = 0;
   const auto begin = std::chrono::steady_clock::now();
-  for (ssize_t length; (length = ::recv(socket, buffer.data(), buffer.size(), 0)) > 0;) {
-    const bool sample = got >> 24 != (got + length) >> 24;
-    got += length;
+  for (std::string_view part; !(part = receive(socket, buffer)).empty();) {
+    const bool sample = got >> 24 != (got + part.size()) >> 24;
+    got += part.size();
     if (sample) most = std::max(most, hub.resident_bytes());
-    if (buffer[length - 1] == '\n') break;
+    if (part.back() == '\n') break;
     if (bytes_a_second != 0) {
       std::this_thread::sleep_until(begin +
                                     std::chrono::microseconds(got * 1000000 / bytes_a_second));
     }
   }
   ::close(socket);
-  if (got < bytes) {
-    std::fprintf(stderr, "bench_relay: %llu of %llu bytes came\n", got, bytes);
-    std::exit(1);
-  }
+  if (got < bytes) give_up("the answer is not complete");
   return most;
 }
 
@@ -147,29 +106,27 @@ int main(int argc, char** argv) {
   relay(hub, 16u << 20, 0);
   const std::size_t idle = hub.resident_bytes();
 
-  std::vector<std::pair<double, double>> rounds;  // the floor, ours
   std::size_t most = 0;
-  double seconds = 0;
-  for (int round = 0; round < 3; ++round) {
-    const double floor = floor_of(bytes);
-    const double before = cpu_seconds_of(hub.pid());
+  double seconds = 0;  // that a relay takes
+  const auto relay_whole = [&] {
+    const double before = cpu_seconds(hub.pid());
     const auto begin = std::chrono::steady_clock::now();
     most = std::max(most, relay(hub, bytes, 0));
     seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
-    rounds.emplace_back(floor, cpu_seconds_of(hub.pid()) - before);
-  }
-  std::sort(rounds.begin(), rounds.end(),
-            [](const auto& a, const auto& b) { return a.second / a.first < b.second / b.first; });
-  const auto& middle = rounds[rounds.size() / 2];
-  std::printf(
-      "| relayed | floor, s | the hub, s | ratio | memory above idle, MB | slow reader, MB |\n");
-  std::printf("|---|---|---|---|---|---|\n");
-  const unsigned long long part = bytes / 8;
-  const std::size_t slow = relay(hub, part, static_cast<unsigned long long>(bytes / seconds / 10));
+    return cpu_seconds(hub.pid()) - before;
+  };
+  Side_By_Side("relayed; CPU seconds", Side_By_Side::LESS)
+      .measure(
+          {{std::to_string(bytes >> 20) + " MB", {[&] { return floor_of(bytes); }, relay_whole}}},
+          3);
+  const std::size_t slow =
+      relay(hub, bytes / 8, static_cast<unsigned long long>(bytes / seconds / 10));
   const auto above = [idle](std::size_t memory) {
     return memory > idle ? (memory - idle) / 1048576.0 : 0.0;
   };
-  std::printf("| %llu MB | %.2f | %.2f | %.2f | %.1f | %.1f |\n", bytes >> 20, middle.first,
-              middle.second, middle.second / middle.first, above(most), above(slow));
+  std::printf(
+      "\nThe hub's memory above idle meanwhile: %.1f MB; with a reader ten times as slow %.1f "
+      "MB.\n",
+      above(most), above(slow));
   return 0;
 }

@@ -7,7 +7,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "bench/messages.h"
+#include "bench/give_up.h"
 #include "bench/pairs.h"
 #include "json_rpc/json_rpc_object.h"
 #include "json_rpc/json_rpc_response_map.h"

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "bench/bare_yajl.h"
+#include "bench/give_up.h"
 #include "bench/messages.h"
 #include "bench/reader_path.h"
 #include "bench/request_path.h"
@@ -51,7 +52,7 @@ Path value_of(const std::string& size) {
   const value_path::Shape shape = {large ? 10'000u : 20u, large};
   return [=] {
     const typename Side::Tree tree = Side::build(shape);
-    if (!Side::equal(tree, Side::copy(tree))) give_up("a tree differs from its copy");
+    if (tree != Side::copy(tree)) give_up("a tree differs from its copy");
   };
 }
 
@@ -71,9 +72,10 @@ Path path_of(const std::string& name, bool ours, const std::string& size, const 
 
 /// Empty when there is none of that size.
 std::string text_of(const std::string& size) {
-  if (size == "68B") return messages::small_request();
-  if (size == "1KB") return messages::middle_request();
-  return size == "1MB" ? messages::large_request(10'000) : std::string();
+  for (const messages::Named& message : messages::all()) {
+    if (size == message.name) return message.text;
+  }
+  return std::string();
 }
 
 }  // namespace

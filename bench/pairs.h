@@ -1,6 +1,7 @@
 #pragma once
 
 #include <benchmark/benchmark.h>
+#include <malloc.h>
 
 #include <string>
 
@@ -34,6 +35,10 @@ void add_threaded_pair(const std::string& name, Floor floor, Ours ours) {
 }
 
 inline int run(int argc, char** argv) {
+  // As in a process that has been running for long: what is freed stays with the heap. Otherwise
+  // large trees would pay for their pages again and again, and more than for all the rest.
+  ::mallopt(M_TRIM_THRESHOLD, 1 << 30);
+  ::mallopt(M_MMAP_THRESHOLD, 1 << 30);
   benchmark::Initialize(&argc, argv);
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();

@@ -10,8 +10,8 @@
 #include <vector>
 
 /// The floor of the thread pool: workers on one queue with a mutex and a condition variable. A task
-/// costs as many allocations as one of ours, five: its closure, its function object, its arguments,
-/// and two blocks of the queue.
+/// costs as many allocations as one of ours, four: its closure, its function object, and two blocks
+/// of the queue.
 class Plain_Pool {
 public:
   explicit Plain_Pool(std::size_t workers) {
@@ -30,7 +30,7 @@ public:
 
   void put(std::function<void()> call) {
     Task task = {std::make_unique<std::function<void()>>(std::move(call)),
-                 std::make_unique<Block>(), std::make_unique<Block>(), std::make_unique<Block>()};
+                 std::make_unique<Block>(), std::make_unique<Block>()};
     {
       const std::lock_guard<std::mutex> guard(lock_);
       tasks_.push_back(std::move(task));
@@ -44,7 +44,6 @@ private:
   };
   struct Task {
     std::unique_ptr<std::function<void()>> call;
-    std::unique_ptr<Block> arguments;
     std::unique_ptr<Block> message;
     std::unique_ptr<Block> data;
   };

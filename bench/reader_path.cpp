@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <new>
 
-#include "bench/messages.h"
+#include "bench/give_up.h"
 #include "json_rpc/json_rpc_params_handler_creator.h"
 #include "json_rpc/json_rpc_params_handler_map.h"
 #include "json_rpc/json_rpc_reader.h"

@@ -1,13 +1,10 @@
 #include "bench/request_path.h"
 
-#include <yajl/yajl_gen.h>
-
-#include <cstring>
 #include <new>
 
 #include "bench/bare_yajl.h"
 #include "bench/bench_channel.h"
-#include "bench/messages.h"
+#include "bench/give_up.h"
 #include "json_rpc/json_rpc_dispatcher.h"
 #include "json_rpc/json_rpc_handler.h"
 #include "json_rpc/json_rpc_reader.h"
@@ -60,10 +57,6 @@ public:
   std::string sent;
 };
 
-void string(yajl_gen gen, const char* text) {
-  yajl_gen_string(gen, reinterpret_cast<const unsigned char*>(text), std::strlen(text));
-}
-
 }  // namespace
 
 namespace request_path {
@@ -79,11 +72,11 @@ std::size_t floor(const std::string& request) {
 
   const yajl_gen gen = yajl_gen_alloc(nullptr);
   yajl_gen_map_open(gen);
-  string(gen, "jsonrpc");
-  string(gen, "2.0");
-  string(gen, "id");
+  bare_yajl::put(gen, "jsonrpc");
+  bare_yajl::put(gen, "2.0");
+  bare_yajl::put(gen, "id");
   yajl_gen_integer(gen, 12345);
-  string(gen, "result");
+  bare_yajl::put(gen, "result");
   yajl_gen_integer(gen, 4800);
   yajl_gen_map_close(gen);
   const unsigned char* text;

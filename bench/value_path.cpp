@@ -76,8 +76,6 @@ Ours::Tree Ours::build(Shape shape) {
 
 Ours::Tree Ours::copy(const Tree& tree) { return tree; }
 
-bool Ours::equal(const Tree& a, const Tree& b) { return a == b; }
-
 Ours::Tree Ours::move_elements(Tree& tree) {
   json_spirit::Array array;
   array.reserve(tree.get_array().size());
@@ -105,8 +103,6 @@ Floor::Tree Floor::copy(const Tree& tree) {
   made.CopyFrom(tree, made.GetAllocator());
   return made;
 }
-
-bool Floor::equal(const Tree& a, const Tree& b) { return a == b; }
 
 Floor::Tree Floor::move_elements(Tree& tree) {
   Pool& pool = tree.GetAllocator();

@@ -19,7 +19,6 @@ struct Ours {
   typedef json_spirit::Value Tree;
   static Tree build(Shape shape);
   static Tree copy(const Tree& tree);
-  static bool equal(const Tree& a, const Tree& b);
   /// An array of as many elements, moved out of `tree`.
   static Tree move_elements(Tree& tree);
 };
@@ -28,7 +27,6 @@ struct Floor {
   typedef rapidjson::Document Tree;
   static Tree build(Shape shape);
   static Tree copy(const Tree& tree);
-  static bool equal(const Tree& a, const Tree& b);
   /// The array needs `tree` to live, whose pool it uses.
   static Tree move_elements(Tree& tree);
 };

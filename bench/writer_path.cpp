@@ -1,10 +1,7 @@
 #include "bench/writer_path.h"
 
-#include <yajl/yajl_gen.h>
-
-#include <string_view>
-
-#include "bench/messages.h"
+#include "bench/bare_yajl.h"
+#include "bench/give_up.h"
 #include "json_rpc/json_rpc_generator.h"
 #include "json_rpc/json_rpc_reader.h"
 #include "json_rpc/json_rpc_writer.h"
@@ -41,28 +38,22 @@ private:
   const unsigned int count_;
 };
 
-void string(yajl_gen gen, std::string_view text) {
-  yajl_gen_string(gen, reinterpret_cast<const unsigned char*>(text.data()), text.size());
-}
-
 void records(yajl_gen gen, unsigned int count) {
   yajl_gen_array_open(gen);
   for (unsigned int i = 0; i < count; ++i) {
     yajl_gen_map_open(gen);
-    string(gen, "id");
+    bare_yajl::put(gen, "id");
     yajl_gen_integer(gen, 100'000 + i);
-    string(gen, "name");
-    string(gen, "one of many items");
-    string(gen, "active");
+    bare_yajl::put(gen, "name");
+    bare_yajl::put(gen, "one of many items");
+    bare_yajl::put(gen, "active");
     yajl_gen_bool(gen, i % 2 == 0);
-    string(gen, "group");
-    string(gen, "tools");
+    bare_yajl::put(gen, "group");
+    bare_yajl::put(gen, "tools");
     yajl_gen_map_close(gen);
   }
   yajl_gen_array_close(gen);
 }
-
-void append(void*, const char* text, size_t length) { sink.append(text, length); }
 
 }  // namespace
 
@@ -96,16 +87,15 @@ std::size_t generated(unsigned int count) {
 
 std::size_t generated_floor(unsigned int count) {
   sink.clear();
-  const yajl_gen gen = yajl_gen_alloc(nullptr);
-  yajl_gen_config(gen, yajl_gen_print_callback, append, static_cast<void*>(nullptr));
+  const yajl_gen gen = bare_yajl::generator_to(sink);
   yajl_gen_map_open(gen);
-  string(gen, "jsonrpc");
-  string(gen, "2.0");
-  string(gen, "method");
-  string(gen, "sum");
-  string(gen, "id");
-  string(gen, JSON_RPC_Id_Generator::get());
-  string(gen, "params");
+  bare_yajl::put(gen, "jsonrpc");
+  bare_yajl::put(gen, "2.0");
+  bare_yajl::put(gen, "method");
+  bare_yajl::put(gen, "sum");
+  bare_yajl::put(gen, "id");
+  bare_yajl::put(gen, JSON_RPC_Id_Generator::get());
+  bare_yajl::put(gen, "params");
   records(gen, count);
   yajl_gen_map_close(gen);
   yajl_gen_free(gen);

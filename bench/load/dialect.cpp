@@ -3,6 +3,7 @@
 #include <strings.h>
 
 #include <charconv>
+#include <cstdint>
 #include <limits>
 
 namespace {
@@ -95,6 +96,57 @@ private:
   const std::string head_;
 };
 
+/// A call a frame (RFC 6455). An answer may come in several, with control frames between them.
+class Websocket final : public Dialect {
+public:
+  void add_call(std::string_view call, std::string& out) const override {
+    add_frame(text_kind, call, out);
+  }
+  Found find_answer(std::string_view bytes) const override {
+    Found found;
+    for (bool in_message = false; bytes.size() >= 2;) {
+      const unsigned char first = bytes[0], second = bytes[1];
+      const unsigned int kind = first & 0x0f;
+      const std::size_t head = second == 127 ? 10 : second == 126 ? 4 : 2;
+      found.broken = (first & 0x70) != 0 || second > 127;
+      if (found.broken) return found;
+      if (bytes.size() < head) break;
+      const std::uint64_t length = head == 2 ? second : big_endian(bytes.substr(2, head - 2));
+      if (bytes.size() - head < length) break;
+      const std::string_view content = bytes.substr(head, length);
+      bytes.remove_prefix(head + length);
+      found.used += head + length;
+      if (kind == ping_kind) add_frame(pong_kind, content, found.reply);
+      found.answers_none = (kind & control_bit) != 0;
+      if (!found.answers_none) {
+        found.answer += content;
+        in_message = (first & last_bit) == 0;
+      }
+      if (!in_message) return found;
+    }
+    return Found();
+  }
+  bool in_order() const override { return false; }
+
+private:
+  static constexpr unsigned char last_bit = 0x80, mask_bit = 0x80, control_bit = 8;
+  static constexpr unsigned char text_kind = 1, ping_kind = 9, pong_kind = 10;
+
+  static std::uint64_t big_endian(std::string_view bytes) {
+    std::uint64_t number = 0;
+    for (const unsigned char byte : bytes) number = number << 8 | byte;
+    return number;
+  }
+  static void add_frame(unsigned char kind, std::string_view content, std::string& out) {
+    const std::uint64_t size = content.size();
+    const int more = size < 126 ? 0 : size < 65536 ? 2 : 8;  // bytes of the length
+    out += static_cast<char>(last_bit | kind);
+    out += static_cast<char>(mask_bit | (more == 0 ? size : more == 2 ? 126 : 127));
+    for (int i = more; i-- > 0;) out += static_cast<char>(size >> 8 * i);
+    out.append(4, '\0').append(content);  // a mask of zeros leaves it as it is
+  }
+};
+
 /// The number behind the first `key`, unless `before` comes first.
 template <typename Number>
 bool number_behind(std::string_view text, std::string_view key, Number& number) {
@@ -106,6 +158,7 @@ bool number_behind(std::string_view text, std::string_view key, Number& number) 
 
 std::unique_ptr<Dialect> make_dialect(const Door& door) {
   if (door.kind == Door::HTTP) return std::make_unique<Http>(door);
+  if (door.kind == Door::WEBSOCKET) return std::make_unique<Websocket>();
   return std::make_unique<Lines>();
 }
 

@@ -12,10 +12,12 @@ class Dialect {
 public:
   /// What the next bytes hold.
   struct Found {
-    std::size_t used = 0;  // bytes of one whole answer; 0 while it is not complete
-    std::string answer;    // its JSON
-    int status = 200;      // of HTTP
-    bool broken = false;   // the bytes cannot be understood: the connection is of no use any more
+    std::size_t used = 0;       // bytes of one whole answer; 0 while it is not complete
+    std::string answer;         // its JSON
+    int status = 200;           // of HTTP
+    std::string reply;          // to be sent back
+    bool answers_none = false;  // they ask for the reply at most, and belong to no call
+    bool broken = false;  // the bytes cannot be understood: the connection is of no use any more
   };
 
   virtual ~Dialect() = default;

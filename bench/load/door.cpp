@@ -30,15 +30,12 @@ bool split_authority(std::string authority, Door& door) {
   return door.port.find_first_not_of("0123456789") == std::string::npos;
 }
 
-/// Connects with a blocking socket, so that the load begins when all stand.
 int connect_to(int family, const sockaddr* address, socklen_t length) {
   const int socket = ::socket(family, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (socket == -1) return -1;
   const int on = 1;
   if (family != AF_UNIX) ::setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-  if (::connect(socket, address, length) == 0 && ::fcntl(socket, F_SETFL, O_NONBLOCK) == 0) {
-    return socket;
-  }
+  if (::connect(socket, address, length) == 0) return socket;
   const int reason = errno;
   ::close(socket);
   errno = reason;
@@ -77,6 +74,23 @@ int connect_tcp(const Door& door, std::string& error) {
   return socket;
 }
 
+/// Asks for WebSocket (RFC 6455). The key may be any; whether the answer fits it is not looked at.
+bool upgrade(int socket, const Door& door) {
+  const timeval patience = {10, 0};
+  ::setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+  const std::string request = "GET " + door.path + " HTTP/1.1\r\nHost: " + door.host + ":" +
+                              door.port +
+                              "\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n"
+                              "Sec-WebSocket-Version: 13\r\n"
+                              "Sec-WebSocket-Key: AAAAAAAAAAAAAAAAAAAAAA==\r\n\r\n";
+  ::send(socket, request.data(), request.size(), MSG_NOSIGNAL);
+  std::string head;
+  for (char c; head.find("\r\n\r\n") == std::string::npos; head += c) {
+    if (head.size() == 4096 || ::recv(socket, &c, 1, 0) != 1) return false;
+  }
+  return head.rfind("HTTP/1.1 101 ", 0) == 0;
+}
+
 }  // namespace
 
 bool Door::parse(const std::string& url, Door& door) {
@@ -90,13 +104,28 @@ bool Door::parse(const std::string& url, Door& door) {
     door.kind = TCP;
     return split_authority(rest, door);
   }
-  if (!take_prefix(rest, "http://")) return false;
-  door.kind = HTTP;
+  if (take_prefix(rest, "http://")) {
+    door.kind = HTTP;
+  } else if (take_prefix(rest, "ws://")) {
+    door.kind = WEBSOCKET;
+  } else {
+    return false;
+  }
   const std::size_t slash = rest.find('/');
   door.path = slash == std::string::npos ? "/rpc" : rest.substr(slash);
   return split_authority(rest.substr(0, slash), door);
 }
 
 int Door::connect(std::string& error) const {
-  return kind == UNIX ? connect_unix(path, error) : connect_tcp(*this, error);
+  const int socket = kind == UNIX ? connect_unix(path, error) : connect_tcp(*this, error);
+  if (socket == -1) return -1;
+  if (kind == WEBSOCKET && !upgrade(socket, *this)) {
+    error = "no upgrade to WebSocket";
+  } else if (::fcntl(socket, F_SETFL, O_NONBLOCK) != 0) {
+    error = std::strerror(errno);
+  } else {
+    return socket;
+  }
+  ::close(socket);
+  return -1;
 }

@@ -2,10 +2,10 @@
 
 #include <string>
 
-/// Where the load goes: tcp://HOST:PORT, unix://PATH or http://HOST:PORT[/PATH], the path being
-/// /rpc where there is none.
+/// Where the load goes: tcp://HOST:PORT, unix://PATH, http://HOST:PORT[/PATH] or
+/// ws://HOST:PORT[/PATH], the path being /rpc where there is none.
 struct Door {
-  enum Kind { TCP, UNIX, HTTP };
+  enum Kind { TCP, UNIX, HTTP, WEBSOCKET };
 
   Kind kind = TCP;
   std::string host;  // without brackets
@@ -15,6 +15,7 @@ struct Door {
   /// False for anything else.
   static bool parse(const std::string& url, Door& door);
 
-  /// A new connection, which does not block; -1 with the reason in `error`.
+  /// A new connection, upgraded where it is to be, which does not block; -1 with the reason in
+  /// `error`.
   int connect(std::string& error) const;
 };

@@ -229,9 +229,11 @@ void Run::take_answers(Link& link, Nanoseconds time) {
     if (found.broken) return close(link, "not understood");
     if (found.used == 0) break;
     used += found.used;
-    take(link, found, time);
+    link.out += found.reply;
+    if (!found.answers_none) take(link, found, time);
   }
   link.in.erase(0, used);
+  flush(link);
 }
 
 /// One answer. Where it does not say whose it is, the order does, or nobody.

@@ -1,11 +1,8 @@
 #include "bench/load/load.h"
 
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
+#include <boost/asio.hpp>
 #include <chrono>
 #include <string>
 #include <thread>
@@ -14,67 +11,55 @@
 
 namespace {
 
-/// Answers one connection's lines with their ids, and after so many stops for a while, or closes.
+using boost::asio::ip::tcp;
+
+/// Answers one connection's lines with their ids, and after so many of them stops for a while, or
+/// closes where that is 0.
 class Scripted_Server {
 public:
-  Scripted_Server(unsigned int answers, std::chrono::milliseconds stop, bool close)
-      : listener_(::socket(AF_INET, SOCK_STREAM, 0)) {
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    ::bind(listener_, reinterpret_cast<sockaddr*>(&address), length);
-    ::listen(listener_, 1);
-    ::getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length);
-    port_ = ntohs(address.sin_port);
-    thread_ = std::thread([=] { serve(answers, stop, close); });
-  }
-  ~Scripted_Server() {
-    thread_.join();
-    ::close(listener_);
-  }
-  Load load() const {
+  Scripted_Server(unsigned int answers, std::chrono::milliseconds stop)
+      : thread_([=] { serve(answers, stop); }) {}
+  ~Scripted_Server() { thread_.join(); }
+
+  /// A call each millisecond.
+  Result result_of(double seconds) const {
     Load load;
-    EXPECT_TRUE(Door::parse("tcp://127.0.0.1:" + std::to_string(port_), load.door));
+    const std::string port = std::to_string(acceptor_.local_endpoint().port());
+    EXPECT_TRUE(Door::parse("tcp://127.0.0.1:" + port, load.door));
     load.methods = {{"sum", "[1]", 1}};
-    return load;
+    load.warm_up = 0;
+    load.seconds = seconds;
+    Result result;
+    std::string error;
+    EXPECT_TRUE(run_load(load, result, error)) << error;
+    return result;
   }
 
 private:
-  void serve(unsigned int answers, std::chrono::milliseconds stop, bool close) {
-    const int socket = ::accept(listener_, nullptr, nullptr);
-    char c;
-    std::string line;
-    for (unsigned int n = 0; ::recv(socket, &c, 1, 0) == 1;) {
-      if (c != '\n') {
-        line += c;
-        continue;
-      }
-      if (n++ == answers && close) break;
+  void serve(unsigned int answers, std::chrono::milliseconds stop) {
+    tcp::socket socket = acceptor_.accept();
+    boost::system::error_code error;
+    std::string text;
+    for (unsigned int n = 1;; ++n) {
+      const std::size_t size =
+          boost::asio::read_until(socket, boost::asio::dynamic_buffer(text), '\n', error);
+      if (error || (n > answers && stop.count() == 0)) return;
       if (n == answers) std::this_thread::sleep_for(stop);
-      line.replace(line.find(",\"method\""), std::string::npos, ",\"result\":1}\n");
-      ::send(socket, line.data(), line.size(), MSG_NOSIGNAL);
-      line.clear();
+      const std::string answer = text.substr(0, text.find(",\"method\"")) + ",\"result\":1}\n";
+      text.erase(0, size);
+      boost::asio::write(socket, boost::asio::buffer(answer), error);
     }
-    ::close(socket);
   }
 
-  const int listener_;
-  unsigned short port_ = 0;
+  boost::asio::io_context context_;
+  tcp::acceptor acceptor_{context_, {boost::asio::ip::address_v4::loopback(), 0}};
   std::thread thread_;
 };
 
 }  // namespace
 
 TEST(LoadTest, AStopIsChargedToAllCallsThatWereDueMeanwhile) {
-  const Scripted_Server server(200, std::chrono::milliseconds(500), false);
-  Load load = server.load();
-  load.rate = 1000;
-  load.warm_up = 0;
-  load.seconds = 1;
-  Result result;
-  std::string error;
-  ASSERT_TRUE(run_load(load, result, error)) << error;
+  Result result = Scripted_Server(200, std::chrono::milliseconds(500)).result_of(1);
   EXPECT_EQ(1000u, result.all.latencies.count());
   EXPECT_TRUE(result.all.errors.empty());
   // With one call in flight only one met the stop itself; half a second's worth waited behind it.
@@ -83,34 +68,31 @@ TEST(LoadTest, AStopIsChargedToAllCallsThatWereDueMeanwhile) {
 }
 
 TEST(LoadTest, AConnectionThatClosesEndsItsCallsAndTheRun) {
-  const Scripted_Server server(100, std::chrono::milliseconds(0), true);
-  Load load = server.load();
-  load.rate = 1000;
-  load.warm_up = 0;
-  load.seconds = 60;
-  Result result;
-  std::string error;
-  ASSERT_TRUE(run_load(load, result, error)) << error;
+  Result result = Scripted_Server(100, std::chrono::milliseconds(0)).result_of(60);
   EXPECT_TRUE(result.cut);
   EXPECT_EQ(1u, result.all.errors["closed"]);
 }
 
 TEST(LoadTest, AnswersAreFoundWhereverTheyAreCut) {
   const std::string answer = R"({"jsonrpc":"2.0","id":12,"result":"{\"id\":3}"})";
-  const std::string size = std::to_string(answer.size());
+  ASSERT_EQ(47u, answer.size());
+  const std::string start = answer.substr(0, 5), rest = answer.substr(5);
   struct Case {
     const char* url;
     std::string bytes;
     int status;
+    std::string reply;
   } const cases[] = {
-      {"tcp://h:1", answer + "\n", 200},
-      {"http://h:1", "HTTP/1.1 200 OK\r\ncontent-length: " + size + "\r\n\r\n" + answer, 200},
+      {"tcp://h:1", answer + "\n", 200, ""},
+      {"http://h:1", "HTTP/1.1 200 OK\r\ncontent-length: 47\r\n\r\n" + answer, 200, ""},
       {"http://h:1/x",
-       "HTTP/1.1 503 Busy\r\nA: b\r\nTransfer-Encoding: chunked\r\n\r\n5\r\n" +
-           answer.substr(0, 5) + "\r\n2a\r\n" + answer.substr(5) + "\r\n0\r\n\r\n",
-       503},
+       "HTTP/1.1 503 Busy\r\nA: b\r\nTransfer-Encoding: chunked\r\n\r\n5\r\n" + start +
+           "\r\n2a\r\n" + rest + "\r\n0\r\n\r\n",
+       503, ""},
+      {"ws://h:1", "\x01\x05" + start + "\x89\x02hi\x80\x2a" + rest, 200,
+       std::string("\x8a\x82\0\0\0\0hi", 8)},
+      {"ws://h:1", std::string("\x81\x7e\0\x2f", 4) + answer, 200, ""},
   };
-  ASSERT_EQ(5u + 0x2a, answer.size());
   for (const Case& c : cases) {
     SCOPED_TRACE(c.bytes);
     Door door;
@@ -124,19 +106,18 @@ TEST(LoadTest, AnswersAreFoundWhereverTheyAreCut) {
     EXPECT_EQ(c.bytes.size(), found.used);
     EXPECT_EQ(answer, found.answer);
     EXPECT_EQ(c.status, found.status);
-    unsigned long long id;
-    int code;
-    EXPECT_TRUE(read_answer(found.answer, id, code));
-    EXPECT_EQ(12u, id);
-    EXPECT_EQ(0, code);
+    EXPECT_EQ(c.reply, found.reply);
+    EXPECT_FALSE(found.answers_none);
   }
 }
 
-TEST(LoadTest, ErrorsAreToldByTheirCodes) {
+TEST(LoadTest, AnswersAreKnownByTheirIdAndErrorsByTheirCode) {
   unsigned long long id;
   int code;
-  EXPECT_TRUE(
-      read_answer(R"({"jsonrpc":"2.0","id":7,"error":{"code":-32601,"message":"m"}})", id, code));
+  EXPECT_TRUE(read_answer(R"({"jsonrpc":"2.0","id":7,"result":"{\"id\":3}"})", id, code));
+  EXPECT_EQ(7u, id);
+  EXPECT_EQ(0, code);
+  EXPECT_TRUE(read_answer(R"({"jsonrpc":"2.0","id":7,"error":{"code":-32601}})", id, code));
   EXPECT_EQ(-32601, code);
   for (const char* const text :
        {R"({"jsonrpc":"2.0","id":null,"error":{"code":-32700}})", R"({"id":"7","result":1})",

@@ -34,23 +34,26 @@ bool parse_methods(const std::vector<std::string>& texts, std::vector<Method>& m
 
 bool Options::parse(int argc, char** argv, int& status) {
   CLI::App app("Calls a server at a fixed rate and prints how long the answers took.");
-  app.option_defaults()->always_capture_default();
+  app.option_defaults()->always_capture_default()->multi_option_policy(
+      CLI::MultiOptionPolicy::TakeLast);
   std::string url = "tcp://127.0.0.1:7070";
   std::vector<std::string> methods = {"sum:[1,2,3]:1"};
   rates = {1000};
-  app.add_option("--url", url, "tcp://HOST:PORT, unix://PATH or http://HOST:PORT[/PATH]");
+  app.add_option("--url", url, "tcp://HOST:PORT, unix://PATH, http://HOST:PORT[/PATH] or ws://...");
   app.add_option("--connections", load.connections, "How many connections")
       ->check(CLI::Range(1, 100000));
   app.add_option("--depth", load.depth, "Calls in flight on each connection, at most")
       ->check(CLI::Range(1, 100000));
   app.add_option("--rate", rates, "Calls a second, over all connections; repeatable: a run each")
+      ->take_all()
       ->check(CLI::Range(0.1, 1e7));
   app.add_option("--warm-up", load.warm_up, "Seconds that are not counted")
       ->check(CLI::Range(0.0, 3600.0));
   app.add_option("--seconds", load.seconds, "Seconds that are")->check(CLI::Range(0.01, 86400.0));
   app.add_option("--grace", load.grace, "Seconds that the last answers get")
       ->check(CLI::Range(0.0, 3600.0));
-  app.add_option("--method", methods, "NAME:PARAMS:WEIGHT, repeatable; PARAMS may be empty");
+  app.add_option("--method", methods, "NAME:PARAMS:WEIGHT, repeatable; PARAMS may be empty")
+      ->take_all();
   app.add_option("--svg", svg, "Where a plot of latency by percentile goes");
   status = 2;
   try {
