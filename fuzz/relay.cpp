@@ -185,6 +185,9 @@ public:
   /// The requesters take all, as a relay that waits needs it.
   void go_on() {
     if (!inbound_.relay_waits(agent_.wire)) return;
+    // A requester that is to be closed takes nothing behind the answer that broke off: its close
+    // ends the wait, and is not played here.
+    if (first_.closed() || second_.closed()) return;
     const int resumes = agent_.wire->resumes;
     take(true, true);
     FUZZ_CHECK(agent_.wire->resumes > resumes);
