@@ -194,28 +194,6 @@ TEST_F(ChannelMemoryTest, AnAnswerIsSentOrAnErrorIsOrTheConnectionCloses) {
   }
 }
 
-TEST_F(ChannelMemoryTest, AnAnswerThatItsHandlerLeavesIsBrokenOff) {
-  const Quiet_Log quiet;
-  for (const int count : {small, large}) {
-    const auto channel = std::make_shared<Owing_Channel>();
-    Stream_Channel& stream = *channel->stream;
-    JSON_RPC_Object_var request = owed(channel, long_text);
-    yajl_gen_t* const gen = stream.send_begin();
-    ASSERT_NE(nullptr, gen);
-    Large_Answer(count).generate(gen);
-    EXPECT_EQ(nullptr, stream.send_begin());
-    EXPECT_EQ(EBUSY, errno);
-    request = make_notification("the handler has thrown");
-    EXPECT_EQ(count == large, channel->closes());
-    if (count == small) {
-      EXPECT_EQ(internal_error("Internal error") + "\n", channel->output());
-    }
-    yajl_gen_null(gen);  // by somebody who does not know yet
-    ASSERT_NE(nullptr, stream.send_begin()) << "the thread can stream again";
-    EXPECT_EQ(-1, stream.send_end());
-  }
-}
-
 /// Reads what an agent answers, as its connection does.
 class Reading_Agent final : private Inbound::Sink {
 public:
@@ -265,6 +243,7 @@ TEST_F(ChannelMemoryTest, ARelayedAnswerIsSentOrAnErrorIsOrTheConnectionCloses) 
         const auto agent = std::make_unique<Reading_Agent>();
         JSON_RPC_Object_var request = owed(requester, long_text);
         const JSON_RPC_Object_var other(make_notification("m"));
+        ASSERT_EQ(0, agent->stream().send(make_request("m", 7)));
         memory([&] {
           if (agent->stream().forward(requester->channel, request) == -1) {
             requester->stream->answer_error(request->id, JSON_RPC_INTERNAL_ERROR, nullptr);
@@ -286,6 +265,7 @@ TEST_F(ChannelMemoryTest, ARelayedAnswerIsSentOrAnErrorIsOrTheConnectionCloses) 
         expect_settled(*requester, whole, framing);
         agent->close();
         EXPECT_EQ("", requester->output()) << "and not twice";
+        EXPECT_FALSE(agent->stream().awaits_answers());
       });
     }
   }
@@ -315,25 +295,6 @@ TEST_F(ChannelMemoryTest, CallsAreSentOrFailAndLeaveNothingBehind) {
     EXPECT_TRUE(result == 0 || (memory.hit() && errno == ENOMEM));
     EXPECT_EQ(result == 0, channel->stream->awaits_answers());
     EXPECT_EQ(result == 0, !channel->output().empty());
-  });
-}
-
-TEST_F(ChannelMemoryTest, ClosingTellsWhoeverWaits) {
-  struct Waiter final : JSON_RPC_Handler {
-    int handle_object(JSON_RPC_Channel_ptr, JSON_RPC_Object_var) override { return 0; }
-  };
-  at_every_allocation([&](Failing_Memory& memory) {
-    const auto requester = std::make_shared<Owing_Channel>();
-    const auto agent = std::make_unique<Reading_Agent>();
-    const JSON_RPC_Object_var call = make_request("m", 7);
-    JSON_RPC_Object_var request = owed(requester, long_text);
-    ASSERT_EQ(0, agent->stream().send(call));
-    ASSERT_EQ(0, agent->stream().forward(requester->channel, request));
-    request = call;
-    memory([&] { agent->close(); });
-    EXPECT_FALSE(agent->stream().awaits_answers());
-    expect_settled(*requester, internal_error("Internal error, forwarder is closed."),
-                   Framing::LINES);
   });
 }
 

@@ -29,8 +29,8 @@ bool Failing_Memory::fails() {
   return armed->hit_ = true;
 }
 
-void Failing_Memory::starve_thread() {
-  thread_local Failing_Memory none(THAT_AND_ALL_AFTER, 0);
+void Failing_Memory::starve_thread(Kind kind) {
+  thread_local Failing_Memory none(kind, 0);
   armed = &none;
 }
 

@@ -1,13 +1,12 @@
 #pragma once
 
-#include <ace/Log_Msg.h>
-#include <ace/Log_Msg_Backend.h>
 #include <gtest/gtest.h>
 
 #include <climits>
 #include <cstdio>
 #include <utility>
 
+#include "tests/support/log_capture.h"
 #include "vexa/exception_text.h"
 
 /// Allocations with operator new that fail on purpose, on the thread that runs an operation under
@@ -33,8 +32,8 @@ public:
   /// Whether an allocation has failed.
   bool hit() const { return hit_; }
 
-  /// From now on every allocation of this thread fails.
-  static void starve_thread();
+  /// The next allocation of this thread fails, or all from now on.
+  static void starve_thread(Kind kind);
 
   /// Allocations of this thread succeed while it lives: what the test itself does.
   class Pause {
@@ -65,25 +64,9 @@ private:
   bool hit_ = false;
 };
 
-/// Swallows what is logged, after it has been put together; a Log_Capture would allocate.
-class Quiet_Log final : public ACE_Log_Msg_Backend {
-public:
-  Quiet_Log() : outer_(ACE_Log_Msg::msg_backend(this)) {
-    ACE_LOG_MSG->set_flags(ACE_Log_Msg::CUSTOM);
-    ACE_LOG_MSG->clr_flags(ACE_Log_Msg::STDERR);
-  }
-  ~Quiet_Log() override {
-    ACE_LOG_MSG->clr_flags(ACE_Log_Msg::CUSTOM);
-    ACE_LOG_MSG->set_flags(ACE_Log_Msg::STDERR);
-    ACE_Log_Msg::msg_backend(outer_);
-  }
-  int open(const ACE_TCHAR*) override { return 0; }
-  int reset() override { return 0; }
-  int close() override { return 0; }
+/// Swallows what is logged, after it has been put together; to keep it would cost memory.
+class Quiet_Log final : public Log_Capture {
   ssize_t log(ACE_Log_Record&) override { return 0; }
-
-private:
-  ACE_Log_Msg_Backend* const outer_;
 };
 
 /// Whether a trial gives back all that it allocated. One that starts threads does not: ACE keeps

@@ -4,7 +4,6 @@
 
 #include <cerrno>
 #include <string>
-#include <vector>
 
 #include "json_rpc/json_rpc_forward_map.h"
 #include "tests/faults/failing_memory.h"
@@ -19,11 +18,7 @@ const std::string long_text = "a text that is too long to be kept in place, by f
 /// Counts what it is sent; sending costs no memory.
 class Counting_Channel final : public Fake_Channel {
 public:
-  int send(JSON_RPC_Object_var obj) override {
-    ++sent;
-    static_cast<void>(obj);
-    return 0;
-  }
+  int send(JSON_RPC_Object_var) override { return ++sent, 0; }
   int sent = 0;
 };
 
@@ -31,10 +26,55 @@ struct Silent_Handler final : JSON_RPC_Handler {
   int handle_object(JSON_RPC_Channel_ptr, JSON_RPC_Object_var) override { return 0; }
 };
 
-class RegistryMemoryTest : public ::testing::Test {
+/// insert(table) gives 0, or fails with ENOMEM and then the table is as if it had not been called,
+/// which has(table) tells.
+template <typename Table, typename Insert, typename Has>
+void expect_all_or_nothing(Insert insert, Has has) {
+  at_every_allocation([&](Failing_Memory& memory) {
+    Table table;
+    int result = -2;
+    int error = 0;
+    memory([&] {
+      result = insert(table);
+      error = errno;
+    });
+    EXPECT_TRUE(result == 0 || (memory.hit() && error == ENOMEM)) << error;
+    EXPECT_EQ(result == 0, has(table));
+    if (result != 0) {
+      EXPECT_EQ(0, insert(table)) << "the next time";
+    }
+  });
+}
+
+TEST(RegistryMemoryTest, TablesTakeAllOrNothing) {
+  const JSON_RPC_Channel_var channel = make_fake_channel(1, long_text);
+  const JSON_RPC_Handler_var handler(new Silent_Handler);
+  Silent_Handler method;
+  const Value id(long_text);
+  const std::vector<std::string> subjects{"a", long_text, "*"};
+  expect_all_or_nothing<JSON_RPC_Response_Map>([&](auto& map) { return map.insert(id, handler); },
+                                               [&](auto& map) { return map.contains(long_text); });
+  expect_all_or_nothing<JSON_RPC_Channel_Pool>([&](auto& pool) { return pool.insert(channel); },
+                                               [&](auto& pool) { return !pool.channel().null(); });
+  expect_all_or_nothing<JSON_RPC_Forward_Map>(
+      [&](auto& map) { return map.put(id, channel) > 0 ? 0 : -1; },
+      [&](auto& map) {
+        JSON_RPC_Forward_Map::data_type data;
+        const bool found = map.get(1, data) == 0;
+        if (found) map.put(id, channel);  // as it was
+        return found;
+      });
+  expect_all_or_nothing<JSON_RPC_Notify_Manager>(
+      [&](auto& subscriptions) { return subscriptions.subscribe(channel, subjects); },
+      [&](auto& subscriptions) { return subscriptions.size() == subjects.size(); });
+  expect_all_or_nothing<JSON_RPC_Request_Map>(
+      [&](auto& map) { return map.insert(long_text, long_text, &method, [](void*) {}); },
+      [&](auto& map) { return map.find(long_text) == &method; });
+}
+
+class DispatchMemoryTest : public ::testing::Test {
 protected:
-  ~RegistryMemoryTest() override {
-    Global_JSON_RPC_Channel::instance(JSON_RPC_Channel::none());
+  ~DispatchMemoryTest() override {
     JSON_RPC_Notify_Manager::close_instance();
     JSON_RPC_Dispatcher::close_instance();
     JSON_RPC_Request_Map::close_instance();
@@ -45,156 +85,80 @@ protected:
   JSON_RPC_Request_Map* const methods_ = JSON_RPC_Request_Map::instance();
 };
 
-TEST_F(RegistryMemoryTest, TablesTakeAllOrNothing) {
-  at_every_allocation([](Failing_Memory& memory) {
-    const JSON_RPC_Channel_var channel = make_fake_channel(1, long_text);
-    const JSON_RPC_Handler_var handler(new Silent_Handler);
-    JSON_RPC_Response_Map responses;
-    JSON_RPC_Channel_Pool pool;
-    JSON_RPC_Forward_Map forwards;
-    JSON_RPC_Notify_Manager subscriptions;
-    JSON_RPC_Request_Map methods;
-    Silent_Handler* const method = new Silent_Handler;
-    const Value id(long_text);
-    const std::vector<std::string> subjects{"a", long_text, "*"};
-    int results[5] = {-2, -2, -2, -2, -2};
-    int errors[5] = {};
-    const auto note = [&](int at, int result) {
-      results[at] = result;
-      errors[at] = errno;
-    };
-    memory([&] {
-      note(0, responses.insert(id, handler));
-      note(1, pool.insert(channel));
-      note(2, forwards.put(id, channel) > 0 ? 0 : -1);
-      note(3, subscriptions.subscribe(channel, subjects));
-      note(4, methods.insert(long_text, long_text, method, nullptr));
-    });
-    for (int i = 0; i < 5; ++i) {
-      if (results[i] != 0) {
-        EXPECT_EQ(ENOMEM, errors[i]) << i;
-      }
-      EXPECT_TRUE(results[i] == 0 || memory.hit()) << i;
-    }
-    EXPECT_EQ(results[0] == 0, responses.contains(long_text));
-    EXPECT_EQ(results[1] == 0, !pool.channel().null());
-    EXPECT_EQ(results[3] == 0 ? 3u : 0u, subscriptions.size());
-    EXPECT_EQ(results[4] == 0 ? method : nullptr, methods.find(long_text));
-    EXPECT_EQ(results[0] == 0 ? -1 : 0, responses.insert(long_text, handler));
-    EXPECT_EQ(results[1] == 0 ? -1 : 0, pool.insert(channel));
-    EXPECT_LT(0, forwards.put(1, channel));
-    EXPECT_EQ(0, subscriptions.subscribe(channel, {"b"}));
-    EXPECT_EQ(0, subscriptions.unsubscribe(channel));
-    EXPECT_EQ(0u, subscriptions.size());
-    if (results[4] != 0) {
-      EXPECT_EQ(0, methods.insert("m", "", method, nullptr));
-    }
-  });
-}
-
-TEST_F(RegistryMemoryTest, AChannelIsListedUnderItsOwnIdOrNotAtAll) {
+TEST_F(DispatchMemoryTest, AChannelIsListedUnderItsOwnIdOrNotAtAllAndAlwaysUnlisted) {
   at_every_allocation([this](Failing_Memory& memory) {
     JSON_RPC_Channel_Map map;
     const JSON_RPC_Channel_var channel = make_fake_channel(1, long_text);
     const JSON_RPC_Channel_var other = make_fake_channel(1, "");
-    Counting_Channel* const counting = new Counting_Channel;
-    const JSON_RPC_Channel_var subscriber(counting);
-    notify_->subscribe(subscriber, {"*"});
-    ASSERT_EQ(0, map.insert(other));
-    int inserted = -1;
-    memory([&] { inserted = map.insert(channel); });
-    EXPECT_TRUE(inserted == 0 || memory.hit());
-    EXPECT_EQ(inserted == 0, map.find(1, long_text) == channel);
-    EXPECT_TRUE(map.find(1, "") == other) << "nobody else's place is taken";
-    EXPECT_EQ(0, map.insert(channel));
-    notify_->unsubscribe(subscriber);
-  });
-}
-
-TEST_F(RegistryMemoryTest, AChannelThatGoesIsUnlistedWhateverFails) {
-  at_every_allocation([this](Failing_Memory& memory) {
-    JSON_RPC_Channel_Map map;
-    const JSON_RPC_Channel_var channel = make_fake_channel(1, long_text);
-    const JSON_RPC_Channel_var other = make_fake_channel(1, "");
-    ASSERT_EQ(0, map.insert(channel) + map.insert(other));
+    const JSON_RPC_Channel_var subscriber(new Counting_Channel);
+    ASSERT_EQ(0, notify_->subscribe(subscriber, {"*"}) + map.insert(other));
     ASSERT_EQ(0, notify_->subscribe(channel, {long_text, "*"}));
+    int inserted = -1;
     memory([&] {
+      inserted = map.insert(channel);
+      if (inserted != 0) map.insert(channel);
       EXPECT_EQ(0, notify_->unsubscribe(channel));
       EXPECT_EQ(0, map.remove(channel));
     });
+    EXPECT_TRUE(inserted == 0 || memory.hit());
     EXPECT_TRUE(map.find(1, long_text).null());
-    EXPECT_TRUE(map.find(1, "") == other);
+    EXPECT_TRUE(map.find(1, "") == other) << "nobody else's place is taken";
+    EXPECT_EQ(0, map.insert(channel));
+    EXPECT_TRUE(map.find(1, long_text) == channel);
+    notify_->unsubscribe(subscriber);
     EXPECT_EQ(0u, notify_->size());
   });
 }
 
-TEST_F(RegistryMemoryTest, FanningOutSkipsWhomItCannotReachAndHoldsNoLock) {
+TEST_F(DispatchMemoryTest, FanningOutSkipsWhomItCannotReachAndHoldsNoLock) {
   at_every_allocation([this](Failing_Memory& memory) {
     JSON_RPC_Channel_Map map;
-    Counting_Channel* const counting[] = {new Counting_Channel, new Counting_Channel};
-    const JSON_RPC_Channel_var channels[] = {JSON_RPC_Channel_var(counting[0]),
-                                             JSON_RPC_Channel_var(counting[1])};
-    for (int i = 0; i < 2; ++i) {
-      channels[i]->id(long_text + std::to_string(i));
-      ASSERT_EQ(0, map.insert(channels[i]));
-      ASSERT_EQ(0, notify_->subscribe(channels[i], {long_text}));
-      counting[i]->sent = 0;
-    }
-    JSON_RPC_Channel_ptr gone;
+    Counting_Channel* const counting = new Counting_Channel;
+    const JSON_RPC_Channel_var channel(counting);
+    channel->id(long_text);
+    ASSERT_EQ(0, map.insert(channel) + notify_->subscribe(channel, {long_text}));
     {
       const JSON_RPC_Channel_var going = make_fake_channel(0, "going");
-      gone = going;
-      ASSERT_EQ(0, map.insert(going) + notify_->subscribe(gone, {long_text}));
+      ASSERT_EQ(0, map.insert(going) + notify_->subscribe(going, {long_text}));
     }
     const JSON_RPC_Object_var event = make_notification(long_text);
     JSON_RPC_Channel_Map::Channel_Infos infos;
-    const std::string first = long_text + "0";
     memory([&] {
-      dispatcher_->dispatch(channels[0], event);
+      dispatcher_->dispatch(channel, event);
       map.notify(event);
-      map.notify(0, first, event);
+      map.notify(0, long_text, event);
       map.channel_infos(infos, 0);
     });
-    if (!memory.hit()) {
-      EXPECT_EQ(3, counting[0]->sent);
-    }
-    for (int i = 0; i < 2; ++i) {
-      EXPECT_LE(counting[i]->sent, 3);
-      counting[i]->sent = 0;
-    }
+    EXPECT_TRUE(counting->sent == 3 || (memory.hit() && counting->sent < 3));
+    counting->sent = 0;
     EXPECT_EQ(0, notify_->notify(long_text, event));
     EXPECT_EQ(0, map.notify(event));
-    EXPECT_EQ(2, counting[0]->sent);
-    EXPECT_EQ(2, counting[1]->sent);
-    EXPECT_EQ(0, notify_->unsubscribe(long_text));
-    for (const auto& channel : channels) EXPECT_EQ(0, map.remove(channel));
+    EXPECT_EQ(2, counting->sent);
+    EXPECT_EQ(0, notify_->unsubscribe(long_text) + map.remove(channel));
   });
 }
 
 /// Answers nothing; what the dispatcher does around a call can fail all the same.
-TEST_F(RegistryMemoryTest, DispatchingLetsNoExceptionOut) {
+TEST_F(DispatchMemoryTest, DispatchingLetsNoExceptionOut) {
   const Log_Priorities all(LM_DEBUG | LM_INFO | LM_WARNING | LM_ERROR);
   methods_->insert(long_text, "", new Silent_Handler, nullptr);
-  for (const std::string& method : {long_text, std::string("unknown ") + long_text}) {
+  for (const bool known : {true, false}) {
     at_every_allocation([&](Failing_Memory& memory) {
       Counting_Channel* const counting = new Counting_Channel;
       const JSON_RPC_Channel_var channel(counting);
       channel->id(long_text);
-      const JSON_RPC_Object_var call = make_request(method, long_text);
-      const bool known = method == long_text;
+      const JSON_RPC_Object_var call =
+          make_request(known ? long_text : "unknown " + long_text, long_text);
       int result = -2;
       memory([&] { result = dispatcher_->dispatch(channel, call); });
-      if (known) {
-        EXPECT_EQ(0, result) << "the handler has taken it";
-      }
-      EXPECT_TRUE(result == 0 || memory.hit());
+      EXPECT_TRUE(result == 0 || (!known && memory.hit()));
       EXPECT_EQ(!known && result == 0 ? 1 : 0, counting->sent);
       EXPECT_EQ(0, dispatcher_->dispatch(channel, call));
     });
   }
 }
 
-TEST_F(RegistryMemoryTest, AChannelKeepsItsIdentity) {
+TEST_F(DispatchMemoryTest, AChannelKeepsItsIdentity) {
   at_every_allocation([](Failing_Memory& memory) {
     const JSON_RPC_Channel_var channel = make_fake_channel(1, "old");
     json_spirit::Object version;

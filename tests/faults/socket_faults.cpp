@@ -22,10 +22,8 @@ bool is_stream(int descriptor) {
   const int before = errno;
   int value = 0;
   socklen_t size = sizeof value;
-  const bool stream = ::getsockopt(descriptor, SOL_SOCKET, SO_TYPE, &value, &size) == 0 &&
-                      value == SOCK_STREAM &&
-                      ::getsockopt(descriptor, SOL_SOCKET, SO_DOMAIN, &value, &size) == 0 &&
-                      (value == AF_INET || value == AF_INET6 || value == AF_UNIX);
+  const bool stream =
+      ::getsockopt(descriptor, SOL_SOCKET, SO_TYPE, &value, &size) == 0 && value == SOCK_STREAM;
   errno = before;
   return stream;
 }
@@ -55,12 +53,17 @@ ssize_t transfer(Socket_Fault::Call call, int descriptor, One one, All all) {
   return -1;
 }
 
-/// The first byte that the vector has room for, or holds.
-iovec first_byte(const iovec* parts, std::size_t count) {
-  for (std::size_t i = 0; i < count; ++i) {
-    if (parts[i].iov_len > 0) return {parts[i].iov_base, 1};
+/// For the calls that take a vector: the rest of it is left out.
+template <typename Call>
+ssize_t one_byte(const msghdr& message, Call call) {
+  iovec byte{nullptr, 0};
+  for (std::size_t i = 0; i < message.msg_iovlen && byte.iov_len == 0; ++i) {
+    if (message.msg_iov[i].iov_len > 0) byte = {message.msg_iov[i].iov_base, 1};
   }
-  return {nullptr, 0};
+  msghdr less = message;
+  less.msg_iov = &byte;
+  less.msg_iovlen = 1;
+  return call(less);
 }
 
 }  // namespace
@@ -72,15 +75,6 @@ INTERPOSED int accept(int listener, sockaddr* address, socklen_t* size) {
   static const Accept real = next<Accept>("accept");
   const int fault = fault_of(Socket_Fault::ACCEPT, listener);
   if (fault == 0) return real(listener, address, size);
-  errno = fault;
-  return -1;
-}
-
-INTERPOSED int accept4(int listener, sockaddr* address, socklen_t* size, int flags) {
-  typedef int (*Accept)(int, sockaddr*, socklen_t*, int);
-  static const Accept real = next<Accept>("accept4");
-  const int fault = fault_of(Socket_Fault::ACCEPT, listener);
-  if (fault == 0) return real(listener, address, size, flags);
   errno = fault;
   return -1;
 }
@@ -102,28 +96,6 @@ INTERPOSED ssize_t recv(int descriptor, void* data, std::size_t size, int flags)
       [&] { return real(descriptor, data, size, flags); });
 }
 
-INTERPOSED ssize_t recvmsg(int descriptor, msghdr* message, int flags) {
-  typedef ssize_t (*Recv)(int, msghdr*, int);
-  static const Recv real = next<Recv>("recvmsg");
-  const auto one = [&] {
-    iovec byte = first_byte(message->msg_iov, message->msg_iovlen);
-    msghdr less = *message;
-    less.msg_iov = &byte;
-    less.msg_iovlen = 1;
-    return real(descriptor, &less, flags);
-  };
-  return transfer(Socket_Fault::READ, descriptor, one,
-                  [&] { return real(descriptor, message, flags); });
-}
-
-INTERPOSED ssize_t read(int descriptor, void* data, std::size_t size) {
-  typedef ssize_t (*Read)(int, void*, std::size_t);
-  static const Read real = next<Read>("read");
-  return transfer(
-      Socket_Fault::READ, descriptor, [&] { return real(descriptor, data, 1); },
-      [&] { return real(descriptor, data, size); });
-}
-
 INTERPOSED ssize_t send(int descriptor, const void* data, std::size_t size, int flags) {
   typedef ssize_t (*Send)(int, const void*, std::size_t, int);
   static const Send real = next<Send>("send");
@@ -135,21 +107,8 @@ INTERPOSED ssize_t send(int descriptor, const void* data, std::size_t size, int 
 INTERPOSED ssize_t sendmsg(int descriptor, const msghdr* message, int flags) {
   typedef ssize_t (*Send)(int, const msghdr*, int);
   static const Send real = next<Send>("sendmsg");
-  const auto one = [&] {
-    iovec byte = first_byte(message->msg_iov, message->msg_iovlen);
-    msghdr less = *message;
-    less.msg_iov = &byte;
-    less.msg_iovlen = 1;
-    return real(descriptor, &less, flags);
-  };
-  return transfer(Socket_Fault::WRITE, descriptor, one,
-                  [&] { return real(descriptor, message, flags); });
-}
-
-INTERPOSED ssize_t write(int descriptor, const void* data, std::size_t size) {
-  typedef ssize_t (*Write)(int, const void*, std::size_t);
-  static const Write real = next<Write>("write");
+  const auto one = [&](const msghdr& less) { return real(descriptor, &less, flags); };
   return transfer(
-      Socket_Fault::WRITE, descriptor, [&] { return real(descriptor, data, 1); },
-      [&] { return real(descriptor, data, size); });
+      Socket_Fault::WRITE, descriptor, [&] { return one_byte(*message, one); },
+      [&] { return real(descriptor, message, flags); });
 }

@@ -238,11 +238,4 @@ TEST_F(DiscoverTest, LeavesTheBareNamesWhereADescriptionIsBad) {
   }
 }
 
-TEST(DescriptionFileTest, LiesBesideTheLibrary) {
-  EXPECT_EQ("/x/sum.openrpc.json", http::description_file("/x/libsum.so"));
-  EXPECT_EQ("x/a.b.openrpc.json", http::description_file("x/a.b.so.1.2"));
-  EXPECT_EQ("./sum.openrpc.json", http::description_file("./sum"));
-  EXPECT_EQ("", http::description_file("libsum.so"));
-}
-
 }  // namespace

@@ -41,21 +41,4 @@ TEST(ConsoleTest, BrowsersMayRunWhatIsOnThePageAndNothingElse) {
   }
 }
 
-TEST(ConsoleTest, OnlyItsOwnPathIsServedAndWhatIsKnownIsNotSentAgain) {
-  Recorded_Reply first;
-  ASSERT_TRUE(http::serve_console(head_of(HTTP_METHOD_HEAD, "/"), first));
-  Http_Request_Head again = head_of(HTTP_METHOD_GET, "/");
-  again.request.headers().put(HTTP_HEAD_IF_NONE_MATCH, first.header(HTTP_HEAD_ETAG));
-  Recorded_Reply second;
-  ASSERT_TRUE(http::serve_console(again, second));
-  EXPECT_EQ(304, second.status());
-  EXPECT_EQ("", second.body());
-  EXPECT_EQ(first.header(HTTP_HEAD_ETAG), second.header(HTTP_HEAD_ETAG));
-
-  Recorded_Reply none;
-  EXPECT_FALSE(http::serve_console(head_of(HTTP_METHOD_POST, "/"), none));
-  EXPECT_FALSE(http::serve_console(head_of(HTTP_METHOD_GET, "/index.html"), none));
-  EXPECT_EQ(0, none.status()) << "another one answers";
-}
-
 }  // namespace

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "http/redirects.h"
+#include "tests/http/recorded_reply.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/temporary_file.h"
 
@@ -46,6 +48,32 @@ TEST_F(HTTPSiteTest, WhatIsGoodIsTakenAndTheRestIsNamed) {
   EXPECT_EQ(1u, log_.count("\"extra\" is unknown"));
   EXPECT_EQ(1u, load(R"({"redirects": {"/old": "/newer"}})")) << "the first of a prefix stays";
   EXPECT_EQ("/new", find(redirects_, "/old"));
+}
+
+TEST_F(HTTPSiteTest, RestAndQueryFollowTheNewURI) {
+  EXPECT_EQ(0u, load(R"({"redirects": {"/old": "/new", "/dir/": "https://other.example/x/",
+                                       "/host": "https://other.example", "/root": "/"}})"));
+  ASSERT_EQ(0, redirects_.insert("/broken", "/a\nSet-Cookie: b"));  // as no file gives it
+  const auto location = [&](const char* target) -> std::string {
+    Recorded_Reply reply;
+    if (!http::redirect(redirects_, head_of(HTTP_METHOD_POST, target), reply)) return "not here";
+    if (reply.status() != 308) return std::to_string(reply.status());
+    return reply.header(HTTP_HEAD_LOCATION);
+  };
+  const struct {
+    const char* target;
+    const char* location;
+  } cases[] = {{"/old", "/new"},
+               {"/old/", "/new/"},
+               {"/old/a%20b%3Fc?d=%20", "/new/a%20b%3Fc?d=%20"},
+               {"/old?q", "/new?q"},
+               {"/older", "not here"},
+               {"/dir/a", "https://other.example/x/a"},
+               {"/host/a", "https://other.example/a"},
+               {"/root//evil.example/", "/evil.example/"},
+               {"/old/%0d%0aX:%20y", "/new/%0D%0AX:%20y"},
+               {"/broken", "500"}};
+  for (const auto& c : cases) EXPECT_EQ(c.location, location(c.target)) << c.target;
 }
 
 TEST_F(HTTPSiteTest, AFileThatIsNoSiteCountsOnce) {

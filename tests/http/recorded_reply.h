@@ -1,12 +1,10 @@
 #pragma once
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <string>
 #include <utility>
-#include <vector>
 
 #include "http/http_exchange.h"
 #include "http/target.h"

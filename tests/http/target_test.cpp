@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <random>
-
 namespace {
 
 using http::parse_target;
@@ -57,27 +55,6 @@ TEST(TargetTest, FormsAreTakenApart) {
                {"/a?b\x7f", "400"}};
   for (const auto& c : cases) EXPECT_EQ(c.parsed, parsed(c.text)) << c.text;
   EXPECT_EQ("400", parsed(std::string("/a\0b", 4)));
-}
-
-TEST(TargetTest, NoTextEscapesAndWhatIsWrittenIsReadBackTheSame) {
-  std::minstd_rand random(1);
-  const char* const parts[] = {"/",   ".",   "..",  "%2e", "%2E%2e", "a",
-                               "%25", "%3f", "%5c", "//",  "?"};
-  for (int round = 0; round < 20000; ++round) {
-    std::string text = "/";
-    for (unsigned i = random() % 12; i > 0; --i) text += parts[random() % std::size(parts)];
-    Target target;
-    ASSERT_EQ(0, parse_target(text, target)) << text;
-    const std::string closed = target.path + "/";
-    ASSERT_EQ('/', target.path[0]) << text;
-    ASSERT_EQ(std::string::npos, closed.find("/../")) << text;
-    ASSERT_EQ(std::string::npos, closed.find("/./")) << text;
-    ASSERT_EQ(std::string::npos, target.path.find("//")) << text;
-    Target again;
-    ASSERT_EQ(0, parse_target(http::to_uri(target.path, target.query), again)) << text;
-    ASSERT_EQ(target.path, again.path) << text;
-    ASSERT_EQ(target.query, again.query) << text;
-  }
 }
 
 }  // namespace

@@ -21,7 +21,7 @@ TEST_F(ChannelPoolTest, TellsTheDeadFromTheLivingAndTakesNobodyTwice) {
   const JSON_RPC_Channel_ptr gone(channel);
   EXPECT_EQ(0, pool_.insert(channel));
   EXPECT_EQ(-1, pool_.insert(channel));
-  channel = JSON_RPC_Channel::none();
+  channel = JSON_RPC_Channel_var();
   EXPECT_EQ(-1, pool_.insert(gone));
 
   channel = JSON_RPC_Channel_var(new Reborn_Channel);  // where the one that went was
@@ -31,7 +31,7 @@ TEST_F(ChannelPoolTest, TellsTheDeadFromTheLivingAndTakesNobodyTwice) {
   EXPECT_EQ(0, pool_.insert(stays));
   channel = make_fake_channel();
   EXPECT_EQ(0, pool_.insert(channel));
-  channel = JSON_RPC_Channel::none();
+  channel = JSON_RPC_Channel_var();
   EXPECT_EQ(0, pool_.remove(gone)) << "takes both that are gone";
   EXPECT_TRUE(pool_.channel() == stays);
   EXPECT_EQ(0, pool_.remove(stays));

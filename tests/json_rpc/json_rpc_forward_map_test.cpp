@@ -20,7 +20,7 @@ TEST_F(ForwardMapTest, ClearAnswersThoseWhoStillWait) {
   map_.put("gone-id", make_fake_channel());
   const JSON_RPC_Channel_var other = make_fake_channel();
   map_.put(9, other);
-  JSON_RPC_Forward_Map::data_type data(Value::null, JSON_RPC_Channel::none());
+  JSON_RPC_Forward_Map::data_type data;
   int reached = 0;
   fake(live).on_send = [&](const JSON_RPC_Object_var& obj) {
     ++reached;

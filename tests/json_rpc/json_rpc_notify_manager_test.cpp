@@ -44,7 +44,7 @@ TEST_F(NotifyManagerTest, DeliversToSubjectThenWildcardThenDefault) {
   fake(c).send_result = -1;
   EXPECT_EQ("CABD", publish("x")) << "a failing send stops nothing";
   EXPECT_EQ(R"({"jsonrpc":"2.0","method":"x"})", fake(d).texts().back());
-  d = JSON_RPC_Channel::none();
+  d = JSON_RPC_Channel_var();
   EXPECT_EQ("B", publish("y")) << "nobody keeps the default channel alive";
 }
 
@@ -77,7 +77,7 @@ TEST_F(NotifyManagerTest, OneDeadUnsubscriberSweepsAllThatAreGone) {
   manager_.subscribe(live, {"x"});
   manager_.subscribe(first, {"x", "y"});
   manager_.subscribe(second, {"x", "*"});
-  first = JSON_RPC_Channel::none();
+  first = JSON_RPC_Channel_var();
   EXPECT_EQ("L22", publish("x"));
   EXPECT_FALSE(manager_.subscribed(gone));
 
@@ -88,7 +88,7 @@ TEST_F(NotifyManagerTest, OneDeadUnsubscriberSweepsAllThatAreGone) {
   EXPECT_EQ(0, manager_.unsubscribe(first));
   EXPECT_EQ("L22", publish("x"));
   EXPECT_EQ(0u, fake(first).count());
-  second = JSON_RPC_Channel::none();
+  second = JSON_RPC_Channel_var();
   EXPECT_EQ(5u, manager_.size());
   EXPECT_EQ(0, manager_.unsubscribe(gone, {"none"}));
   EXPECT_EQ(1u, manager_.size());

@@ -1,6 +1,5 @@
 #include "json_rpc/json_rpc_service.h"
 
-#include <ace/Thread_Manager.h>
 #include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -10,7 +9,6 @@
 
 #include "json_rpc/json_restful_handler_creator_map.h"
 #include "json_rpc/json_rpc_conf.h"
-#include "json_rpc/json_rpc_thread_handler.h"
 #include "tests/support/json_rpc_fixture.h"
 #include "tests/support/temporary_file.h"
 #include "vexa/http_file_uri_map.h"
@@ -101,7 +99,9 @@ TEST_F(ServiceTest, OptionsStartThePool) {
 }
 
 TEST_F(ServiceTest, FilesAreLoadedInOrderAndAllButRESTfulCreatorsGo) {
-  Temporary_File first("[" + record("method", "m", "make_handler", "first") + "]");
+  ::setenv("TEST_VALUE", "a b", 1);
+  Temporary_File first("[" + record("method", "m", "make_handler", "one 'two three' $TEST_VALUE") +
+                       "]");
   Temporary_File second("[" + record("method", "m", "make_handler", "second") + "]");
   Temporary_File filters("[" + record("method", "f", "make_creator") + "," +
                          record("method", "g", "make_null") + "]");
@@ -121,6 +121,8 @@ TEST_F(ServiceTest, FilesAreLoadedInOrderAndAllButRESTfulCreatorsGo) {
           "Failed to create JSON RESTful handler for method '/s': No space left on device\n",
           "/no/such/file: Failed to read configuration: No such file or directory\n",
           "Unknown JSON_RPC_Service option -n\n"));
+  EXPECT_EQ("init [one][two three][a b]\ninit [second]\ngobbled a handler\n", events());
+  EXPECT_TRUE(found("m")) << "the first of a method stays";
   EXPECT_EQ(8u, JSON_RPC_Service::failures()) << "these and the stray word";
   HTTP_File_URI_Map::instance()->insert("/", "root");
   log.clear();
@@ -132,54 +134,6 @@ TEST_F(ServiceTest, FilesAreLoadedInOrderAndAllButRESTfulCreatorsGo) {
   EXPECT_EQ(nullptr, creator->create());
   size_t length = 0;
   EXPECT_EQ(nullptr, HTTP_File_URI_Map::instance()->find("/", length));
-}
-
-struct Solo : JSON_RPC_Thread_Handler {
-  explicit Solo(std::string& e) : events(e) {}
-  ~Solo() override { events += " destroyed"; }
-  int handle_object_i(JSON_RPC_Channel_var, JSON_RPC_Object_var) override {
-    go_on.wait();
-    events += "ended";
-    return 0;
-  }
-  std::string& events;
-  Gate go_on;
-};
-
-TEST_F(ServiceTest, FiniWaitsForCallsOnTheirOwnThreads) {
-  std::string events;
-  ASSERT_EQ(0, service.init(0, nullptr));
-  Solo* const solo = new Solo(events);
-  ASSERT_EQ(0, JSON_RPC_Request_Map::instance()->insert("solo", "", solo, nullptr));
-  const JSON_RPC_Channel_var channel = make_fake_channel();
-  ASSERT_EQ(0, solo->handle_object(JSON_RPC_Channel_ptr(channel), make_request("solo", 1)));
-  solo->go_on.arrive();
-  EXPECT_EQ(0, service.fini());
-  EXPECT_EQ("ended destroyed", events);
-  ACE_Thread_Manager::instance()->wait();
-}
-
-TEST_F(ServiceTest, TheFirstOfAMethodIsRegisteredAndKeepsItsLibrary) {
-  ::setenv("TEST_VALUE", "a b", 1);
-  EXPECT_EQ(1u, load(record("method", "m", "make_handler", "one 'two three' $TEST_VALUE") + "," +
-                     record("method", "m", "make_handler", "late") + "," +
-                     record("method", "n", "make_handler", "return=-2")));
-  EXPECT_EQ("init [one][two three][a b]\ninit [late]\ngobbled a handler\ninit [return=-2]\n",
-            events());
-  EXPECT_THAT(errors(), ElementsAre("Failed to load JSON-RPC handelr(uri='m', dll='" + plugin +
-                                    "', init='make_handler', params='late')\n"));
-  EXPECT_THAT(log.texts(LM_DEBUG),
-              ElementsAre("Loaded JSON-RPC handler(uri='m', dll='" + plugin +
-                              "', init='make_handler', params='one 'two three' $TEST_VALUE')\n",
-                          StartsWith("Loaded JSON-RPC handler(uri='n', ")));
-  EXPECT_TRUE(found("m"));
-  EXPECT_TRUE(found("n"));
-  EXPECT_TRUE(is_loaded());
-  log.clear();
-  JSON_RPC_Request_Map::close_instance();
-  EXPECT_EQ("gobbled a handler\ngobbled a handler\n", events());
-  EXPECT_FALSE(found("m"));
-  EXPECT_FALSE(is_loaded());
 }
 
 TEST_F(ServiceTest, EveryFailureSaysWhyAndLeavesNothingBehind) {

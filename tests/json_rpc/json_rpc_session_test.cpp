@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <sys/syscall.h>
-#include <sys/time.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -22,9 +21,6 @@ using json_spirit::Value;
 using ::testing::ElementsAre;
 
 namespace {
-
-/// Seconds that the wall clock is behind.
-std::atomic<time_t> clock_behind{0};
 
 /// Seconds that the clock of waits is ahead. While `skipping` is set on a thread its waits take no
 /// time: that clock jumps to their end.
@@ -63,7 +59,7 @@ enum Form { OBJECT, GENERATOR };
 class SessionTest : public JSON_RPC_Fixture {
 protected:
   ~SessionTest() override {
-    clock_behind = clock_ahead = 0;
+    clock_ahead = 0;
     ::unsetenv("JSON_RPC_REQUEST_TIMEOUT");
   }
   bool request(Form form, time_t timeout) {
@@ -162,79 +158,12 @@ TEST_F(SessionTest, OnlyTheObjectFormBoundsTheWait) {
   }
 }
 
-TEST_F(SessionTest, AWallClockThatIsSetChangesNoWait) {
-  for (const Form form : {OBJECT, GENERATOR}) {
-    for (const time_t set_back : {1000, -1000}) {
-      peer_->asked = [=](const Value&) { clock_behind = set_back; };
-      EXPECT_EQ(30, waited(form, 30));
-      clock_behind = 0;
-    }
-  }
-}
-
-TEST_F(SessionTest, RequestUnderTheIdWakesTheCallerWithoutAResult) {
-  peer_->asked = [](const Value& id) {
-    EXPECT_EQ(-1, waiting(id)->handle_object(JSON_RPC_Channel_ptr(), make_request("m", id)));
-    EXPECT_EQ(0, answer(id, "the first message counts"));
-  };
-  EXPECT_TRUE(request(GENERATOR, 5));
-  EXPECT_EQ(nullptr, result_.get());
-  JSON_RPC_Object_var same = make_request("m", 1);
-  EXPECT_TRUE(session_.request(same, same, 5)) << "one handle for both";
-  EXPECT_EQ(nullptr, same.get());
-}
-
-TEST_F(SessionTest, ChannelThatIsGoneFailsEveryCall) {
-  const JSON_RPC_Channel_ptr gone(make_fake_channel());
-  session_ = JSON_RPC_Session(gone);
-  EXPECT_FALSE(request(OBJECT, 5) || request(GENERATOR, 5) || session_.notify(before_));
-  EXPECT_EQ(3u, log_.count(", channel_.get() is NULL:\n"));
-  session_.reset(channel_);
-  EXPECT_FALSE(session_.request("", nullptr, result_, 5));
-  EXPECT_EQ(1u, log_.count(", method is NULL or \"\":\n"));
-  EXPECT_EQ(4u, log_.texts(LM_EMERGENCY).size());
-  peer_->send_result = -1;
-  EXPECT_FALSE(session_.notify(before_));
-  EXPECT_EQ(1u, log_.count("Failed to send notify to channel, errno=32, Broken pipe.\n"));
-}
-
-/// Waits without blocking: whoever takes the id out of the map ends the call.
-struct Answer_Handler : JSON_RPC_Handler {
-  Answer_Handler(int i, std::atomic<int>& n) : id(i), ended(n) {}
-  int handle_object(JSON_RPC_Channel_ptr, JSON_RPC_Object_var) override {
-    return JSON_RPC_Response_Map::instance()->remove(id) == 0 && ++ended != 0 ? 0 : -1;
-  }
-  const int id;
-  std::atomic<int>& ended;
-};
-
-TEST_F(SessionTest, AnswerAndDeadlineEndACallOnceBetweenThem) {
-  std::atomic<int> ended{0};
-  for (int i = 0; i < 500; ++i) map_->insert(i, JSON_RPC_Handler_var(new Answer_Handler(i, ended)));
-  Gate gate(2);
-  const auto end_all = [&gate] {
-    gate.meet();
-    for (int i = 0; i < 500; ++i) answer(i, "an answer, or that there is none in time");
-  };
-  std::thread reader(end_all);
-  end_all();
-  reader.join();
-  EXPECT_EQ(500, ended);
-}
-
 }  // namespace
 
 extern "C" {
 
-__attribute__((visibility("default"))) int gettimeofday(timeval* now, void*) noexcept {
-  const int result = static_cast<int>(::syscall(SYS_gettimeofday, now, nullptr));
-  now->tv_sec -= clock_behind;
-  return result;
-}
-
 __attribute__((visibility("default"))) int clock_gettime(clockid_t clock, timespec* now) noexcept {
   const int result = static_cast<int>(::syscall(SYS_clock_gettime, clock, now));
-  if (clock == CLOCK_REALTIME) now->tv_sec -= clock_behind;
   if (clock == CLOCK_MONOTONIC) now->tv_sec += clock_ahead;
   return result;
 }

@@ -5,13 +5,13 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstring>
 #include <memory>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "tests/process/host_client.h"
-#include "tests/process/host_process.h"
+#include "tests/process/host_fixture.h"
 #include "tests/process/http_client.h"
 
 namespace {
@@ -22,14 +22,13 @@ using ::testing::HasSubstr;
 enum Kind { STREAM, HTTP, WEBSOCKET };
 
 struct Door {
+  bool tls() const { return url[std::strlen(url) - 1] == 's' && std::strcmp(url, "ws") != 0; }
+
   const char* url;
   Kind kind;
 };
 const Door doors[] = {{"tcp", STREAM},  {"http", HTTP},  {"http", WEBSOCKET},  {"ws", WEBSOCKET},
                       {"tcps", STREAM}, {"https", HTTP}, {"https", WEBSOCKET}, {"wss", WEBSOCKET}};
-
-const std::string echo = R"({"jsonrpc":"2.0","method":"echo","params":[1,"x"],"id":1})";
-const std::string echoed = result("1", "[1,\"x\"]");
 
 std::string sleeper(int milliseconds) {
   return request("sleep", R"({"ms":)" + std::to_string(milliseconds) + "}", "1");
@@ -38,7 +37,8 @@ std::string sleeper(int milliseconds) {
 /// A peer of one door.
 class Peer {
 public:
-  Peer(const Host_Process& host, const Door& door) : kind_(door.kind), wire_(url_of(host, door)) {
+  Peer(const Host_Process& host, const Door& door, int receive_buffer = 0)
+      : kind_(door.kind), wire_(url_of(host, door), "", "", receive_buffer) {
     EXPECT_TRUE(wire_.connected());
   }
 
@@ -75,32 +75,27 @@ private:
   Wire_Client wire_;
 };
 
-class DoorFaultsTest : public ::testing::Test {
+class DoorFaultsTest : public Host_Fixture {
 protected:
   static void SetUpTestSuite() { certificates_ = new Certificates; }
   static void TearDownTestSuite() { delete certificates_; }
 
-  void start(std::vector<std::string> options = {}) {
-    Host_Setup setup;
-    setup.options = std::move(options);
-    setup.options.insert(setup.options.end(), {"--tls-cert", certificates_->file("server.pem"),
-                                               "--tls-key", certificates_->file("server.key")});
+  void start(Words options = {}) {
+    options.insert(options.end(), {"--tls-cert", certificates_->file("server.pem"), "--tls-key",
+                                   certificates_->file("server.key")});
     for (const char* scheme : {"tcp", "http", "ws", "tcps", "https", "wss"}) {
-      setup.options.insert(setup.options.end(),
-                           {"--listen", std::string(scheme) + "://127.0.0.1:0"});
+      options.insert(options.end(), {"--listen", std::string(scheme) + "://127.0.0.1:0"});
     }
-    setup.options.insert(setup.options.end(), {"--admin", "http://127.0.0.1:0"});
-    host_ = std::make_unique<Host_Process>(setup);
-    ASSERT_TRUE(host_->ready());
+    options.insert(options.end(), {"--admin", "http://127.0.0.1:0"});
+    Host_Fixture::start(std::move(options));
     admin_ = std::make_unique<Wire_Client>(host_->urls().back());
   }
 
   void TearDown() override {
-    if (host_ == nullptr) return;
     serves();
     EXPECT_TRUE(wait_until([this] { return at_rest(); })) << metrics();
     admin_.reset();
-    host_->stop();
+    Host_Fixture::TearDown();
   }
 
   /// Every door still answers.
@@ -127,7 +122,6 @@ protected:
   }
 
   static Certificates* certificates_;
-  std::unique_ptr<Host_Process> host_;
   std::unique_ptr<Wire_Client> admin_;
 };
 
@@ -135,17 +129,17 @@ Certificates* DoorFaultsTest::certificates_ = nullptr;
 
 TEST_F(DoorFaultsTest, PeersThatBreakOffAtAnyByteAreForgotten) {
   start();
+  const std::string call = echo.substr(0, echo.size() - 1);  // whole with its last byte
   for (const Door& door : doors) {
     SCOPED_TRACE(door.url);
-    const std::size_t size = Peer(*host_, door).first(echo).size();
+    const std::size_t size = Peer(*host_, door).first(call).size();
     // What is behind TLS is the same, and the handshakes take long.
-    const bool tls = std::string(door.url).back() == 's' && std::string(door.url) != "ws";
-    const std::size_t step = sanitized ? 17 : tls ? 5 : 1;
+    const std::size_t step = sanitized ? 17 : door.tls() ? 5 : 1;
     for (std::size_t length = size % step; length <= size; length += step) {
       Peer reset(*host_, door), ended(*host_, door);
-      reset.wire().send(reset.first(echo).substr(0, length));
+      reset.wire().send(reset.first(call).substr(0, length));
       reset.wire().reset();
-      ended.wire().send(ended.first(echo).substr(0, length));
+      ended.wire().send(ended.first(call).substr(0, length));
       ended.wire().half_close();
       const std::string last = ended.wire().rest();
       EXPECT_EQ(length == size, last.find(echoed) != std::string::npos) << length << last;
@@ -194,53 +188,30 @@ TEST_F(DoorFaultsTest, TooMuchIsRefusedAndTheConnectionClosed) {
 
 TEST_F(DoorFaultsTest, WhoTakesNothingIsClosed) {
   start({"--max-queue", "100000", "--stall-timeout", "1"});
-  const std::string large = request("echo", "\"" + std::string(1u << 20, 'x') + "\"", "1");
+  constexpr int small = 4096;  // of their buffers: soon the host can send no more
+  const std::string large = request("echo", "\"" + std::string(100000, 'x') + "\"", "1");
   std::string pings;
   for (int i = 0; i < 1000; ++i) pings += websocket_frame(0x89, std::string(125, 'x'));
   std::vector<std::unique_ptr<Peer>> peers;
   std::vector<std::thread> senders;
   const auto flood = [&](const Door& door, bool with_pings) {
-    peers.push_back(std::make_unique<Peer>(*host_, door));
+    peers.push_back(std::make_unique<Peer>(*host_, door, small));
     senders.emplace_back([&, with_pings, peer = peers.back().get()] {
       bool taken = peer->wire().send(peer->first(large));
-      for (int i = 0; i < 500 && taken; ++i) {
-        taken = peer->wire().send(with_pings ? pings : peer->next(large));
-      }
+      const std::string more = with_pings ? pings : peer->next(large);
+      for (int i = 0; i < 5000 && taken; ++i) taken = peer->wire().send(more);
       EXPECT_FALSE(taken) << "all was taken";
     });
   };
   const auto begin = std::chrono::steady_clock::now();
   for (const Door& door : doors) {
+    // The system's own buffers take megabytes of each, which is much for a sanitized host.
+    if (sanitized && door.tls()) continue;
     flood(door, false);
-    if (door.kind == WEBSOCKET) flood(door, true);
+    if (door.kind == WEBSOCKET && door.url[0] == 'w') flood(door, true);
   }
   for (std::thread& sender : senders) sender.join();
   EXPECT_LT(std::chrono::steady_clock::now() - begin, host_patience / 2);
-}
-
-TEST_F(DoorFaultsTest, AnIdleHttpConnectionIsCheap) {
-  constexpr int count = sanitized ? 200 : 5000;
-  rlimit files{};
-  ::getrlimit(RLIMIT_NOFILE, &files);
-  files.rlim_cur = files.rlim_max;
-  ::setrlimit(RLIMIT_NOFILE, &files);
-  start({"--max-connections", "10000"});
-  std::vector<std::unique_ptr<Peer>> peers;
-  const auto connect = [&](int more) {
-    for (int i = 0; i < more; ++i) {
-      peers.push_back(std::make_unique<Peer>(*host_, doors[1]));
-      peers.back()->wire().send(peers.back()->first(echo));
-      ASSERT_EQ(echoed, peers.back()->first_answer());
-    }
-  };
-  connect(100);
-  const std::size_t before = host_->resident_bytes();
-  connect(count);
-  const std::size_t each = (host_->resident_bytes() - before) / count;
-  RecordProperty("bytes", std::to_string(each));
-  if (!sanitized) {
-    EXPECT_LT(each, 12u << 10);
-  }
 }
 
 }  // namespace

@@ -34,15 +34,15 @@ inline std::string error(const std::string& id, int code, const std::string& tex
          R"(,"message":")" + text + "\"}}";
 }
 
-/// A blocking client of the host. What does not come in time fails the test.
+/// A blocking client of the host, in bytes. What does not come in time fails the test.
 class Host_Client {
 public:
-  explicit Host_Client(const std::string& url) {
-    connected_ = url.rfind("unix://", 0) == 0 ? connect_unix(url.substr(7)) : connect_tcp(url);
+  /// With a receive buffer of that size; 0: the system's.
+  explicit Host_Client(const std::string& url, int receive_buffer = 0)
+      : receive_buffer_(receive_buffer) {
+    connected_ = url.compare(0, 7, "unix://") == 0 ? connect_unix(url.substr(7)) : connect_tcp(url);
   }
-  ~Host_Client() {
-    if (socket_ != -1) ::close(socket_);
-  }
+  virtual ~Host_Client() { close(); }
   Host_Client(const Host_Client&) = delete;
   Host_Client& operator=(const Host_Client&) = delete;
 
@@ -52,31 +52,30 @@ public:
   /// Sends all, in pieces of that size; false when the host has closed or takes nothing for long.
   bool send(const std::string& text, std::size_t piece = std::string::npos) {
     for (std::size_t at = 0; at < text.size();) {
-      if (!wait_for(POLLOUT, host_patience)) return false;
-      const ssize_t sent = ::send(socket_, text.data() + at, std::min(piece, text.size() - at),
-                                  MSG_NOSIGNAL | MSG_DONTWAIT);
-      if (sent < 0 && errno != EAGAIN) return false;
-      if (sent > 0) at += sent;
+      const ssize_t sent = write_some(text.data() + at, std::min(piece, text.size() - at));
+      if (sent < 0) return false;
+      at += sent;
     }
     return true;
   }
 
+  /// Up to the end of the next `end`; "", and a failed test, when it does not come.
+  std::string until(const std::string& end) {
+    std::size_t at;
+    while ((at = buffer_.find(end, searched_)) == std::string::npos) {
+      searched_ = buffer_.size() - std::min(buffer_.size(), end.size() - 1);
+      if (receive(host_patience)) continue;
+      ADD_FAILURE() << (ended_ ? "the host closed" : "nothing came") << ", after: " << buffer_;
+      return std::string();
+    }
+    return take(at + end.size());
+  }
   /// The next line, without its line feed.
   std::string line() {
-    std::size_t end;
-    while ((end = buffer_.find('\n', searched_)) == std::string::npos) {
-      searched_ = buffer_.size();
-      if (!receive(host_patience)) {
-        ADD_FAILURE() << (ended_ ? "the host closed" : "nothing came") << ", after: " << buffer_;
-        return std::string();
-      }
-    }
-    const std::string line = buffer_.substr(0, end);
-    buffer_.erase(0, end + 1);
-    searched_ = 0;
-    return line;
+    std::string text = until("\n");
+    if (!text.empty()) text.pop_back();
+    return text;
   }
-
   /// The next line as a value.
   json_spirit::Object object() {
     const std::string text = line();
@@ -85,24 +84,19 @@ public:
     EXPECT_TRUE(read && value.type() == json_spirit::obj_type) << text;
     return read && value.type() == json_spirit::obj_type ? value.get_obj() : json_spirit::Object();
   }
-
-  /// All that comes until the host closes.
-  std::string rest(std::chrono::milliseconds limit = host_patience) {
-    while (receive(limit)) {
-    }
-    EXPECT_TRUE(ended_) << "the host did not close";
-    return buffer_;
-  }
-
-  /// Exactly so many bytes.
+  /// Exactly so many bytes; fewer when the host closes before.
   std::string bytes(std::size_t count) {
     while (buffer_.size() < count && receive(host_patience)) {
     }
-    const std::string taken = buffer_.substr(0, count);
-    buffer_.erase(0, count);
-    return taken;
+    return take(count);
   }
-
+  /// All that comes until the host closes.
+  std::string rest() {
+    while (receive(host_patience)) {
+    }
+    EXPECT_TRUE(ended_) << "the host did not close";
+    return take(buffer_.size());
+  }
   /// Whether nothing comes for that long.
   bool silent(std::chrono::milliseconds time) {
     return buffer_.empty() && !receive(time) && !ended_;
@@ -110,9 +104,9 @@ public:
 
   std::string call(const std::string& text) { return send(text) ? line() : "not sent"; }
 
-  void half_close() { ::shutdown(socket_, SHUT_WR); }
+  virtual void half_close() { ::shutdown(socket_, SHUT_WR); }
   void close() {
-    ::close(socket_);
+    if (socket_ != -1) ::close(socket_);
     socket_ = -1;
   }
   /// Closes with a reset.
@@ -121,6 +115,21 @@ public:
     ::setsockopt(socket_, SOL_SOCKET, SO_LINGER, &now, sizeof now);
     close();
   }
+
+protected:
+  /// How many bytes were taken or came; 0 when the host has closed, -1 when it is too late.
+  virtual ssize_t write_some(const char* data, std::size_t size) {
+    if (!wait_for(POLLOUT, host_patience)) return -1;
+    const ssize_t sent = ::send(socket_, data, size, MSG_NOSIGNAL | MSG_DONTWAIT);
+    return sent < 0 && errno == EAGAIN ? 0 : sent;
+  }
+  virtual ssize_t read_some(char* data, std::size_t size, std::chrono::milliseconds limit) {
+    if (!wait_for(POLLIN, limit)) return -1;
+    return std::max<ssize_t>(0, ::recv(socket_, data, size, 0));
+  }
+
+  int socket_ = -1;
+  bool connected_ = false;
 
 private:
   bool connect_unix(const std::string& path) {
@@ -131,18 +140,9 @@ private:
   }
 
   bool connect_tcp(const std::string& url) {
-    const std::size_t colon = url.rfind(':');
-    const int port = std::stoi(url.substr(colon + 1));
-    if (url.find('[') != std::string::npos) {
-      sockaddr_in6 address{};
-      address.sin6_family = AF_INET6;
-      address.sin6_port = htons(port);
-      address.sin6_addr = in6addr_loopback;
-      return open(reinterpret_cast<const sockaddr*>(&address), sizeof address);
-    }
     sockaddr_in address{};
     address.sin_family = AF_INET;
-    address.sin_port = htons(port);
+    address.sin_port = htons(static_cast<std::uint16_t>(std::stoi(url.substr(url.rfind(':') + 1))));
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     const bool connected = open(reinterpret_cast<const sockaddr*>(&address), sizeof address);
     socklen_t length = sizeof address;
@@ -153,6 +153,9 @@ private:
 
   bool open(const sockaddr* address, socklen_t length) {
     socket_ = ::socket(address->sa_family, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (receive_buffer_ > 0) {
+      ::setsockopt(socket_, SOL_SOCKET, SO_RCVBUF, &receive_buffer_, sizeof receive_buffer_);
+    }
     return ::connect(socket_, address, length) == 0;
   }
 
@@ -163,18 +166,24 @@ private:
 
   /// Something has come.
   bool receive(std::chrono::milliseconds limit) {
-    if (ended_ || !wait_for(POLLIN, limit)) return false;
+    if (ended_) return false;
     char bytes[65536];
-    const ssize_t length = ::recv(socket_, bytes, sizeof bytes, 0);
-    ended_ = length <= 0;
-    if (!ended_) buffer_.append(bytes, length);
-    return !ended_;
+    const ssize_t length = read_some(bytes, sizeof bytes, limit);
+    ended_ = length == 0;
+    if (length > 0) buffer_.append(bytes, length);
+    return length > 0;
   }
 
-  int socket_ = -1;
+  std::string take(std::size_t count) {
+    std::string taken = buffer_.substr(0, count);
+    buffer_.erase(0, count);
+    searched_ = 0;
+    return taken;
+  }
+
+  const int receive_buffer_;
   int port_ = 0;
-  bool connected_ = false;
   bool ended_ = false;
   std::string buffer_;
-  std::size_t searched_ = 0;  // of buffer_: no line feed there
+  std::size_t searched_ = 0;  // of buffer_: what is looked for does not begin there
 };

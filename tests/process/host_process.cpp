@@ -1,27 +1,13 @@
 #include "tests/process/host_process.h"
 
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
+#include <cstdio>
 #include <iterator>
 #include <sstream>
 
 namespace fs = std::filesystem;
 
 namespace {
-
-std::string read_file(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
-}
 
 std::size_t entries(const std::string& directory) {
   std::error_code gone;
@@ -35,9 +21,10 @@ std::string record(const std::string& method, const std::string& path, const std
 
 std::string all_methods() {
   std::string text = "[\n";
-  for (const char* name : {"echo", "sum", "sleep", "solo", "count", "subscribe", "channels"}) {
+  for (const std::string name :
+       {"echo", "sum", "sleep", "solo", "count", "subscribe", "channels", "blob", "agent_call"}) {
     const std::string path = std::string(SAMPLE_PLUGIN_DIR) + "/lib" + name + ".so";
-    text += record(name, path, std::string("make_") + name);
+    text += record(name == "agent_call" ? "agent.call" : name, path, "make_" + name);
   }
   for (const char* name : {"throw", "pool_throw", "solo_throw", "forget", "solo_forget", "twice",
                            "hold", "stream", "filtered"}) {
@@ -54,21 +41,6 @@ std::string all_filters() {
 
 }  // namespace
 
-Temporary_Directory::Temporary_Directory() : path_(::testing::TempDir() + "hostXXXXXX") {
-  if (::mkdtemp(&path_[0]) == nullptr) ADD_FAILURE() << "cannot make " << path_;
-}
-
-Temporary_Directory::~Temporary_Directory() {
-  std::error_code ignored;
-  fs::remove_all(path_, ignored);
-}
-
-std::string Temporary_Directory::write(const std::string& name, const std::string& text) const {
-  const std::string path = *this / name;
-  std::ofstream(path, std::ios::binary) << text;
-  return path;
-}
-
 Host_Process::Host_Process(const Host_Setup& setup) {
   const std::string methods =
       directory_.write("methods.json", setup.methods.empty() ? all_methods() : setup.methods);
@@ -78,42 +50,16 @@ Host_Process::Host_Process(const Host_Setup& setup) {
                                      : "dynamic JSON_RPC_Service Service_Object * " JSON_RPC_LIBRARY
                                        ":_make_JSON_RPC_Service() \"-j " +
                                            methods + " -f " + filters + " " + setup.pool + "\"\n");
-  std::vector<std::string> words{HOST_PROGRAM, "--svc", svc};
+  Words words{HOST_PROGRAM, "--svc", svc};
   words.insert(words.end(), setup.options.begin(), setup.options.end());
   if (std::find(words.begin(), words.end(), "--listen") == words.end()) {
     words.insert(words.end(), {"--listen", "tcp://127.0.0.1:0"});
   }
-  std::vector<char*> arguments;
-  for (std::string& word : words) arguments.push_back(&word[0]);
-  arguments.push_back(nullptr);
-
-  posix_spawn_file_actions_t files;
-  posix_spawn_file_actions_init(&files);
-  const int flags = O_WRONLY | O_CREAT | O_APPEND;
-  posix_spawn_file_actions_addopen(&files, 1, (directory_ / "output").c_str(), flags, 0600);
-  posix_spawn_file_actions_addopen(&files, 2, (directory_ / "log").c_str(), flags, 0600);
-  if (posix_spawn(&pid_, HOST_PROGRAM, &files, nullptr, arguments.data(), environ) != 0) {
-    ADD_FAILURE() << "cannot start " HOST_PROGRAM;
-    pid_ = -1;
-  }
-  posix_spawn_file_actions_destroy(&files);
+  spawn(std::move(words));
 }
 
 Host_Process::~Host_Process() {
   if (::testing::Test::HasFailure()) std::fprintf(stderr, "%.20000s", log().c_str());
-  if (pid_ <= 0) return;
-  ::kill(pid_, SIGKILL);
-  ::waitpid(pid_, nullptr, 0);
-}
-
-/// Whether it has ended. From then on there is no pid any more, and nobody else gets its signals.
-bool Host_Process::ended() {
-  int status = 0;
-  if (pid_ > 0 && ::waitpid(pid_, &status, WNOHANG) == pid_) {
-    pid_ = -1;
-    status_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-  }
-  return pid_ <= 0;
 }
 
 bool Host_Process::ready() {
@@ -129,24 +75,10 @@ bool Host_Process::ready() {
   return in_time && ready && !urls_.empty();
 }
 
-// Never with a pid of -1, which stands for every process there is.
-void Host_Process::signal(int number) const {
-  if (pid_ > 0) ::kill(pid_, number);
-}
-
-int Host_Process::wait(std::chrono::milliseconds limit) {
-  if (wait_until([this] { return ended(); }, limit)) return status_;
-  ADD_FAILURE() << "the host still runs";
-  return -1;
-}
-
 void Host_Process::stop() {
   signal(SIGTERM);
   EXPECT_EQ(0, wait()) << log();
 }
-
-std::string Host_Process::output() const { return read_file(directory_ / "output"); }
-std::string Host_Process::log() const { return read_file(directory_ / "log"); }
 
 std::size_t Host_Process::logged(const std::string& part) const {
   const std::string text = log();
@@ -161,23 +93,23 @@ bool Host_Process::wait_for_log(const std::string& part) const {
   return false;
 }
 
-std::size_t Host_Process::descriptors() const {
-  return entries("/proc/" + std::to_string(pid_) + "/fd");
+std::string Host_Process::proc(const char* name) const {
+  return "/proc/" + std::to_string(pid()) + "/" + name;
 }
-std::size_t Host_Process::threads() const {
-  return entries("/proc/" + std::to_string(pid_) + "/task");
-}
+
+std::size_t Host_Process::descriptors() const { return entries(proc("fd")); }
+std::size_t Host_Process::threads() const { return entries(proc("task")); }
 
 std::size_t Host_Process::resident_bytes() const {
   std::size_t size = 0, resident = 0;
-  std::istringstream(read_file("/proc/" + std::to_string(pid_) + "/statm")) >> size >> resident;
+  std::istringstream(read_file(proc("statm"))) >> size >> resident;
   return resident * ::sysconf(_SC_PAGESIZE);
 }
 
 std::chrono::milliseconds Host_Process::cpu_time() const {
-  const std::string stat = read_file("/proc/" + std::to_string(pid_) + "/stat");
+  const std::string stat = read_file(proc("stat"));
   std::istringstream fields(stat.substr(std::min(stat.size(), stat.rfind(')') + 2)));
-  const std::vector<std::string> words{std::istream_iterator<std::string>(fields), {}};
+  const Words words{std::istream_iterator<std::string>(fields), {}};
   if (words.size() < 13) return std::chrono::milliseconds(0);
   const long ticks = std::stol(words[11]) + std::stol(words[12]);
   return std::chrono::milliseconds(ticks * 1000 / ::sysconf(_SC_CLK_TCK));

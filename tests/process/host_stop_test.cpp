@@ -1,43 +1,43 @@
 // How the host ends.
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 
 #include <chrono>
 #include <memory>
 #include <string>
-#include <vector>
 
-#include "tests/process/host_client.h"
-#include "tests/process/host_process.h"
+#include "tests/process/host_fixture.h"
 
 namespace {
 
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-const std::string echo = request("echo", "1", "1");
-const std::string echoed = result("1", "1");
 const std::string refused = error("1", -32001, "Server is stopping");
 
-class HostStopTest : public ::testing::Test {
+class HostStopTest : public Host_Fixture {
 protected:
-  void start(std::vector<std::string> options = {}) {
-    Host_Setup setup;
-    setup.options = std::move(options);
-    host_ = std::make_unique<Host_Process>(setup);
-    ASSERT_TRUE(host_->ready());
-    client_ = std::make_unique<Host_Client>(host_->url());
+  /// A host, and a client that it serves.
+  void start(Words options = {}) {
+    Host_Fixture::start(std::move(options));
+    client_ = std::make_unique<Host_Client>(url());
     EXPECT_EQ(echoed, client_->call(echo));
   }
+  /// The test itself stops the host.
+  void TearDown() override {}
   /// Sends a request that takes that long, and returns when it is in work.
   void begin(const std::string& method, int ms) {
     EXPECT_EQ(echoed,
               client_->call(request(method, "{\"ms\":" + std::to_string(ms) + "}", "5") + echo));
   }
+  /// The host ends its side, and then the client its own.
+  std::string rest() {
+    const std::string text = client_->rest();
+    client_->close();
+    return text;
+  }
 
-  std::unique_ptr<Host_Process> host_;
   std::unique_ptr<Host_Client> client_;
 };
 
@@ -45,8 +45,7 @@ TEST_F(HostStopTest, EndsAtOnceWhenNothingIsInWork) {
   for (const int signal : {SIGTERM, SIGINT}) {
     start();
     host_->signal(signal);
-    EXPECT_EQ("", client_->rest());
-    client_->close();
+    EXPECT_EQ("", rest());
     const steady_clock::time_point begin = steady_clock::now();
     EXPECT_EQ(0, host_->wait()) << host_->log();
     EXPECT_LT(steady_clock::now() - begin, milliseconds(5000)) << "no drain time";
@@ -54,27 +53,23 @@ TEST_F(HostStopTest, EndsAtOnceWhenNothingIsInWork) {
   }
 }
 
-TEST_F(HostStopTest, RequestsInWorkAreAnswered) {
-  for (const char* method : {"sleep", "solo"}) {
-    start();
-    begin(method, 500);
-    host_->signal(SIGTERM);
-    EXPECT_EQ(result("5", "500") + "\n", client_->rest());
-    client_->close();
-    EXPECT_EQ(0, host_->wait());
-    EXPECT_EQ(0u, host_->logged("Handlers still run"));
-  }
-}
-
-TEST_F(HostStopTest, WhatTakesTooLongIsAnsweredThatTheServerIsStopping) {
-  for (const char* method : {"sleep", "solo"}) {
-    start({"--drain", "1"});
-    begin(method, 600000);
-    host_->signal(SIGTERM);
-    EXPECT_EQ(error("5", -32001, "Server is stopping") + "\n", client_->rest());
-    client_->close();
-    EXPECT_EQ(0, host_->wait());
-    EXPECT_EQ(1u, host_->logged("Handlers still run"));
+TEST_F(HostStopTest, RequestsInWorkAreAnsweredInTimeOrThatTheServerIsStopping) {
+  const struct {
+    const char* drain;
+    int ms;
+    std::string answer;
+    std::size_t left;
+  } cases[] = {{"10", 500, result("5", "500"), 0},
+               {"1", 600000, error("5", -32001, "Server is stopping"), 1}};
+  for (const auto& c : cases) {
+    for (const char* method : {"sleep", "solo"}) {
+      start({"--drain", c.drain});
+      begin(method, c.ms);
+      host_->signal(SIGTERM);
+      EXPECT_EQ(c.answer + "\n", rest());
+      EXPECT_EQ(0, host_->wait());
+      EXPECT_EQ(c.left, host_->logged("Handlers still run"));
+    }
   }
 }
 
@@ -100,9 +95,8 @@ TEST_F(HostStopTest, NewRequestsAndConnectionsAreRefusedMeanwhile) {
     return answer == refused;
   }));
   EXPECT_FALSE(Host_Client(host_->url()).connected());
-  EXPECT_EQ(result("5", "3000") + "\n", client_->rest());
+  EXPECT_EQ(result("5", "3000") + "\n", rest());
   EXPECT_EQ("", other.rest());
-  client_->close();
   other.close();
   EXPECT_EQ(0, host_->wait());
 }

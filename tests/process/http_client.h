@@ -1,20 +1,12 @@
 #pragma once
 
-#include <arpa/inet.h>
-#include <gtest/gtest.h>
-#include <netinet/in.h>
 #include <openssl/ssl.h>
-#include <signal.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <memory>
 #include <string>
-#include <utility>
 
-#include "tests/process/host_process.h"
+#include "tests/process/host_client.h"
 
 /// Certificates for 127.0.0.1, made by the openssl program: `server` and `client`, which `ca` has
 /// signed.
@@ -36,82 +28,27 @@ private:
   Temporary_Directory directory_;
 };
 
-/// A blocking client of any door that has TCP below, in bytes; with TLS where the URL's scheme ends
-/// with an 's'. It verifies nothing.
-class Wire_Client {
+/// A client of any door that has TCP below; with TLS where the URL's scheme ends with an 's'. It
+/// verifies nothing.
+class Wire_Client : public Host_Client {
 public:
   explicit Wire_Client(const std::string& url, const std::string& certificate = "",
-                       const std::string& key = "") {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(std::stoi(url.substr(url.rfind(':') + 1)));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socket_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    const timeval patience{host_patience.count(), 0};
-    ::setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
-    ::setsockopt(socket_, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
-    connected_ = ::connect(socket_, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+                       const std::string& key = "", int receive_buffer = 0)
+      : Host_Client(url, receive_buffer) {
     if (url[url.find(':') - 1] == 's' && url.rfind("ws:", 0) != 0) shake_hands(certificate, key);
   }
-  ~Wire_Client() { close(); }
-  Wire_Client(const Wire_Client&) = delete;
-  Wire_Client& operator=(const Wire_Client&) = delete;
 
-  bool connected() const { return connected_; }
-
-  /// False when the host has closed.
-  bool send(const std::string& text, std::size_t piece = std::string::npos) {
-    for (std::size_t at = 0; at < text.size();) {
-      const std::size_t size = std::min(piece, text.size() - at);
-      const ssize_t sent = tls_ != nullptr
-                               ? SSL_write(tls_.get(), text.data() + at, static_cast<int>(size))
-                               : ::send(socket_, text.data() + at, size, MSG_NOSIGNAL);
-      if (sent <= 0) return false;
-      at += sent;
-    }
-    return true;
-  }
-
-  /// Up to the end of the next `end`; all there was, and a failed test, when it does not come.
-  std::string until(const std::string& end) {
-    std::size_t at;
-    while ((at = buffer_.find(end)) == std::string::npos) {
-      if (receive()) continue;
-      ADD_FAILURE() << (ended_ ? "the host closed" : "nothing came") << ", after: " << buffer_;
-      return std::exchange(buffer_, std::string());
-    }
-    return take(at + end.size());
-  }
-  std::string bytes(std::size_t count) {
-    while (buffer_.size() < count && receive()) {
-    }
-    return take(count);
-  }
-  /// All that comes until the host closes.
-  std::string rest() {
-    while (receive()) {
-    }
-    EXPECT_TRUE(ended_) << "the host did not close";
-    return take(buffer_.size());
-  }
-
-  void half_close() {
+  void half_close() override {
     if (tls_ != nullptr) SSL_shutdown(tls_.get());
-    ::shutdown(socket_, SHUT_WR);
-  }
-  void close() {
-    if (socket_ != -1) ::close(socket_);
-    socket_ = -1;
-  }
-  void reset() {
-    const linger now{1, 0};
-    ::setsockopt(socket_, SOL_SOCKET, SO_LINGER, &now, sizeof now);
-    close();
+    Host_Client::half_close();
   }
 
 private:
   void shake_hands(const std::string& certificate, const std::string& key) {
     ::signal(SIGPIPE, SIG_IGN);  // OpenSSL writes without MSG_NOSIGNAL
+    const timeval patience{host_patience.count(), 0};
+    ::setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+    ::setsockopt(socket_, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
     context_.reset(SSL_CTX_new(TLS_client_method()));
     if (!certificate.empty()) {
       SSL_CTX_use_certificate_file(context_.get(), certificate.c_str(), SSL_FILETYPE_PEM);
@@ -122,30 +59,22 @@ private:
     connected_ = connected_ && SSL_connect(tls_.get()) == 1;
   }
 
-  std::string take(std::size_t count) {
-    const std::string taken = buffer_.substr(0, count);
-    buffer_.erase(0, count);
-    return taken;
+  ssize_t write_some(const char* data, std::size_t size) override {
+    if (tls_ == nullptr) return Host_Client::write_some(data, size);
+    const int sent = SSL_write(tls_.get(), data, static_cast<int>(size));
+    return sent > 0 ? sent : -1;
   }
-
-  bool receive() {
-    if (ended_) return false;
-    char bytes[16384];
-    const ssize_t length = tls_ != nullptr ? SSL_read(tls_.get(), bytes, sizeof bytes)
-                                           : ::recv(socket_, bytes, sizeof bytes, 0);
-    if (length > 0) buffer_.append(bytes, length);
-    ended_ = length <= 0 && errno != EAGAIN;
-    return length > 0;
+  ssize_t read_some(char* data, std::size_t size, std::chrono::milliseconds limit) override {
+    if (tls_ == nullptr) return Host_Client::read_some(data, size, limit);
+    errno = 0;
+    const int length = SSL_read(tls_.get(), data, static_cast<int>(size));
+    return length > 0 ? length : errno == EAGAIN ? -1 : 0;
   }
 
   struct Free {
     void operator()(SSL_CTX* context) const { SSL_CTX_free(context); }
     void operator()(SSL* tls) const { SSL_free(tls); }
   };
-  int socket_ = -1;
-  bool connected_ = false;
-  bool ended_ = false;
-  std::string buffer_;
   std::unique_ptr<SSL_CTX, Free> context_;
   std::unique_ptr<SSL, Free> tls_;
 };

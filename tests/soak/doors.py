@@ -61,10 +61,6 @@ class Line(asyncio.Protocol):
         if not self.transport.is_closing():
             self.transport.resume_reading()
 
-    def end_output(self):
-        if self.transport.can_write_eof() and not self.transport.is_closing():
-            self.transport.write_eof()
-
     def close(self):
         self.transport.close()
 

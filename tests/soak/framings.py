@@ -11,6 +11,9 @@ class Framing:
     pushes = True  # the host can send what is no answer
     greeting = b""  # is sent first, and answered before anything else is
 
+    def __init__(self):
+        self._begun = bytearray()
+
     @staticmethod
     def frame(text):
         """The bytes that carry the text."""
@@ -18,7 +21,12 @@ class Framing:
 
     def texts(self, data):
         """Takes bytes; the texts that they complete."""
-        raise NotImplementedError
+        self._begun += data
+        found = []
+        while (text := self._next()) is not None:
+            if text:
+                found.append(text)
+        return found
 
     def replies(self):
         """What the framing itself has to say to the bytes that came."""
@@ -26,7 +34,19 @@ class Framing:
 
     def rest(self):
         """What of an unfinished text has come."""
+        return bytes(self._begun)
+
+    def _next(self):
+        """The next text; empty when something else came whole, None when more must come."""
         raise NotImplementedError
+
+    def _take(self, head, length):
+        """So many bytes behind so many that are dropped; None when they are not all there."""
+        if len(self._begun) < head + length:
+            return None
+        taken = bytes(self._begun[head : head + length])
+        del self._begun[: head + length]
+        return taken
 
 
 class LineFeeds(Framing):
@@ -34,24 +54,13 @@ class LineFeeds(Framing):
 
     stream = True
 
-    def __init__(self):
-        self._begun = []
-
     @staticmethod
     def frame(text):
         return text + b"\n"
 
-    def texts(self, data):
-        if b"\n" not in data:
-            self._begun.append(data)
-            return []
-        lines = b"".join([*self._begun, data]).split(b"\n")
-        last = lines.pop()
-        self._begun = [last] if last else []
-        return lines
-
-    def rest(self):
-        return b"".join(self._begun)
+    def _next(self):
+        end = self._begun.find(b"\n")
+        return None if end < 0 else self._take(0, end + 1)
 
 
 class Headers(Framing):
@@ -59,28 +68,13 @@ class Headers(Framing):
 
     stream = True
 
-    def __init__(self):
-        self._begun = bytearray()
-
     @staticmethod
     def frame(text):
         return b"Content-Length: %d\r\n\r\n" % len(text) + text
 
-    def texts(self, data):
-        self._begun += data
-        found = []
-        while True:
-            end = self._begun.find(b"\r\n\r\n", 0, 4096)
-            if end < 0:
-                return found
-            length = int(bytes(self._begun[:end]).split(b":")[1])
-            if len(self._begun) < end + 4 + length:
-                return found
-            found.append(bytes(self._begun[end + 4 : end + 4 + length]))
-            del self._begun[: end + 4 + length]
-
-    def rest(self):
-        return bytes(self._begun)
+    def _next(self):
+        end = self._begun.find(b"\r\n\r\n", 0, 4096)
+        return None if end < 0 else self._take(end + 4, int(self._begun[:end].split(b":")[1]))
 
 
 class HttpPosts(Framing):
@@ -89,8 +83,8 @@ class HttpPosts(Framing):
     pushes = False
 
     def __init__(self):
-        self._begun = bytearray()
-        self._body = None  # the chunks of a body so far
+        super().__init__()
+        self._chunks = None  # of a body so far
 
     @staticmethod
     def frame(text):
@@ -99,56 +93,32 @@ class HttpPosts(Framing):
             b"Content-Length: %d\r\n\r\n" % len(text) + text
         )
 
-    def texts(self, data):
-        self._begun += data
-        found = []
-        while True:
-            body = self._chunks() if self._body is not None else self._whole()
-            if body is None:
-                return found
-            if body:
-                found.append(body)
-
-    def _whole(self):
-        """The next body; empty also when it comes in chunks. None when it is not there yet."""
+    def _next(self):
+        if self._chunks is not None:
+            return self._next_chunk()
         end = self._begun.find(b"\r\n\r\n", 0, 65536)
         if end < 0:
             return None
         head = bytes(self._begun[:end]).lower()
         if b"\r\ntransfer-encoding: chunked" in head:
-            del self._begun[: end + 4]
-            self._body = []
-            return b""
+            self._chunks = []
+            return self._take(end + 4, 0)
         length = 0
         if b"\r\ncontent-length:" in head:
             length = int(head.split(b"\r\ncontent-length:")[1].split(b"\r\n")[0])
         return self._take(end + 4, length)
 
-    def _chunks(self):
-        """The next body once its last chunk is there; None before."""
-        while True:
-            end = self._begun.find(b"\r\n", 0, 20)
-            if end < 0:
-                return None
-            size = int(self._begun[:end], 16)
-            chunk = self._take(end + 2, size + 2)
-            if chunk is None:
-                return None
-            if size == 0:
-                body = b"".join(self._body)
-                self._body = None
-                return body
-            self._body.append(chunk[:-2])
-
-    def _take(self, head, length):
-        if len(self._begun) < head + length:
+    def _next_chunk(self):
+        end = self._begun.find(b"\r\n", 0, 20)
+        chunk = None if end < 0 else self._take(end + 2, int(self._begun[:end], 16) + 2)
+        if chunk is None:
             return None
-        taken = bytes(self._begun[head : head + length])
-        del self._begun[: head + length]
-        return taken
-
-    def rest(self):
-        return bytes(self._begun)
+        if chunk != b"\r\n":
+            self._chunks.append(chunk[:-2])
+            return b""
+        body = b"".join(self._chunks)
+        self._chunks = None
+        return body
 
 
 class WebSocket(Framing):
@@ -158,13 +128,13 @@ class WebSocket(Framing):
         b"GET /rpc HTTP/1.1\r\nHost: localhost\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n"
         b"Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\nSec-WebSocket-Version: 13\r\n\r\n"
     )
-    CONTINUED, TEXT, CLOSE, PING, PONG = 0, 1, 8, 9, 10
+    TEXT, CLOSE, PING, PONG = 1, 8, 9, 10
 
     def __init__(self):
-        self._begun = bytearray()
+        super().__init__()
         self._upgraded = False
         self._message = []
-        self._replies = []
+        self._replies = b""
 
     @classmethod
     def frame(cls, text):
@@ -184,49 +154,37 @@ class WebSocket(Framing):
         masked = int.from_bytes(text, "big") ^ int.from_bytes(mask, "big")
         return head + key + masked.to_bytes(size, "big")
 
-    def texts(self, data):
-        self._begun += data
+    def _next(self):
         if not self._upgraded:
             end = self._begun.find(b"\r\n\r\n")
-            if end < 0:
-                return []
-            self._upgraded = True
-            del self._begun[: end + 4]
-        found = []
-        while True:
-            frame = self._next_frame()
-            if frame is None:
-                return found
-            kind, last, payload = frame
-            if kind in (self.CONTINUED, self.TEXT):
-                self._message.append(payload)
-                if last:
-                    found.append(b"".join(self._message))
-                    self._message = []
-            elif kind == self.PING:
-                self._replies.append(self._frame(self.PONG, payload))
-            elif kind == self.CLOSE:
-                self._replies.append(self._frame(self.CLOSE, payload))
-
-    def _next_frame(self):
-        """(kind, whether it is its message's last, payload), or None when it is not there yet."""
+            self._upgraded = end >= 0
+            return self._take(end + 4, 0) if self._upgraded else None
         if len(self._begun) < 2:
             return None
-        at, size = 2, self._begun[1] & 0x7F
-        if size >= 126:
-            more = 2 if size == 126 else 8
+        first, size = self._begun[:2]
+        more = {126: 2, 127: 8}.get(size, 0)
+        if more:
             size = int.from_bytes(self._begun[2 : 2 + more], "big")
-            at += more
-        if len(self._begun) < at + size:
-            return None
-        kind, last = self._begun[0] & 0x0F, bool(self._begun[0] & 0x80)
-        payload = bytes(self._begun[at : at + size])
-        del self._begun[: at + size]
-        return kind, last, payload
+        payload = self._take(2 + more, size)
+        return None if payload is None else self._came(first, payload)
+
+    def _came(self, first, payload):
+        """What a frame completes, "first" being its first byte."""
+        kind = first & 0x0F
+        if kind == self.PING:
+            self._replies += self._frame(self.PONG, payload)
+        elif kind == self.CLOSE:
+            self._replies += self._frame(self.CLOSE, payload)
+        else:
+            self._message.append(payload)
+        if kind > self.TEXT or first < 0x80:
+            return b""
+        text = b"".join(self._message)
+        self._message = []
+        return text
 
     def replies(self):
-        replies = b"".join(self._replies)
-        self._replies = []
+        replies, self._replies = self._replies, b""
         return replies
 
     def rest(self):

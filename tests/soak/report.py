@@ -10,16 +10,6 @@ def _counts(title, counter):
     return _table((title, "count"), sorted(counter.items())) if counter else []
 
 
-def _figures_rows(before, after):
-    return [
-        ("resident", f"{before.resident / 1e6:.1f} MB", f"{after.resident / 1e6:.1f} MB"),
-        ("descriptors", before.descriptors, after.descriptors),
-        ("threads", before.threads, after.threads),
-        ("registered channels", before.channels, after.channels),
-        ("CPU time in two idle seconds", f"{before.idle_cpu:.2f} s", f"{after.idle_cpu:.2f} s"),
-    ]
-
-
 def text(soak):
     """Of a soak that has ended."""
     ledger = soak.ledger
@@ -42,7 +32,10 @@ def text(soak):
     lines += _counts("lost", ledger.lost)
     lines += _counts("what else happened", ledger.noted)
     lines += ["## The hub before and after the load", ""]
-    lines += _table(("", "before", "after"), _figures_rows(soak.before, soak.after))
+    lines += _table(
+        ("", "before", "after"),
+        [(name, before, soak.after[name]) for name, before in soak.before.items()],
+    )
     lines += ["## How long a change waits for those who publish", "", "```"]
     lines += soak.waits.splitlines() + ["```", ""]
     lines += ["## Broken properties", ""]

@@ -32,10 +32,8 @@ public:
 
   /// -1 makes the operation fail with errno ENOTCONN.
   int remote_result = 0;
-  int local_result = 0;
   int original_result = 0;
   ACE_INET_Addr remote_addr = ACE_INET_Addr(1000, "192.0.2.1", AF_INET);
-  ACE_INET_Addr local_addr = ACE_INET_Addr(2000, "192.0.2.2", AF_INET);
   ACE_INET_Addr original_addr = ACE_INET_Addr(3000, "192.0.2.3", AF_INET);
 
   HTTP_SOCK_State response = HTTP_SOCK_STATE_CONNECTED;
@@ -81,7 +79,7 @@ public:
     return send_end_result == 0 ? 0 : fail(send_end_result);
   }
 
-  int get_local_addr(ACE_Addr& addr) override { return address(local_result, local_addr, addr); }
+  int get_local_addr(ACE_Addr& addr) override { return address(0, remote_addr, addr); }
   int get_remote_addr(ACE_Addr& addr) override { return address(remote_result, remote_addr, addr); }
   int get_original_addr(ACE_Addr& addr) const override {
     return address(original_result, original_addr, addr);

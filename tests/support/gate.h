@@ -36,13 +36,8 @@ public:
     return wait();
   }
 
-  bool is_open() const {
-    const std::lock_guard<std::mutex> guard(mutex_);
-    return missing_ == 0;
-  }
-
 private:
-  mutable std::mutex mutex_;
+  std::mutex mutex_;
   std::condition_variable opened_;
   int missing_;  // guarded by mutex_
 };

@@ -19,7 +19,7 @@
 class JSON_RPC_Fixture : public ::testing::Test {
 protected:
   ~JSON_RPC_Fixture() override {
-    Global_JSON_RPC_Channel::instance(JSON_RPC_Channel::none());
+    Global_JSON_RPC_Channel::instance(JSON_RPC_Channel_var());
     JSON_RPC_Notify_Manager::close_instance();
     JSON_RPC_Dispatcher::close_instance();
     JSON_RPC_Channel_Pool::close_instance();

@@ -13,7 +13,7 @@
 /// Takes every record that any thread logs through ACE while it lives, in place of standard error.
 /// Made before the threads that log and destroyed after them; captures may nest, the inner one
 /// takes the records. Any thread may ask. A text is the whole record, its final line feed included.
-class Log_Capture final : public ACE_Log_Msg_Backend {
+class Log_Capture : public ACE_Log_Msg_Backend {
 public:
   typedef std::pair<ACE_Log_Priority, std::string> Record;
 
@@ -47,14 +47,6 @@ public:
   bool contains(ACE_Log_Priority priority, const std::string& text) const {
     const std::vector<std::string> found = texts(priority);
     return std::find(found.begin(), found.end(), text) != found.end();
-  }
-
-  /// Whether a record of that priority begins with `prefix` (a stack trace may follow).
-  bool begins(ACE_Log_Priority priority, const std::string& prefix) const {
-    const std::vector<std::string> found = texts(priority);
-    return std::any_of(found.begin(), found.end(), [&](const std::string& text) {
-      return text.compare(0, prefix.size(), prefix) == 0;
-    });
   }
 
   /// How many records, of any priority, hold `part` somewhere.

@@ -12,22 +12,14 @@
 #include <thread>
 #include <vector>
 
-#include "json_rpc/json_rpc_params_handler_map.h"
 #include "json_rpc/json_rpc_session.h"
 #include "json_rpc/json_rpc_thread_handler.h"
-#include "tests/support/json_rpc_fixture.h"
+#include "tests/transport/stream_fixture.h"
 #include "transport/server.h"
 
 namespace {
 
 typedef json_spirit::Value Value;
-
-JSON_RPC_Object_var response(const json_spirit::Value& id, Value result) {
-  JSON_RPC_Response* const response = new JSON_RPC_Response(nullptr);
-  response->id = id;
-  response->result = std::move(result);
-  return JSON_RPC_Object_var(response);
-}
 
 /// Answers with what a function makes of the params, on a thread of its own.
 class Function_Handler final : public JSON_RPC_Thread_Handler {
@@ -37,7 +29,7 @@ public:
 
   int handle_object_i(JSON_RPC_Channel_var channel, JSON_RPC_Object_var object) override {
     const auto& request = static_cast<const JSON_RPC_Request&>(*object);
-    return channel->send(response(request.id, function_(channel, request.params)));
+    return channel->send(make_response(request.id, function_(channel, request.params)));
   }
 
 private:
@@ -45,7 +37,7 @@ private:
 };
 
 /// A server that is linked to itself: `near_` and `far_` are the two ends of one connection.
-class DuplexTest : public JSON_RPC_Fixture {
+class DuplexTest : public Stream_Fixture {
 protected:
   /// The registries that the loops use exist before them.
   DuplexTest() {
@@ -56,8 +48,7 @@ protected:
     JSON_RPC_Params_Handler_Map::instance();
     JSON_RPC_Response_Map::instance();
   }
-  ~DuplexTest() override { JSON_RPC_Params_Handler_Map::close_instance(); }
-  void start(const transport::Limits& limits) {
+  void start() {
     const std::string url = "unix:///tmp/duplex." + std::to_string(::getpid());
     serve("end", [this](const JSON_RPC_Channel_var& channel, const Value&) {
       far_ = channel;
@@ -71,15 +62,15 @@ protected:
     serve("back", [](const JSON_RPC_Channel_var& channel, const Value&) {
       return call(channel, "size", "four", 10);
     });
-    server_ = std::make_unique<transport::Server>(limits, 2);
+    server_ = std::make_unique<Server>(limits_, 2);
     std::promise<void> up;
-    transport::Link_Options options;
+    Link_Options options;
     options.reconnect = false;
     options.changed = [&up](bool is_up, const std::string&) {
       if (is_up) up.set_value();
     };
     std::string bound, error;
-    JSON_RPC_Channel_ptr channel(JSON_RPC_Channel::none());
+    JSON_RPC_Channel_ptr channel;
     ASSERT_EQ(0, server_->listen(url, bound, error)) << error;
     ASSERT_EQ(0, server_->connect(url, options, channel, error)) << error;
     server_->start();
@@ -88,8 +79,8 @@ protected:
     ASSERT_EQ(Value(true), call(near_, "end", Value(), 10));
   }
   void TearDown() override {
-    near_ = JSON_RPC_Channel::none();
-    far_ = JSON_RPC_Channel::none();
+    near_ = JSON_RPC_Channel_var();
+    far_ = JSON_RPC_Channel_var();
     EXPECT_EQ(0, server_->stop(std::chrono::seconds(1)));
     EXPECT_TRUE(JSON_RPC_Thread_Handler::wait_all(ACE_Time_Value(10)));
     ACE_Thread_Manager::instance()->wait();
@@ -128,16 +119,15 @@ protected:
     return right;
   }
 
-  std::unique_ptr<transport::Server> server_;
-  JSON_RPC_Channel_var near_{JSON_RPC_Channel::none()};
-  JSON_RPC_Channel_var far_{JSON_RPC_Channel::none()};
+  std::unique_ptr<Server> server_;
+  JSON_RPC_Channel_var near_;
+  JSON_RPC_Channel_var far_;
 };
 
 TEST_F(DuplexTest, LargeAnswersAndLargeCallsGoBothWaysAtOnce) {
-  transport::Limits limits;
-  limits.max_queue = 24u << 20;
-  limits.stall_timeout = std::chrono::seconds(3);
-  start(limits);
+  limits_.max_queue = 24u << 20;
+  limits_.stall_timeout = std::chrono::seconds(3);
+  start();
   const std::vector<JSON_RPC_Channel_var> both = {near_, far_};
   EXPECT_EQ(32, answered(both, 16, "large", Value(), large()));
   EXPECT_EQ(32, answered(both, 16, "size", large(), Value(1 << 20)));
@@ -145,9 +135,8 @@ TEST_F(DuplexTest, LargeAnswersAndLargeCallsGoBothWaysAtOnce) {
 }
 
 TEST_F(DuplexTest, HandlersThatCallBackAreAnsweredAlthoughNoMoreMayBeInWork) {
-  transport::Limits limits;
-  limits.max_pending = 2;
-  start(limits);
+  limits_.max_pending = 2;
+  start();
   EXPECT_EQ(8, answered({near_}, 8, "back", Value(), Value(4)));
 }
 

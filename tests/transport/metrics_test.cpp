@@ -90,46 +90,6 @@ TEST(CounterRowsTest, HarmNobodyByWhatAThreadCountsAtItsVeryEnd) {
   EXPECT_EQ(1u, rows.sums()[0]);
 }
 
-TEST(MetricsTest, KeepEveryCounterInAPlaceOfItsOwn) {
-  Metrics metrics({"a", "b", "a", "other"}, {"x", "y"});
-  ASSERT_EQ(2u, metrics.links());
-  EXPECT_EQ(0u, metrics.method("c"));
-  EXPECT_EQ(0u, metrics.method("other"));
-  const std::vector<std::size_t> methods = {0, metrics.method("a"), metrics.method("b")};
-  std::uint64_t n = 0;
-  for (unsigned i = 0; i < Metrics::COUNTERS; ++i) metrics.add(Metrics::Counter(i), ++n);
-  for (std::size_t l = 0; l <= metrics.links(); ++l) {
-    for (unsigned i = 0; i < Metrics::LISTENER_COUNTERS; ++i) {
-      metrics.add(Metrics::Listener_Counter(i), l, ++n);
-    }
-  }
-  for (const std::size_t method : methods) {
-    for (std::uint64_t i = ++n; i > 0; --i) metrics.call(method);
-    for (std::uint64_t i = ++n; i > 0; --i) metrics.answered(method, -32603, 3ms);
-  }
-  metrics.add(Metrics::BYTES_IN, 99, 1000);  // counts for the links
-  metrics.call(99);
-
-  const Metrics::Sums sums(metrics);
-  n = 0;
-  for (unsigned i = 0; i < Metrics::COUNTERS; ++i) EXPECT_EQ(++n, sums.get(Metrics::Counter(i)));
-  for (std::size_t l = 0; l <= metrics.links(); ++l) {
-    for (unsigned i = 0; i < Metrics::LISTENER_COUNTERS; ++i) {
-      const std::uint64_t more = l == metrics.links() && i == Metrics::BYTES_IN ? 1000 : 0;
-      EXPECT_EQ(++n + more, sums.get(Metrics::Listener_Counter(i), l));
-    }
-  }
-  std::uint64_t errors = 0;
-  for (const std::size_t method : methods) {
-    EXPECT_EQ(++n + (method == 0 ? 1 : 0), sums.calls(method));
-    EXPECT_EQ(++n, sums.errors(method));
-    EXPECT_EQ(n, sums.within(method, 5));
-    EXPECT_EQ(n * 3ms, sums.time(method));
-    errors += n;
-  }
-  EXPECT_EQ(errors, sums.answers(Metrics::code_index(-32603)));
-}
-
 TEST(MetricsTest, SortCodesAndDurations) {
   for (std::size_t i = 1; i < Metrics::OTHER_CODE; ++i) {
     EXPECT_EQ(i, Metrics::code_index(Metrics::code_of(i)));

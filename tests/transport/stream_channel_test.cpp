@@ -13,10 +13,8 @@
 #include <thread>
 #include <vector>
 
-#include "json_rpc/json_rpc_fan_out.h"
 #include "json_rpc/json_rpc_writer.h"
 #include "tests/transport/stream_fixture.h"
-#include "transport/current_message.h"
 #include "transport/loop_thread.h"
 
 using namespace transport;
@@ -87,22 +85,6 @@ protected:
   }
 };
 
-TEST_F(StreamChannelTest, ARequestIsAnsweredOnce) {
-  Wired_Channel wired(limits_);
-  wired.stream->await(3);
-  EXPECT_EQ(EINVAL, send(wired, make_response(4, true)));
-  EXPECT_EQ(EINVAL, send(wired, make_response("3", true)));
-  EXPECT_EQ(0, send(wired, make_response(3, true)));
-  EXPECT_EQ(EINVAL, send(wired, make_response(3, false)));
-  EXPECT_FALSE(wired.stream->answer_error(3, JSON_RPC_INTERNAL_ERROR, nullptr));
-  EXPECT_EQ(answer_line("3", "true"), wired.output());
-  EXPECT_TRUE(
-      log_.contains(LM_WARNING, "Dropped an answer to id 3 of channel 9, which awaits none.\n"));
-  EXPECT_EQ(3u, log_.count("Dropped an answer"));
-  EXPECT_EQ(1, wired.wire->wakes);
-  EXPECT_EQ(0, wired.wire->closes);
-}
-
 TEST_F(StreamChannelTest, AValueThatCannotBeWrittenIsRefusedBeforeTheFirstByte) {
   Value deep;
   for (int i = 0; i < 125; ++i) deep = Value(json_spirit::Array{deep});
@@ -142,31 +124,6 @@ TEST_F(StreamChannelTest, TooMuchUnsentClosesForNotificationsRefusesCallsAndTake
   EXPECT_EQ(ENOTCONN, send(wired, make_response(1, true)));
   EXPECT_EQ(nullptr, wired.channel->send_begin());
   EXPECT_EQ(ENOTCONN, errno);
-}
-
-TEST_F(StreamChannelTest, AFanOutSerialisesOnceForBothFramings) {
-  Wired_Channel lines(limits_), more_lines(limits_), headers(limits_), origin(limits_);
-  headers.stream->framing(Framing::HEADERS);
-  const JSON_RPC_Object_var event = make_notification(std::string(5000, 'n'));
-  const std::string body = R"({"jsonrpc":"2.0","method":")" + std::string(5000, 'n') + "\"}";
-  {
-    const Current_Message current(origin.stream, event.get());
-    JSON_RPC_Fan_Out fan_out(event);
-    for (Wired_Channel* wired : {&headers, &origin, &lines, &more_lines}) {
-      fan_out.send(wired->stream->self());
-    }
-    EXPECT_EQ(0, send(origin, make_notification("other"))) << "only the message itself stays away";
-  }
-  std::vector<Output_Piece> one, other;
-  lines.stream->outbox().take(one);
-  more_lines.stream->outbox().take(other);
-  ASSERT_EQ(1u, one.size());
-  ASSERT_EQ(1u, other.size());
-  EXPECT_NE(nullptr, one[0].shared);
-  EXPECT_EQ(one[0].shared, other[0].shared);
-  EXPECT_EQ(body + "\n", one[0].text());
-  EXPECT_EQ("Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body, headers.output());
-  EXPECT_EQ("{\"jsonrpc\":\"2.0\",\"method\":\"other\"}\n", origin.output());
 }
 
 TEST_F(StreamChannelTest, AnOpenMessageBelongsToItsThread) {
@@ -298,17 +255,6 @@ TEST_F(StreamChannelTest, AStreamedAnswerToAnIdThatAwaitsNoneIsSwallowed) {
     EXPECT_EQ("", wired.wire->reason());
   }
   EXPECT_EQ(2u, log_.count("Dropped an answer to id 3 of channel 9"));
-}
-
-TEST_F(StreamChannelTest, StreamsAreHeldWholeWithHeaderFraming) {
-  Wired_Channel wired(limits_);
-  wired.stream->framing(Framing::HEADERS);
-  Function_Generator large = message(-1, 200);
-  EXPECT_EQ(0, send(wired, large));
-  const std::string output = wired.output();
-  const std::size_t body = output.find("\r\n\r\n") + 4;
-  EXPECT_EQ("Content-Length: " + std::to_string(output.size() - body), output.substr(0, body - 4));
-  EXPECT_EQ('}', output.back());
 }
 
 }  // namespace

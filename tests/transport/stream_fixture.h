@@ -3,7 +3,6 @@
 #include <atomic>
 #include <memory>
 #include <string>
-#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -84,3 +83,18 @@ inline JSON_RPC_Object_var make_response(const json_spirit::Value& id, json_spir
   response->result = std::move(result);
   return JSON_RPC_Object_var(response);
 }
+
+/// Notes the answers that it gets: an error response as its code.
+class Noting_Handler final : public JSON_RPC_Handler {
+public:
+  explicit Noting_Handler(std::string& got) : got_(got) {}
+  int handle_object(JSON_RPC_Channel_ptr, JSON_RPC_Object_var object) override {
+    got_ += object->type == JSON_RPC_Object::TYPE_RESPONSE_ERROR
+                ? std::to_string(static_cast<JSON_RPC_Response_Error&>(*object).code) + " "
+                : "result ";
+    return 0;
+  }
+
+private:
+  std::string& got_;
+};

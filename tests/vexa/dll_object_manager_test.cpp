@@ -19,31 +19,6 @@ void gobble(void* p) {
 
 typedef void (*Gobbler)(void*);
 
-TEST(DLLObjectManagerTest, EntriesDestroyOnceAndGuardsLeaveWhatHasNoGobbler) {
-  gone.clear();
-  typedef DLL_Object_Entry_T<Thing, Gobbler> Entry;
-  {
-    Entry deleted("", new Thing("a"), nullptr);
-    Entry gobbled("", new Thing("b"), gobble);
-    deleted = std::move(gobbled);
-    EXPECT_EQ("a", gone);
-    EXPECT_EQ(nullptr, gobbled.obj_);
-    EXPECT_EQ(nullptr, gobbled.gobbler_);
-    Entry moved(std::move(deleted));
-    deleted.destroy();
-    EXPECT_EQ("a", gone);
-  }
-  EXPECT_EQ("a-b", gone);
-  Thing kept("k");
-  for (const bool detached : {false, true}) {
-    DLL_Object_Entry_Ptr<Thing, Gobbler> guard;
-    guard.obj_ = &kept;
-    guard.gobbler_ = detached ? gobble : nullptr;
-    guard.detach_ = detached;
-  }
-  EXPECT_EQ("a-b", gone);
-}
-
 TEST(DLLObjectManagerTest, TheFirstOfANameWinsAndAllGoInDescendingOrder) {
   gone.clear();
   Thing late("l");

@@ -2,15 +2,12 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdint>
 #include <ctime>
 #include <string>
 #include <vector>
 
 #include "tests/support/log_capture.h"
 #include "vexa/http_cookies.h"
-#include "vexa/http_request.h"
-#include "vexa/http_response.h"
 
 TEST(HttpHeadersTest, NamesAreOneFieldWhateverTheirCaseAndNumber) {
   HTTP_Headers headers;
@@ -45,35 +42,6 @@ TEST(HttpHeadersTest, WhatWouldEndALineIsRefusedWithAnErrorLine) {
     headers.clear();
     EXPECT_FALSE(headers.refused());
   }
-}
-
-TEST(HttpHeadersTest, AMessageSaysWhetherItsConnectionLasts) {
-  const struct {
-    int version;
-    const char* value;
-    bool lasts;
-  } cases[] = {{1, nullptr, true},      {0, nullptr, false},     {1, "close", false},
-               {0, "keep-alive", true}, {1, "TE, CLOSE", false}, {1, "upgrade", true}};
-  for (const auto& c : cases) {
-    HTTP_Response response;
-    response.minor_version(c.version);
-    if (c.value != nullptr) response.headers().put("Connection", c.value);
-    EXPECT_EQ(c.lasts, response.keep_alive()) << c.version << c.value;
-  }
-}
-
-TEST(HttpHeadersTest, BodyAccessorsReplaceWhatWasThere) {
-  HTTP_Request request(HTTP_METHOD_POST, "/a b\"\xC3\xA9%41\n", true);
-  EXPECT_STREQ("/a%20b%22%C3%A9%41\n", request.uri());
-  request.content_length(1);
-  request.content_length(SIZE_MAX);
-  EXPECT_EQ(SIZE_MAX, request.content_length());
-  request.chunked_transfer_encoding(true);
-  EXPECT_TRUE(request.chunked_transfer_encoding());
-  request.headers().put("Transfer-Encoding", "gzip, chunked");
-  EXPECT_FALSE(request.chunked_transfer_encoding());
-  request.chunked_transfer_encoding(false);
-  EXPECT_EQ(nullptr, request.headers().get(HTTP_HEAD_TRANSFER_ENCODING));
 }
 
 TEST(HttpCookiesTest, ASetCookieIsKeptAndSentWhereItBelongs) {

@@ -10,9 +10,9 @@
 #include <thread>
 #include <vector>
 
+#include "tests/support/http_exchange.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/scripted_http_server.h"
-#include "vexa/http_session_factory.h"
 #include "vexa/http_session_url.h"
 
 namespace {
@@ -20,11 +20,6 @@ namespace {
 typedef Scripted_Reply Reply;
 
 const char ok[] = "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\n{}";
-
-HTTP_Session_var session_to(unsigned short port, int timeout = 5, int flags = 0) {
-  return HTTP_Session_Factory::create("127.0.0.1", port, false, nullptr, 3, nullptr, false, timeout,
-                                      timeout, timeout, flags);
-}
 
 /// The rest of the exchange: the status, ":" and the body where there is one, the name of the
 /// error.
@@ -165,30 +160,25 @@ TEST(HttpSessionTest, RequestsAreFramedAsTheySay) {
 }
 
 TEST(HttpSessionTest, LargeBodiesGoOutInPiecesThatTheServerPutsTogether) {
-  for (const bool chunked : {false, true}) {
-    Scripted_HTTP_Server server({{{ok}}});
-    const HTTP_Session_var session = session_to(server.port());
-    HTTP_Request request(HTTP_METHOD_POST, "/");
-    if (!chunked) request.content_length(1500015);
-    const HTTP_Connection_var connection = session->send_request(request);
-    std::string body;
-    for (const std::size_t size : {15, 16370, 16384, 16385, 1450861}) {
-      const std::string part(size, static_cast<char>('a' + body.size() % 7));
-      EXPECT_EQ(static_cast<ssize_t>(size), connection->send(part.data(), size));
-      body += part;
-    }
-    EXPECT_EQ("200:{}", receive(connection));
-    std::string sent = server.request();
-    sent.erase(0, sent.find("\r\n\r\n") + 4);
-    std::string taken = chunked ? "" : sent;
-    for (std::size_t at = 0; chunked && at < sent.size();) {
-      const std::size_t length = std::strtoul(sent.c_str() + at, nullptr, 16);
-      at = sent.find("\r\n", at) + 2;
-      taken += sent.substr(at, length);
-      at += length + 2;
-    }
-    EXPECT_TRUE(body == taken) << chunked << ' ' << taken.size();
+  Scripted_HTTP_Server server({{{ok}}});
+  const HTTP_Session_var session = session_to(server.port());
+  const HTTP_Connection_var connection = session->send_request(HTTP_Request(HTTP_METHOD_POST, "/"));
+  std::string body;
+  for (const std::size_t size : {15, 16370, 16384, 16385, 1450861}) {
+    const std::string part(size, static_cast<char>('a' + body.size() % 7));
+    EXPECT_EQ(static_cast<ssize_t>(size), connection->send(part.data(), size));
+    body += part;
   }
+  EXPECT_EQ("200:{}", receive(connection));
+  const std::string sent = server.request();
+  std::string taken;
+  for (std::size_t at = sent.find("\r\n\r\n") + 4; at < sent.size();) {
+    const std::size_t length = std::strtoul(sent.c_str() + at, nullptr, 16);
+    at = sent.find("\r\n", at) + 2;
+    taken += sent.substr(at, length);
+    at += length + 2;
+  }
+  EXPECT_TRUE(body == taken) << taken.size();
 }
 
 TEST(HttpSessionTest, ABodyThatDoesNotFitItsRequestIsRefused) {
@@ -212,25 +202,21 @@ TEST(HttpSessionTest, ABodyThatDoesNotFitItsRequestIsRefused) {
 }
 
 TEST(HttpSessionTest, ARequestThatWouldBreakItsLinesIsNotSent) {
-  Log_Capture log;
+  using namespace std::string_literals;
+  const Log_Capture quiet;
   Scripted_HTTP_Server server({{{ok}}});
   const HTTP_Session_var session = session_to(server.port());
   std::vector<HTTP_Request> requests;
-  for (const std::string& uri :
-       {std::string("/a\r\nX: y"), std::string("/a b"), std::string("/\n"), std::string("/\0", 2),
-        std::string("a"), std::string("/a#b"), std::string()}) {
-    requests.emplace_back();
-    requests.back().uri(uri);
+  for (const int method : {static_cast<int>(HTTP_METHOD_CONNECT), 7}) {
+    requests.emplace_back(method, "/");
   }
-  requests.emplace_back();
-  requests.back().minor_version(0);
-  requests.emplace_back(HTTP_METHOD_CONNECT, "/");
-  requests.emplace_back(7, "/");
-  requests.emplace_back();
-  requests.back().headers().put("X", "a\r\nY: b");
+  for (const std::string& uri : {"/a\r\nX: y"s, "/a b"s, "/\0"s, "a"s, "/a#b"s, ""s}) {
+    requests.emplace_back().uri(uri);
+  }
+  requests.emplace_back().minor_version(0);
+  requests.emplace_back().headers().put("X", "a\r\nY: b");
   for (const char* length : {"", "-1", "+1", "1x", "18446744073709551616"}) {
-    requests.emplace_back(HTTP_METHOD_POST, "/");
-    requests.back().headers().put("Content-Length", length);
+    requests.emplace_back(HTTP_METHOD_POST, "/").headers().put("Content-Length", length);
   }
   for (const HTTP_Request& request : requests) {
     Log_Capture log;
@@ -240,11 +226,10 @@ TEST(HttpSessionTest, ARequestThatWouldBreakItsLinesIsNotSent) {
     EXPECT_EQ(1u, log.size());
   }
   EXPECT_EQ(0, server.connections());
-  HTTP_Request request;
-  request.uri("/a\r\nX: y");
+  EXPECT_STREQ("/a%20b%22%C3%A9%41\n",
+               HTTP_Request(HTTP_METHOD_GET, "/a b\"\xC3\xA9%41\n", true).uri());
   EXPECT_EQ("http://127.0.0.1:" + std::to_string(server.port()) + "/a??X: y",
-            std::string(HTTP_Session_URL(session, request).c_str()));
-  EXPECT_STREQ("/a??X: y", HTTP_Session_URL(HTTP_Session_var(), request).c_str());
+            std::string(HTTP_Session_URL(session, requests[2]).c_str()));
 }
 
 TEST(HttpSessionTest, DefaultFieldsGoWhereTheRequestHasNone) {
@@ -330,15 +315,13 @@ TEST(HttpSessionTest, AConnectionServesNextWhenTheRestOfALeftBodyIsHereAndNothin
 
 TEST(HttpSessionTest, ConnectionsAreNotKeptAgainstTheWill) {
   for (const bool by_flag : {true, false}) {
-    Scripted_HTTP_Server server({{{ok, Reply::keep}}, {{ok}}});
+    Scripted_HTTP_Server server({{{ok}}, {{ok}}});
     const HTTP_Session_var session =
         session_to(server.port(), 5, by_flag ? HTTP_SESSION_NO_KEEP_ALIVE : 0);
     HTTP_Request request;
     request.keep_alive(by_flag);
-    EXPECT_EQ("200:{}", receive(session->send_request(request)));
+    for (int i = 0; i < 2; ++i) EXPECT_EQ("200:{}", receive(session->send_request(request)));
     EXPECT_NE(std::string::npos, server.request().find("\r\nConnection: close\r\n"));
-    EXPECT_EQ(std::string::npos, server.request().find("Keep-Alive"));
-    EXPECT_EQ("200:{}", receive(session->send_request(request)));
     EXPECT_EQ(2, server.connections());
   }
 }
@@ -391,19 +374,13 @@ TEST(HttpSessionTest, CookiesOfTheServerComeBackUntilTheyAreCleared) {
   const std::string set = "HTTP/1.1 200 OK\r\nContent-Length: 0\r\nSet-Cookie: a=1; Path=/\r\n";
   for (const bool kept : {true, false}) {
     Scripted_HTTP_Server server(
-        {{{set + "Set-Cookie: b=2; Path=/x\r\nSet-Cookie: s=3; Secure\r\n\r\n"},
-          {ok},
-          {ok},
-          {ok}}});
+        {{{set + "Set-Cookie: b=2; Path=/x\r\nSet-Cookie: s=3; Secure\r\n\r\n"}, {ok}, {ok}}});
     const HTTP_Session_var session =
         session_to(server.port(), 5, kept ? 0 : HTTP_SESSION_NO_COOKIES);
     HTTP_Request request(HTTP_METHOD_GET, "/x/y?z=/x");
     receive(session->send_request(request));
     receive(session->send_request(request));
     EXPECT_EQ(kept, server.request().find("\r\nCookie: b=2; a=1\r\n") != std::string::npos);
-    request.headers().put(HTTP_HEAD_COOKIE, "own");
-    receive(session->send_request(request));
-    EXPECT_NE(std::string::npos, server.request().find("\r\nCookie: own\r\n"));
     session->clear_cookie();
     EXPECT_EQ("200:{}", call(session));
     EXPECT_EQ(std::string::npos, server.request().find("Cookie"));
@@ -436,13 +413,12 @@ TEST(HttpSessionFactoryTest, ArgumentsThatMakeNoSenseAreRefused) {
     EXPECT_EQ(nullptr, make(host, 80, nullptr, 3, 0, 0).get()) << host;
     EXPECT_EQ(EINVAL, errno);
   }
-  EXPECT_EQ(nullptr, make(nullptr, 80, nullptr, 3, 0, 0).get());
   EXPECT_EQ(nullptr, make("h", 0, nullptr, 3, 0, 0).get());
   EXPECT_EQ(nullptr, make("h", 80, "localhost", 3, 0, 0).get());
   EXPECT_EQ(nullptr, make("h", 80, nullptr, 4, 0, 0).get());
   EXPECT_EQ(nullptr, make("h", 80, nullptr, 3, -1, 0).get());
   EXPECT_EQ(nullptr, make("h", 80, nullptr, 3, 0, 16).get());
-  EXPECT_EQ(13u, log.count("Failed to make an HTTP session"));
+  EXPECT_EQ(12u, log.count("Failed to make an HTTP session"));
   EXPECT_EQ("h", make("h", 80, nullptr, 3, 0, 0)->authority());
   EXPECT_EQ("[::1]:8080", make("[::1]", 8080, nullptr, 3, 0, 0)->authority());
   EXPECT_EQ("[fe80::1]", make("fe80::1%eth0", 80, nullptr, 3, 0, 0)->authority());

@@ -1,13 +1,12 @@
-#include <ace/SSL/SSL_Context.h>
 #include <gtest/gtest.h>
 
 #include <cerrno>
 #include <cstdlib>
 #include <string>
 
+#include "tests/support/http_exchange.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/scripted_http_server.h"
-#include "vexa/http_session_factory.h"
 
 namespace {
 
@@ -41,23 +40,17 @@ protected:
   static std::string file(const std::string& name) { return directory_ + '/' + name + ".pem"; }
 
   static HTTP_Session_var session_to(const Scripted_HTTP_Server& server,
-                                     const char* host = "127.0.0.1",
-                                     ACE_SSL_Context* context = nullptr, bool insecure = false,
+                                     const char* host = "127.0.0.1", bool insecure = false,
                                      int flags = 0, int conn_timeout = 5) {
     return HTTP_Session_Factory::create(host, server.port(), true, nullptr, HTTP_SESSION_IPV4,
-                                        context, insecure, 5, 5, conn_timeout, flags);
+                                        nullptr, insecure, 5, 5, conn_timeout, flags);
   }
   /// The status, or minus the errno.
   static int call(const HTTP_Session_var& session) {
     HTTP_Response response;
-    const HTTP_Connection_var connection = session->send_request(HTTP_Request());
-    if (connection.get() == nullptr) return -errno;
-    if (connection->recv_header(response) == -1) return -connection->error();
-    char data[100];
-    while (connection->state() != HTTP_SOCK_STATE_CONTENT_RECEIVED) {
-      if (connection->recv(data, sizeof data) == -1) return -connection->error();
-    }
-    return response.status();
+    std::size_t size;
+    const int error = exchange(*session, HTTP_Request(), response, size);
+    return error == 0 ? response.status() : -error;
   }
 
   static std::string directory_;
@@ -89,7 +82,7 @@ TEST_F(HttpTlsTest, OnlyACertificateThatProvesTheNameIsAccepted) {
     SCOPED_TRACE(std::string(c.certificate) + " for " + c.host);
     Log_Capture log;
     Scripted_HTTP_Server server({{{ok}}}, file(c.certificate));
-    const HTTP_Session_var session = session_to(server, c.host, nullptr, c.insecure, c.flags);
+    const HTTP_Session_var session = session_to(server, c.host, c.insecure, c.flags);
     EXPECT_EQ(c.reason == nullptr ? 200 : -EPROTO, call(session));
     EXPECT_EQ(c.insecure ? 1u : 0u, log.texts(LM_WARNING).size());
     const std::string line = "Failed to verify the certificate of " + session->authority() + ", " +
@@ -97,19 +90,6 @@ TEST_F(HttpTlsTest, OnlyACertificateThatProvesTheNameIsAccepted) {
     EXPECT_EQ(c.reason != nullptr, log.contains(LM_ERROR, line));
     EXPECT_EQ(c.reason != nullptr ? 1u : 0u, log.texts(LM_ERROR).size());
   }
-}
-
-TEST_F(HttpTlsTest, AGivenContextIsUsedAsItIs) {
-  Log_Capture log;
-  ACE_SSL_Context trusting, verifying;
-  trusting.set_mode(ACE_SSL_Context::SSLv23_client);
-  verifying.set_mode(ACE_SSL_Context::SSLv23_client);
-  verifying.load_trusted_ca(file("untrusted").c_str(), nullptr, false);
-  verifying.set_verify_peer(1, 0, 0);
-  Scripted_HTTP_Server server({{{ok}}, {{ok}}, {{ok}}}, file("untrusted"));
-  EXPECT_EQ(200, call(session_to(server, "127.0.0.1", &trusting)));
-  EXPECT_EQ(200, call(session_to(server, "127.0.0.1", &verifying)));
-  EXPECT_EQ(-EPROTO, call(session_to(server, "localhost", &verifying)));
 }
 
 TEST_F(HttpTlsTest, AConnectionIsKeptAndReplacedAsWithoutTls) {
@@ -149,6 +129,6 @@ TEST_F(HttpTlsTest, WritingToAServerThatHasGoneRaisesNoSignal) {
 TEST_F(HttpTlsTest, AHandshakeThatStallsOrMakesNoSenseFails) {
   Log_Capture log;
   Scripted_HTTP_Server plain({{}, {{"", Scripted_Reply::close, 0, true}}});
-  EXPECT_EQ(-ETIMEDOUT, call(session_to(plain, "127.0.0.1", nullptr, false, 0, 1)));
+  EXPECT_EQ(-ETIMEDOUT, call(session_to(plain, "127.0.0.1", false, 0, 1)));
   EXPECT_EQ(1u, log.count("TLS handshake with "));
 }

@@ -21,7 +21,19 @@ TEST(JsonReaderTest, TextsReadTheSameHoweverTheyAreCut) {
   const std::string refused = "a value is too deep, or a number too large";
   const std::string deep = std::string(124, '[') + std::string(124, ']');
   const std::pair<std::string, std::string> cases[] = {
+      // A real has a point or an exponent, whatever the number was written like.
+      {"-0", "0"},
+      {"-9223372036854775808", "-9223372036854775808"},
+      {"9223372036854775808", "9223372036854775808"},
       {"18446744073709551615", "18446744073709551615"},
+      {"18446744073709551616", "18446744073709551616.0"},
+      {"-9223372036854775809", "-9223372036854775808.0"},
+      {"-0.0", "-0.0"},
+      {"1E+2", "100.0"},
+      {"9007199254740993.0", "9007199254740992.0"},
+      {"1.7976931348623157e308", "1.7976931348623157e+308"},
+      {"5e-324", "5e-324"},
+      {"-1e-400", "-0.0"},
       {R"("\u00e4\ud83d\ude00\u0000/")", "\"\u00e4\U0001F600\\u0000/\""},
       {"\"\\udc00\"", "\"\uFFFD\uFFFD\uFFFD\""},
       {R"([[],{},[1,[2.0,{"a":[false]}]],""])", R"([[],{},[1,[2.0,{"a":[false]}]],""])"},
