@@ -100,7 +100,7 @@ int JSON_RPC_Channel_Map::insert(const JSON_RPC_Channel_var& channel) {
 }
 
 int JSON_RPC_Channel_Map::remove(Channel_Type type, const Channel_ID& id) {
-  const JSON_RPC_Fan_Out told;
+  JSON_RPC_Fan_Out told;
   ACE_WRITE_GUARD_RETURN(Lock, guard, lock_, -1);
   const Type_ID_Map::iterator of_type = map_.find(type);
   if (of_type != map_.end()) of_type->second.erase(id);
@@ -110,7 +110,7 @@ int JSON_RPC_Channel_Map::remove(Channel_Type type, const Channel_ID& id) {
 
 int JSON_RPC_Channel_Map::remove(const JSON_RPC_Channel_var& channel) {
   if (channel.null()) return 0;
-  const JSON_RPC_Fan_Out told;
+  JSON_RPC_Fan_Out told;
   ACE_WRITE_GUARD_RETURN(Lock, guard, lock_, -1);
   const Type_ID_Map::iterator of_type = map_.find(channel->type());
   if (of_type == map_.end()) return 0;
@@ -220,7 +220,7 @@ void JSON_RPC_Channel_Map::unregistered(Channel_Type type, const Channel_ID& id)
 }
 
 int JSON_RPC_Channel_Map::remove_closed(const Channel_Info& info) {
-  const JSON_RPC_Fan_Out told;
+  JSON_RPC_Fan_Out told;
   ACE_WRITE_GUARD_RETURN(Lock, guard, lock_, -1);
   const Type_ID_Map::iterator of_type = map_.find(info.type);
   if (of_type == map_.end()) return 0;

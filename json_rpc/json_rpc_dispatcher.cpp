@@ -49,6 +49,8 @@ void log_call(const JSON_RPC_Channel_ptr& weak, const std::string& method) {
   }
 }
 
+/// `method` is not the message's own text: the handler may have handed the message to a thread that
+/// takes it apart.
 int call_method(JSON_RPC_Handler& handler, const JSON_RPC_Channel_ptr& channel,
                 const JSON_RPC_Object_var& object, const std::string& method) {
   const int result = call(handler, channel, object, [&method](const char* what) {
@@ -111,8 +113,9 @@ int JSON_RPC_Dispatcher::dispatch_request(const JSON_RPC_Channel_ptr& channel,
                                           const JSON_RPC_Object_var& object) {
   const JSON_RPC_Request* const req = request_of(object);
   VEXA_CHECK(req != nullptr, "req is NULL", -1);
-  JSON_RPC_Handler* const handler = JSON_RPC_Request_Map::instance()->find(req->method);
-  if (handler != nullptr) return call_method(*handler, channel, object, req->method);
+  const std::string* method = nullptr;
+  JSON_RPC_Handler* const handler = JSON_RPC_Request_Map::instance()->find(req->method, method);
+  if (handler != nullptr) return call_method(*handler, channel, object, *method);
   if (req->type != JSON_RPC_Object::TYPE_NOTIFY) return answer_not_found(channel, *req);
   try {
     JSON_RPC_Notify_Manager::instance()->notify(req->method, object);

@@ -2,6 +2,9 @@
 
 #include <new>
 
+#include "vexa/exception_text.h"
+#include "vexa/log.h"
+
 namespace {
 thread_local JSON_RPC_Fan_Out* innermost = nullptr;
 }
@@ -24,6 +27,7 @@ JSON_RPC_Channel* JSON_RPC_Fan_Out::reach(const JSON_RPC_Channel_ptr& channel) n
   try {
     reached.emplace_back(channel);
   } catch (const std::bad_alloc&) {
+    VEXA_ERROR("No memory to reach a channel.\n");
     return nullptr;
   }
   JSON_RPC_Channel* const alive = reached.back().get();
@@ -33,5 +37,10 @@ JSON_RPC_Channel* JSON_RPC_Fan_Out::reach(const JSON_RPC_Channel_ptr& channel) n
 
 void JSON_RPC_Fan_Out::send(const JSON_RPC_Channel_ptr& channel) {
   JSON_RPC_Channel* const alive = reach(channel);
-  if (alive != nullptr) alive->send(*obj_);
+  if (alive == nullptr) return;
+  try {
+    alive->send(*obj_);
+  } catch (...) {
+    VEXA_ERROR("A channel's send() threw an exception: %C\n", vexa::exception_text());
+  }
 }

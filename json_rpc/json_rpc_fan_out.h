@@ -41,7 +41,7 @@ public:
   JSON_RPC_Channel* reach(const JSON_RPC_Channel_ptr& channel) noexcept;
 
   /// Sends the message, which there is, over `channel`, if that can be reached. What send() gives
-  /// is ignored: fanning out is fire and forget.
+  /// is ignored: fanning out is fire and forget. An exception of send() is logged.
   void send(const JSON_RPC_Channel_ptr& channel);
 
   /// What the first channel prepared. A channel of another kind can have left it: `prepared_by`

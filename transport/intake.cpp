@@ -128,6 +128,8 @@ void Intake::dispatch(const JSON_RPC_Object_var& object) {
     return answer_error(object->id, JSON_RPC_METHOD_NOT_FOUND, nullptr);
   }
   const Current_Message current(&channel_, object.get());
+  char name[64] = "an answer";  // beside the message, which a handler may take apart
+  if (call) name[method_of(*object).copy(name, sizeof name - 1)] = '\0';
   const Loop_Time begin = Loop::now();
   errno = 0;
   const int result = call ? JSON_RPC_Dispatcher::instance()->dispatch(channel_.self(), object)
@@ -135,8 +137,7 @@ void Intake::dispatch(const JSON_RPC_Object_var& object) {
   const int error = errno;
   const Loop_Time end = Loop::now();
   if (end - begin > slow_handler) {
-    VEXA_WARNING("The handler of '%C' held its loop for %d ms.\n",
-                 call ? method_of(*object).c_str() : "an answer",
+    VEXA_WARNING("The handler of '%C' held its loop for %d ms.\n", name,
                  static_cast<int>((end - begin) / std::chrono::milliseconds(1)));
   }
   if (result == -1 && !call) channel_.count(Metrics::LATE_ANSWERS);

@@ -125,10 +125,14 @@ void Loop::flush_wanted() {
 
 void Loop::take_turn() {
   const std::lock_guard<std::mutex> guard(wanted_mutex_);
-  const std::size_t count = std::min(wanted_.size(), flushed_a_turn);
-  const auto end = wanted_.begin() + static_cast<std::ptrdiff_t>(count);
-  turn_.assign(std::make_move_iterator(wanted_.begin()), std::make_move_iterator(end));
+  const auto begin = wanted_.begin() + static_cast<std::ptrdiff_t>(taken_);
+  const std::size_t count = std::min(wanted_.size() - taken_, flushed_a_turn);
+  const auto end = begin + static_cast<std::ptrdiff_t>(count);
+  turn_.assign(std::make_move_iterator(begin), std::make_move_iterator(end));
+  taken_ += count;
+  if (2 * taken_ < wanted_.size()) return;  // what is left moves once, not at every turn
   wanted_.erase(wanted_.begin(), end);
+  taken_ = 0;
 }
 
 /// Whether there are no more, or another turn is queued for them.

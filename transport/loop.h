@@ -79,6 +79,7 @@ private:
 
   std::mutex wanted_mutex_;                         // a leaf, but for the queue of context_
   std::vector<std::weak_ptr<Loop_Member>> wanted_;  // to be flushed; guarded by wanted_mutex_
+  std::size_t taken_ = 0;                           // of wanted_, from its front; the same
   bool woken_ = false;                              // flush_wanted() is queued, or runs; the same
   std::vector<std::weak_ptr<Loop_Member>> turn_;  // those of this turn; has its room from the start
 

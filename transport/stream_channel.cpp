@@ -148,7 +148,12 @@ int Stream_Channel::send_object(const JSON_RPC_Object& obj) {
   if (obj.type == JSON_RPC_Object::TYPE_NOTIFY) {
     if (Current_Message::is(this, &obj)) return 0;
     JSON_RPC_Fan_Out* const fan_out = JSON_RPC_Fan_Out::current();
-    if (fan_out != nullptr && fan_out->object() == &obj) return send_prepared(*fan_out, obj);
+    if (fan_out != nullptr && fan_out->object() == &obj) {
+      const int sent = guarded([&] { return send_prepared(*fan_out, obj); });
+      // Nobody hears of this failure; but a subscriber of an open channel has missed nothing.
+      if (sent == -1 && errno == ENOMEM) close_soon(no_memory);
+      return sent;
+    }
   }
   std::string& text = scratch();
   if (serialise(obj, text)) {

@@ -134,6 +134,9 @@ public:
 
   /// The object of `name`, owned by the registry; null when there is none or the lock fails.
   Object* find(const std::string& name) const;
+  /// The same; `key` becomes the registry's own copy of the name, which lives as long as the
+  /// object.
+  Object* find(const std::string& name, const std::string*& key) const;
 
   /// The object of the longest registered prefix of `name` that ends at a boundary (see
   /// vexa::find_prefix); `pos` becomes its length. Null, and `pos` unchanged, when there is none.
@@ -180,9 +183,18 @@ int DLL_Object_Manager_T<Object, Gobbler, Lock, Tag>::insert(const std::string& 
 
 template <typename Object, typename Gobbler, typename Lock, typename Tag>
 Object* DLL_Object_Manager_T<Object, Gobbler, Lock, Tag>::find(const std::string& name) const {
+  const std::string* key;
+  return find(name, key);
+}
+
+template <typename Object, typename Gobbler, typename Lock, typename Tag>
+Object* DLL_Object_Manager_T<Object, Gobbler, Lock, Tag>::find(const std::string& name,
+                                                               const std::string*& key) const {
   ACE_READ_GUARD_RETURN(Lock, guard, lock_, nullptr);
   const auto it = map_.find(name);
-  return it == map_.end() ? nullptr : it->second.obj_;
+  if (it == map_.end()) return nullptr;
+  key = &it->first;
+  return it->second.obj_;
 }
 
 template <typename Object, typename Gobbler, typename Lock, typename Tag>

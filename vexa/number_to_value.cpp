@@ -73,7 +73,11 @@ bool read_number(const char* text, std::size_t length, json_spirit::Value& value
     value = json_spirit::Value(negative ? -integer : integer);
     return true;
   }
-  if (point == first || *point != '.' || end - first > 16) return other_number(text, end, value);
+  if (point == first) {
+    value = json_spirit::Value();
+    return false;
+  }
+  if (*point != '.' || end - first > 16) return other_number(text, end, value);
   const char* const stop = read_digits(point + 1, end, number);
   if (stop != end || stop == point + 1) return other_number(text, end, value);
   const double real = static_cast<double>(number) / powers[stop - point - 1];

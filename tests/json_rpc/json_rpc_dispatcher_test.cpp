@@ -52,13 +52,31 @@ TEST_F(DispatcherTest, CallLineSaysWhoCalled) {
               ElementsAre("Channel(type: 2) agent(192.0.2.1:1000) called JSON-RPC 'm'.\n",
                           "192.0.2.1:1000 called JSON-RPC 'm'.\n", "JSON-RPC 'm' is called.\n"));
   log_.clear();
+  handler->action = [](const JSON_RPC_Channel_ptr&, const JSON_RPC_Object_var& object) {
+    static_cast<JSON_RPC_Request&>(*object).method = "taken";
+    return 0;
+  };
+  EXPECT_EQ(0, dispatcher_.dispatch(gone, make_request("m", 1)));
+  EXPECT_THAT(log_.texts(LM_DEBUG), ElementsAre("JSON-RPC 'm' is called.\n"));
+  log_.clear();
   {
     const Log_Priorities quiet(LM_INFO | LM_WARNING | LM_ERROR | LM_EMERGENCY);
-    EXPECT_EQ(0, dispatcher_.dispatch(gone, request));
+    EXPECT_EQ(0, dispatcher_.dispatch(gone, make_request("m", 1)));
   }
   handler->silence();
-  EXPECT_EQ(0, dispatcher_.dispatch(gone, request));
+  EXPECT_EQ(0, dispatcher_.dispatch(gone, make_request("m", 1)));
   EXPECT_EQ(0u, log_.size());
+}
+
+TEST_F(DispatcherTest, UnknownRequestsAreAnsweredOrLogged) {
+  EXPECT_EQ(0, dispatch(make_request("m", 4)));
+  EXPECT_THAT(
+      fake(channel_).texts(),
+      ElementsAre(
+          R"({"jsonrpc":"2.0","id":4,"error":{"code":-32601,"message":"Method not found"}})"));
+  EXPECT_EQ(-1, dispatcher_.dispatch(JSON_RPC_Channel_ptr(), make_request("m", 4)));
+  EXPECT_THAT(log_.texts(LM_ERROR), ElementsAre("JSON-RPC 'm' by 192.0.2.1:1000 is not found.\n",
+                                                "JSON-RPC requester is gone.\n"));
 }
 
 TEST_F(DispatcherTest, WhatAHandlerGivesIsKeptAndExceptionsStopHere) {

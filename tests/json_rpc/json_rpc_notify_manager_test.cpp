@@ -43,9 +43,11 @@ TEST_F(NotifyManagerTest, DeliversToSubjectThenWildcardThenDefault) {
   EXPECT_EQ("BBD", publish("*"));
   fake(c).send_result = -1;
   EXPECT_EQ("CABD", publish("x")) << "a failing send stops nothing";
+  fake(b).on_send = [](const JSON_RPC_Object_var&) { throw 1; };
+  EXPECT_EQ("CAD", publish("x")) << "nor does one that throws";
   EXPECT_EQ(R"({"jsonrpc":"2.0","method":"x"})", fake(d).texts().back());
   d = JSON_RPC_Channel_var();
-  EXPECT_EQ("B", publish("y")) << "nobody keeps the default channel alive";
+  EXPECT_EQ("", publish("y")) << "nobody keeps the default channel alive";
 }
 
 TEST_F(NotifyManagerTest, EachSubscriptionIsADeliveryAndEndsWithItsKind) {
