@@ -48,7 +48,7 @@ TEST(ThreadHandlerTest, ACallOutlivesItsCallerAndKeepsTheChannel) {
 }
 
 TEST(ThreadHandlerTest, ACallThatCannotBeStartedLeavesNothing) {
-  const Log_Capture log;
+  Log_Capture log;
   Handler handler;
   JSON_RPC_Channel_var channel = make_fake_channel();
   fake(channel).destroyed = &handler.channel_gone;
@@ -61,6 +61,10 @@ TEST(ThreadHandlerTest, ACallThatCannotBeStartedLeavesNothing) {
   EXPECT_EQ(-1, handler.handle_object(weak, handler.request));
   EXPECT_EQ(EPIPE, errno);
   EXPECT_EQ(0u, JSON_RPC_Thread_Handler::running());
+  EXPECT_TRUE(log.contains(LM_ERROR,
+                           "Abort handling JRON-RPC request, failed to spawn thread, "
+                           "errno=11, Resource temporarily unavailable.\n"));
+  EXPECT_TRUE(log.contains(LM_ERROR, "Abort handling JRON-RPC request, requester has gone.\n"));
 }
 
 }  // namespace

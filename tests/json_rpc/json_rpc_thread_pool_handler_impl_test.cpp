@@ -18,7 +18,7 @@ struct Typed_Handler : JSON_RPC_Thread_Pool_Handler_Impl {
 };
 
 TEST(ThreadPoolHandlerImplTest, TheTypeOfAMessageSelectsTheOperation) {
-  const Log_Capture quiet;
+  Log_Capture log;
   const JSON_RPC_Channel_var channel = make_fake_channel();
   const struct {
     JSON_RPC_Object* object;
@@ -38,6 +38,10 @@ TEST(ThreadPoolHandlerImplTest, TheTypeOfAMessageSelectsTheOperation) {
     EXPECT_EQ(c.result, typed.handle_object_i(JSON_RPC_Channel_ptr(channel), object));
     EXPECT_EQ(c.result > 0 ? channel.get() : nullptr, typed.channel);
   }
+  EXPECT_TRUE(
+      log.contains(LM_ERROR, "An unknown type(0) of JSON-RPC object(id: null) is receivced.\n"));
+  EXPECT_EQ(-1, typed.handle_object_i(JSON_RPC_Channel_ptr(channel), JSON_RPC_Object_var()));
+  EXPECT_EQ(1u, log.count(", p is NULL:\n"));
   typed.channel = channel.get();
   const JSON_RPC_Channel_ptr gone(make_fake_channel());
   EXPECT_EQ(11, typed.handle_object_i(gone, make_request("m", 1)));
