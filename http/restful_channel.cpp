@@ -1,7 +1,5 @@
 #include "http/restful_channel.h"
 
-#include <yajl/yajl_parse.h>
-
 #include <cerrno>
 #include <cstring>
 #include <new>
@@ -12,6 +10,7 @@
 #include "vexa/exception_text.h"
 #include "vexa/json_writer.h"
 #include "vexa/log.h"
+#include "vexa/yajl_parse_handle.h"
 
 namespace {
 
@@ -70,14 +69,11 @@ const char* phrase(int status) {
 /// Whether a text is one JSON value. A handler drives yajl's generator itself, so it may have left
 /// it half-way, or driven it on after a failure.
 bool is_whole(const std::string& text) {
-  const yajl_handle parser = yajl_alloc(nullptr, nullptr, nullptr);
-  if (parser == nullptr) return false;
-  yajl_config(parser, yajl_dont_validate_strings, 1);
-  const bool whole = yajl_parse(parser, reinterpret_cast<const unsigned char*>(text.data()),
-                                text.size()) == yajl_status_ok &&
-                     yajl_complete_parse(parser) == yajl_status_ok;
-  yajl_free(parser);
-  return whole;
+  YAJL_Parse_Handle parser;
+  if (text.empty() || !parser.open(nullptr, nullptr)) return false;
+  yajl_config(parser.get(), yajl_dont_validate_strings, 1);
+  return parser.feed(text.data(), text.size()) == yajl_status_ok &&
+         parser.feed(nullptr, 0) == yajl_status_ok;
 }
 
 }  // namespace
@@ -91,7 +87,7 @@ void Restful_Channel::Printer::print(const char* text, std::size_t length) {
   try {
     sink_.append(text, length);
   } catch (const std::bad_alloc&) {
-    error_ = ENOMEM;  // yajl's frames are above: nothing may be thrown through them
+    error_ = ENOMEM;  // for send_end() to tell: a handler need not look
   }
 }
 
@@ -223,13 +219,10 @@ int Restful_Channel::send_last_error(int status, const char* text) {
 
 yajl_gen_t* Restful_Channel::send_begin() {
   if (!may_begin()) return nullptr;
-  gen_.reset(yajl_gen_alloc(nullptr));
-  if (gen_ == nullptr) {
+  if (gen_.open(streamed_) == nullptr) {
     errno = ENOMEM;
     return nullptr;
   }
-  yajl_gen_config(gen_.get(), yajl_gen_print_callback, &YAJL_Printer::print_s,
-                  static_cast<void*>(static_cast<YAJL_Printer*>(&streamed_)));
   streamed_.start();
   streaming_ = true;
   return gen_.get();

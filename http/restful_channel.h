@@ -2,12 +2,12 @@
 
 #include <cstddef>
 #include <functional>
-#include <memory>
 #include <string>
 
 #include "http/http_exchange.h"
 #include "json_rpc/json_restful_channel.h"
 #include "vexa/cgi_response.h"
+#include "vexa/yajl_gen_handle.h"
 #include "vexa/yajl_printer.h"
 
 /// Takes the answer of one RESTful exchange to its connection, from any thread; called once. It
@@ -88,9 +88,6 @@ private:
     const std::size_t limit_;
     int error_ = 0;  // EMSGSIZE, ENOMEM; ECANCELED once stopped
   };
-  struct Free_Generator {
-    void operator()(yajl_gen_t* gen) const { yajl_gen_free(gen); }
-  };
 
   bool may_begin();
   template <typename Body>
@@ -109,7 +106,7 @@ private:
   Printer whole_;     // of what is written here
   Printer streamed_;  // of what the handler writes through gen_
   // Stays, without effect, when its body ends: guards of the handler may close maps after that.
-  std::unique_ptr<yajl_gen_t, Free_Generator> gen_;
+  YAJL_Gen_Handle gen_;
   bool streaming_ = false;  // a streamed body is begun
   bool answered_ = false;
 };

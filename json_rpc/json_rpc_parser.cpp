@@ -56,13 +56,12 @@ JSON_RPC_Parser::~JSON_RPC_Parser() = default;
 
 bool JSON_RPC_Parser::open() {
   close();
-  handle_.reset(yajl_alloc(get_yajl_default_callbacks(), arena_.functions(),
-                           static_cast<YAJL_Handler*>(this)));
-  return is_open() || fail(ERROR_NO_HANDLE);
+  return handle_.open(get_yajl_default_callbacks(), static_cast<YAJL_Handler*>(this)) ||
+         fail(ERROR_NO_HANDLE);
 }
 
 void JSON_RPC_Parser::close() {
-  handle_.reset();
+  handle_.close();
   callback_type(CB_NONE);
   handler_ = nullptr;
   err_ = ERROR_NONE;
@@ -75,11 +74,9 @@ bool JSON_RPC_Parser::read(const char* data, std::size_t length) {
   if (!is_open()) return false;
   const bool more = data != nullptr && length != 0;
   errno = 0;
-  const yajl_status status =
-      more ? yajl_parse(handle_.get(), reinterpret_cast<const unsigned char*>(data), length)
-           : yajl_complete_parse(handle_.get());
+  const yajl_status status = handle_.feed(data, more ? length : 0);
   if (status == yajl_status_ok) return true;
-  if (status == yajl_status_client_canceled) refused_ = true;
+  if (status == yajl_status_client_canceled || !is_open()) refused_ = true;
   if (refused_ && err_ == ERROR_NONE && errno == ENOMEM) err_ = ERROR_NO_MEMORY;
   report(more ? data : nullptr, more ? length : 0);
   return false;
@@ -90,7 +87,7 @@ void JSON_RPC_Parser::report(const char* data, std::size_t length) {
   const unsigned long long key = level > 0 ? states_[level - 1].key : 0;
   const unsigned long long parent_key = level > 1 ? states_[level - 2].key : 0;
   VEXA_ERROR("Failed to parse JSON-RPC: %s, callback=%u, err=%u, level=%u, key=%u, parent_key=%u\n",
-             YAJL_Error(handle_.get(), true, data, length).c_str(),
+             YAJL_Error(handle_, true, data, length).c_str(),
              static_cast<unsigned int>(callback_type()), static_cast<unsigned int>(err_),
              static_cast<unsigned int>(level), static_cast<unsigned int>(key),
              static_cast<unsigned int>(parent_key));

@@ -1,14 +1,11 @@
 #pragma once
 
-#include <yajl/yajl_parse.h>
-
 #include <cstddef>
-#include <memory>
 #include <vector>
 
 #include "json_rpc/json_rpc_export.h"
-#include "vexa/yajl_arena.h"
 #include "vexa/yajl_handler.h"
+#include "vexa/yajl_parse_handle.h"
 
 /// One open object or array of the text that is being parsed.
 struct JSON_State {
@@ -55,12 +52,13 @@ public:
 
   /// Closes, then allocates a parse handle: comments are refused, UTF-8 is checked.
   bool open();
-  bool is_open() const { return handle_ != nullptr; }
+  bool is_open() const { return handle_.is_open(); }
   void close();
 
   /// Feeds input; null data or length 0 says that it has ended, so that an incomplete text fails.
   /// False when no handle is open, and when the text or a handler refuses it: then one line is
-  /// logged and the levels stay as they were; the owner closes the parser.
+  /// logged and the levels stay as they were; the owner closes the parser. Without memory it is not
+  /// open any more.
   bool read(const char* data, std::size_t length);
 
   /// The Error of the last failure; ERROR_NONE after a failure means that the text is no JSON, or
@@ -95,10 +93,6 @@ public:
   virtual bool handle_key_i(unsigned int key, const char* text, std::size_t length) = 0;
 
 protected:
-  struct Free_Handle {
-    void operator()(yajl_handle handle) const { yajl_free(handle); }
-  };
-
   bool fail(Error error) {
     err_ = error;
     return false;
@@ -108,8 +102,7 @@ protected:
     return states_.empty() ? 0 : static_cast<unsigned int>(states_.front().masks);
   }
 
-  YAJL_Arena_T<512> arena_;  // what a handle needs for a message without long or escaped texts
-  std::unique_ptr<yajl_handle_t, Free_Handle> handle_;
+  YAJL_Parse_Handle handle_;
   int err_;
   std::vector<JSON_State> states_;  ///< the open levels, outermost first
 

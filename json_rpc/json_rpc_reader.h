@@ -75,7 +75,7 @@ public:
   /// The channel that a params handler's creator gets; while a response is forwarded, the
   /// requester.
   void request_channel(const JSON_RPC_Channel_var& channel) { request_channel_ = channel; }
-  const JSON_RPC_Channel_var& request_channel() const { return request_channel_; }
+  JSON_RPC_Channel_var request_channel() const { return request_channel_; }
 
   /// The "id" of the message as read so far: null until read. After a relay began, the requester's.
   const json_spirit::Value& id() const { return id_; }

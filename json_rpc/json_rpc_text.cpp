@@ -62,15 +62,9 @@ JSON_RPC_Text& JSON_RPC_Text::operator<<(const Value& value) {
 
 /// Ready for one value; null without memory.
 yajl_gen_t* JSON_RPC_Text::generator() {
-  if (generator_ != nullptr) {
-    yajl_gen_reset(generator_, nullptr);
-    return generator_;
+  if (generator_.get() == nullptr) {
+    return generator_.open(&YAJL_Gathered_Output::print_s, &output_);
   }
-  generator_ = yajl_gen_alloc(arena_.functions());
-  // Once: yajl takes a second context for a replacement of its own buffer, and frees the first.
-  if (generator_ != nullptr) {
-    yajl_gen_config(generator_, yajl_gen_print_callback, &YAJL_Gathered_Output::print_s,
-                    static_cast<void*>(&output_));
-  }
-  return generator_;
+  yajl_gen_reset(generator_.get(), nullptr);
+  return generator_.get();
 }

@@ -1,13 +1,11 @@
 #pragma once
 
-#include <yajl/yajl_gen.h>
-
 #include <string>
 #include <string_view>
 
 #include "json_spirit/json_spirit_value.h"
-#include "vexa/yajl_arena.h"
 #include "vexa/yajl_gathered_output.h"
+#include "vexa/yajl_gen_handle.h"
 
 /// Writes the text of one message of known shape: objects whose members are given in order. Names,
 /// plain texts, integers, flags and nulls go out as they are; for every other value there is yajl's
@@ -16,9 +14,6 @@
 class JSON_RPC_Text {
 public:
   explicit JSON_RPC_Text(YAJL_Gathered_Output& output) : output_(output) {}
-  ~JSON_RPC_Text() {
-    if (generator_ != nullptr) yajl_gen_free(generator_);
-  }
   JSON_RPC_Text(const JSON_RPC_Text&) = delete;
   JSON_RPC_Text& operator=(const JSON_RPC_Text&) = delete;
 
@@ -54,8 +49,7 @@ private:
   yajl_gen_t* generator();
 
   YAJL_Gathered_Output& output_;
-  yajl_gen_t* generator_ = nullptr;  // in arena_
   bool ok_ = true;
-  bool between_ = false;     // a member came before in the object that is open
-  YAJL_Arena_T<640> arena_;  // holds a generator
+  bool between_ = false;  // a member came before in the object that is open
+  YAJL_Gen_Handle generator_;
 };

@@ -74,21 +74,6 @@ int yajl_gen_json_rpc_response_error(yajl_gen_t* gen, const JSON_RPC_Response_Er
   return yajl_gen_status_ok;
 }
 
-yajl_gen_t* JSON_RPC_Writer::open(YAJL_Printer& printer) {
-  close();
-  gen_ = yajl_gen_alloc(nullptr);
-  if (gen_ != nullptr) {
-    yajl_gen_config(gen_, yajl_gen_print_callback, &YAJL_Printer::print_s,
-                    static_cast<void*>(&printer));
-  }
-  return gen_;
-}
-
-void JSON_RPC_Writer::close() {
-  if (gen_ != nullptr) yajl_gen_free(gen_);
-  gen_ = nullptr;
-}
-
 bool JSON_RPC_Writer::write(const JSON_RPC_Object& object, YAJL_Printer& printer) {
   close();
   YAJL_Gathered_Output output(printer);
@@ -108,7 +93,7 @@ bool JSON_RPC_Writer::write(const JSON_RPC_Object& object, YAJL_Printer& printer
 
 bool JSON_RPC_Writer::write(JSON_Generator& generator, YAJL_Printer& printer) {
   if (open(printer) == nullptr) return false;
-  const bool written = generator.generate(gen_);
+  const bool written = generator.generate(gen_.get());
   close();
   return written;
 }

@@ -5,6 +5,7 @@
 #include "json_rpc/json_rpc_export.h"
 #include "json_rpc/json_rpc_object.h"
 #include "vexa/json_generator.h"
+#include "vexa/yajl_gen_handle.h"
 #include "vexa/yajl_printer.h"
 
 /// The members proper to a kind of message, written into an object that is already open in `gen`.
@@ -20,14 +21,13 @@ JSON_RPC_EXPORT int yajl_gen_json_rpc_response_error(yajl_gen_t* gen,
 /// written. Nothing is logged. One thread at a time.
 class JSON_RPC_EXPORT JSON_RPC_Writer {
 public:
-  JSON_RPC_Writer() : gen_(nullptr) {}
-  ~JSON_RPC_Writer() { close(); }
+  JSON_RPC_Writer() = default;
   JSON_RPC_Writer(const JSON_RPC_Writer&) = delete;
   JSON_RPC_Writer& operator=(const JSON_RPC_Writer&) = delete;
 
   /// A new generator that prints to `printer`, valid until close(); null when out of memory.
-  yajl_gen_t* open(YAJL_Printer& printer);
-  void close();
+  yajl_gen_t* open(YAJL_Printer& printer) { return gen_.open(printer); }
+  void close() { gen_.close(); }
 
   /// One whole message. False when the object is of none of the four kinds, or when a value cannot
   /// be written (deeper than vexa::max_value_depth, a real that is not finite): the text so far is
@@ -38,5 +38,5 @@ public:
   bool write(JSON_Generator& generator, YAJL_Printer& printer);
 
 private:
-  yajl_gen_t* gen_;
+  YAJL_Gen_Handle gen_;
 };

@@ -63,7 +63,10 @@ int Answer_Endpoint::send(JSON_Generator& gen) {
 
 yajl_gen_t* Answer_Endpoint::send_begin() {
   yajl_gen_t* const gen = writer_.open(*this);
-  if (gen == nullptr) errno = ENOMEM;
+  if (gen == nullptr) {
+    abandon();
+    errno = ENOMEM;
+  }
   return gen;
 }
 

@@ -2,10 +2,8 @@
 
 #include <ace/OS_NS_fcntl.h>
 #include <ace/OS_NS_unistd.h>
-#include <yajl/yajl_parse.h>
 
 #include <algorithm>
-#include <memory>
 #include <new>
 
 #include "json_spirit/json_spirit_value.h"
@@ -15,19 +13,17 @@
 #include "vexa/json_limits.h"
 #include "vexa/log.h"
 #include "vexa/on_exit.h"
+#include "vexa/yajl_error.h"
+#include "vexa/yajl_parse_handle.h"
 
 /// A file, read and parsed in pieces. yajl tells only how far into the piece it has come, so lines
 /// are counted on the way.
 class JSON_Base_Conf::Source {
 public:
-  Source(const char* path, JSON_Base_Conf& reader)
-      : path_(path), parser_(yajl_alloc(get_yajl_default_callbacks(), nullptr, &reader)) {
-    if (parser_ != nullptr) yajl_config(parser_, yajl_allow_comments, 1);
-  }
-  Source(const Source&) = delete;
-  Source& operator=(const Source&) = delete;
-  ~Source() {
-    if (parser_ != nullptr) yajl_free(parser_);
+  Source(const char* path, JSON_Base_Conf& reader) : path_(path) {
+    if (parser_.open(get_yajl_default_callbacks(), &reader)) {
+      yajl_config(parser_.get(), yajl_allow_comments, 1);
+    }
   }
 
   const char* path() const { return path_; }
@@ -47,11 +43,11 @@ public:
 
 private:
   void advance();
-  std::string error() const;
+  std::string error();
 
   const char* const path_;
-  const yajl_handle parser_;
-  unsigned char piece_[16 * 1024];
+  YAJL_Parse_Handle parser_;
+  char piece_[16 * 1024];
   std::size_t size_ = 0;     // of the piece
   std::size_t counted_ = 0;  // bytes of the piece whose lines are counted
   std::size_t line_ = 1;
@@ -60,7 +56,7 @@ private:
 };
 
 bool JSON_Base_Conf::Source::read(int file) {
-  if (parser_ == nullptr) {
+  if (!parser_.is_open()) {
     errno = ENOMEM;
     return false;
   }
@@ -70,17 +66,18 @@ bool JSON_Base_Conf::Source::read(int file) {
     if (n == 0) break;
     size_ = static_cast<std::size_t>(n);
     counted_ = 0;
-    status_ = yajl_parse(parser_, piece_, size_);
+    status_ = parser_.feed(piece_, size_);
     if (status_ != yajl_status_ok) return false;
     advance();
   }
   size_ = counted_ = 0;
-  status_ = yajl_complete_parse(parser_);
+  status_ = parser_.feed(nullptr, 0);
   return status_ == yajl_status_ok;
 }
 
 void JSON_Base_Conf::Source::advance() {
-  const std::size_t end = std::min<std::size_t>(yajl_get_bytes_consumed(parser_), size_);
+  if (!parser_.is_open()) return;
+  const std::size_t end = std::min<std::size_t>(yajl_get_bytes_consumed(parser_.get()), size_);
   for (; counted_ < end; ++counted_) {
     ++column_;
     if (piece_[counted_] == '\n') {
@@ -96,11 +93,8 @@ void JSON_Base_Conf::Source::log_parse_error(const char* why) {
   VEXA_ERROR("%s:%B:%B: Failed to parse configuration: %s\n", path_, line_, column_, text.c_str());
 }
 
-std::string JSON_Base_Conf::Source::error() const {
-  unsigned char* const raw = yajl_get_error(parser_, 0, nullptr, 0);
-  if (raw == nullptr) return "out of memory";
-  const auto release = vexa::on_exit([&] { yajl_free_error(parser_, raw); });
-  std::string text(reinterpret_cast<const char*>(raw));
+std::string JSON_Base_Conf::Source::error() {
+  std::string text = YAJL_Error(parser_, false, nullptr, 0).c_str();
   text.erase(text.find_last_not_of('\n') + 1);
   return text;
 }

@@ -1,34 +1,44 @@
 #include "vexa/json_reader.h"
 
+#include <cerrno>
+#include <new>
 #include <utility>
 
 #include "vexa/yajl_error.h"
 
-JSON_Reader::JSON_Reader()
-    : handle_(
-          yajl_alloc(get_yajl_default_callbacks(), nullptr, static_cast<YAJL_Handler*>(&parser_))) {
-  if (handle_ == nullptr) error_ = "no memory";
+JSON_Reader::JSON_Reader() {
+  if (!handle_.open(get_yajl_default_callbacks(), static_cast<YAJL_Handler*>(&parser_))) {
+    error_ = "no memory";
+  }
   parser_.result(&value_);
 }
 
 JSON_Reader::~JSON_Reader() = default;
 
-bool JSON_Reader::check(yajl_status status) {
+bool JSON_Reader::feed(const char* data, std::size_t length) {
+  if (!is_open()) return false;
+  errno = 0;
+  const yajl_status status = handle_.feed(data, length);
   if (status == yajl_status_ok) return true;
+  const bool no_memory = errno == ENOMEM;
   abandon();
-  error_ = status == yajl_status_client_canceled
-               ? "a value is too deep, or a number too large"
-               : YAJL_Error(handle_.get(), false, nullptr, 0).c_str();
+  try {
+    error_ = no_memory ? "no memory"
+             : status == yajl_status_client_canceled
+                 ? "a value is too deep, or a number too large"
+                 : YAJL_Error(handle_, false, nullptr, 0).c_str();
+  } catch (const std::bad_alloc&) {
+    error_ = "no memory";
+  }
   while (!error_.empty() && error_.back() == '\n') error_.pop_back();
   return false;
 }
 
 bool JSON_Reader::read(const char* data, std::size_t length) {
-  if (handle_ == nullptr) return false;
-  return check(yajl_parse(handle_.get(), reinterpret_cast<const unsigned char*>(data), length));
+  return length == 0 ? is_open() : feed(data, length);
 }
 
-bool JSON_Reader::end() { return handle_ != nullptr && check(yajl_complete_parse(handle_.get())); }
+bool JSON_Reader::end() { return feed(nullptr, 0); }
 
 bool json_read(const char* text, std::size_t length, json_spirit::Value& value) {
   JSON_Reader reader;

@@ -1,14 +1,12 @@
 #pragma once
 
-#include <yajl/yajl_parse.h>
-
 #include <cstddef>
-#include <memory>
 #include <string>
 
 #include "json_spirit/json_spirit_value.h"
 #include "vexa/json_parser.h"
 #include "vexa/vexa_export.h"
+#include "vexa/yajl_parse_handle.h"
 
 /// Reads one JSON text (RFC 8259), whole or in pieces, into a value:
 /// `JSON_Reader reader; reader.read(data, length) && reader.end()`. One thread at a time.
@@ -19,8 +17,9 @@ public:
   JSON_Reader(const JSON_Reader&) = delete;
   JSON_Reader& operator=(const JSON_Reader&) = delete;
 
-  /// Whether it could be made: without memory it could not, and every read() fails.
-  bool is_open() const { return handle_ != nullptr; }
+  /// Whether it can read: without memory it could not be made, or ran out of it while reading, and
+  /// every read() fails.
+  bool is_open() const { return handle_.is_open(); }
 
   /// Builds the value in `*target`, which is borrowed, instead of in value(). Before the first
   /// read().
@@ -40,14 +39,11 @@ public:
   const std::string& error() const { return error_; }
 
 private:
-  struct Free_Handle {
-    void operator()(yajl_handle handle) const { yajl_free(handle); }
-  };
-  bool check(yajl_status status);
+  bool feed(const char* data, std::size_t length);
 
   json_spirit::Value value_;
   JSON_Parser parser_;
-  std::unique_ptr<yajl_handle_t, Free_Handle> handle_;
+  YAJL_Parse_Handle handle_;
   std::string error_;
 };
 

@@ -1,35 +1,26 @@
 #include "vexa/json_writer.h"
 
-#include <memory>
-
 #include "vexa/yajl_gen.h"
+#include "vexa/yajl_gen_handle.h"
 
 namespace {
 
-struct Free_Generator {
-  void operator()(yajl_gen_t* gen) const { yajl_gen_free(gen); }
-};
-typedef std::unique_ptr<yajl_gen_t, Free_Generator> Generator;
-
 /// Null when there is no memory.
-Generator new_generator(YAJL_Printer& printer, bool pretty) {
-  Generator gen(yajl_gen_alloc(nullptr));
-  if (gen != nullptr) {
-    yajl_gen_config(gen.get(), yajl_gen_beautify, pretty ? 1 : 0);
-    yajl_gen_config(gen.get(), yajl_gen_print_callback, &YAJL_Printer::print_s,
-                    static_cast<void*>(&printer));
-  }
+yajl_gen_t* open(YAJL_Gen_Handle& handle, YAJL_Printer& printer, bool pretty) {
+  yajl_gen_t* const gen = handle.open(printer);
+  if (gen != nullptr) yajl_gen_config(gen, yajl_gen_beautify, pretty ? 1 : 0);
   return gen;
 }
 
 }  // namespace
 
 bool JSON_Writer::write(const json_spirit::Value& value, YAJL_Printer& printer, bool pretty) {
-  const Generator gen = new_generator(printer, pretty);
-  return gen != nullptr && YAJL_Gen(gen.get(), false).value(value);
+  YAJL_Gen_Handle handle;
+  return YAJL_Gen(open(handle, printer, pretty), false).value(value);
 }
 
 bool JSON_Writer::write(JSON_Generator& generator, YAJL_Printer& printer, bool pretty) {
-  const Generator gen = new_generator(printer, pretty);
-  return gen != nullptr && generator.generate(gen.get());
+  YAJL_Gen_Handle handle;
+  yajl_gen_t* const gen = open(handle, printer, pretty);
+  return gen != nullptr && generator.generate(gen);
 }

@@ -2,13 +2,16 @@
 
 #include <yajl/yajl_common.h>
 
+#include <algorithm>
 #include <cstddef>
-#include <cstdlib>
 #include <cstring>
+#include <new>
 
 /// Memory for one handle of yajl at a time: its first blocks lie in here, the others come from
-/// malloc. A handle is made for each message, and what it needs for a small one fits. The arena
-/// outlives the handle. One thread at a time.
+/// operator new. A handle is made for each message, and what it needs for a small one fits. yajl
+/// hardly ever looks whether it got memory: where there is none, std::bad_alloc leaves through its
+/// frames, and the handle is good for nothing but to be freed. The arena outlives the handle. One
+/// thread at a time.
 template <std::size_t size>
 class YAJL_Arena_T {
 public:
@@ -22,8 +25,19 @@ public:
     return &functions_;
   }
 
+  /// Whether std::bad_alloc is thrown, as at first, or null given: for an operation of yajl that
+  /// does look.
+  void throws(bool throws) noexcept { throws_ = throws; }
+
 private:
   static constexpr std::size_t alignment = alignof(std::max_align_t);
+
+  /// In front of each block.
+  struct alignas(alignment) Head {
+    std::size_t length;
+  };
+
+  static Head* head_of(void* block) noexcept { return static_cast<Head*>(block) - 1; }
 
   bool is_inside(const void* block) const noexcept {
     return block >= static_cast<const void*>(bytes_) && block < bytes_ + size;
@@ -31,32 +45,35 @@ private:
 
   static void* allocate(void* self, std::size_t length) {
     YAJL_Arena_T& arena = *static_cast<YAJL_Arena_T*>(self);
-    const std::size_t rounded = (length + alignment - 1) & ~(alignment - 1);
-    if (rounded < length || rounded == 0 || rounded > size - arena.used_) {
-      return std::malloc(length);
+    const std::size_t whole = sizeof(Head) + ((length + alignment - 1) & ~(alignment - 1));
+    void* place;
+    if (whole <= size - arena.used_) {
+      place = arena.bytes_ + arena.used_;
+      arena.used_ += whole;
+    } else if (arena.throws_) {
+      place = ::operator new(whole);
+    } else {
+      place = ::operator new(whole, std::nothrow);
+      if (place == nullptr) return nullptr;
     }
-    void* const block = arena.bytes_ + arena.used_;
-    arena.used_ += rounded;
-    return block;
+    return new (place) Head{length} + 1;
   }
 
   static void* reallocate(void* self, void* block, std::size_t length) {
-    const YAJL_Arena_T& arena = *static_cast<YAJL_Arena_T*>(self);
-    if (block == nullptr) return allocate(self, length);
-    if (!arena.is_inside(block)) return std::realloc(block, length);
-    // How long it was is not known: what is behind it in here is copied too, and overwritten later.
-    void* const larger = std::malloc(length);
-    if (larger == nullptr) return nullptr;
-    const std::size_t behind = arena.bytes_ + size - static_cast<unsigned char*>(block);
-    std::memcpy(larger, block, length < behind ? length : behind);
-    return larger;
+    void* const other = allocate(self, length);
+    if (block == nullptr || other == nullptr) return other;
+    std::memcpy(other, block, std::min(length, head_of(block)->length));
+    release(self, block);
+    return other;
   }
 
   static void release(void* self, void* block) {
-    if (!static_cast<const YAJL_Arena_T*>(self)->is_inside(block)) std::free(block);
+    if (block == nullptr || static_cast<const YAJL_Arena_T*>(self)->is_inside(block)) return;
+    ::operator delete(head_of(block));
   }
 
   std::size_t used_ = 0;
+  bool throws_ = true;
   yajl_alloc_funcs functions_;
   alignas(alignment) unsigned char bytes_[size];
 };

@@ -10,7 +10,7 @@
 #include "vexa/exception_text.h"
 
 /// Allocations with operator new that fail on purpose, on the thread that runs an operation under
-/// it; other threads, and malloc() and so yajl, are left alone.
+/// it; other threads, and malloc(), are left alone.
 class Failing_Memory {
 public:
   enum Kind { ONE, THAT_AND_ALL_AFTER };

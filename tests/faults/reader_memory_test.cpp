@@ -11,6 +11,7 @@
 #include "tests/faults/failing_memory.h"
 #include "tests/support/in_pieces.h"
 #include "tests/support/json_rpc_fixture.h"
+#include "vexa/json_reader.h"
 
 using json_spirit::Value;
 
@@ -59,6 +60,7 @@ TEST(ReaderMemoryTest, ReaderRefusesWhatItCannotHoldAndReadsOn) {
       R"({"jsonrpc":"2.0","id":")" + text + R"(","method":")" + text + R"(","params":{"a":[1,")" +
           text + R"(",{}],"b":")" + text + R"("}})",
       R"({"jsonrpc":"2.0","method":"m","params":[[[1]],2.5,null]})",
+      R"({"jsonrpc":"2.0","method":"m","params":["\u00e4 )" + text + R"(\n"]})",
       R"({"jsonrpc":"2.0","id":1,"method":"filtered","params":[")" + text + R"(",{"a":")" + text +
           R"("}]})",
       R"({"jsonrpc":")" + text + R"(","id":7,"result":{"x":")" + text + R"("}})",
@@ -90,6 +92,24 @@ TEST(ReaderMemoryTest, ReaderRefusesWhatItCannotHoldAndReadsOn) {
     }
   }
   JSON_RPC_Params_Handler_Map::close_instance();
+}
+
+TEST(ReaderMemoryTest, ATextIsReadOrSaidToBeTooMuch) {
+  const std::string text = std::string("[\"\\n") + long_text + "\", {\"" + long_text + "\": 1}]";
+  for (const std::size_t piece : {text.size(), std::size_t(7)}) {
+    const Pieces pieces = cut_text(text, piece, piece);
+    Value expected;
+    at_every_allocation([&](Failing_Memory& memory) {
+      JSON_Reader reader;
+      bool whole = true;
+      memory([&] {
+        for (const auto& p : pieces) whole = whole && reader.read(p.data(), p.size());
+        whole = whole && reader.end();
+      });
+      if (expected.is_null()) expected = reader.value();
+      EXPECT_TRUE(whole ? reader.value() == expected : memory.hit()) << reader.error();
+    });
+  }
 }
 
 }  // namespace

@@ -1,28 +1,21 @@
 #include "tools/json_rpc_call/params.h"
 
-#include <yajl/yajl_parse.h>
-
 #include <cerrno>
 #include <cstring>
-#include <memory>
 #include <vector>
 
 #include "vexa/json_reader.h"
 #include "vexa/yajl_error.h"
 #include "vexa/yajl_forward_handler.h"
 #include "vexa/yajl_gen.h"
+#include "vexa/yajl_parse_handle.h"
 
 namespace {
 
 // A string that spans pieces is scanned anew with each, so they are large.
 constexpr std::size_t piece = 256u << 10;
 
-struct Free_Handle {
-  void operator()(yajl_handle handle) const { yajl_free(handle); }
-};
-typedef std::unique_ptr<yajl_handle_t, Free_Handle> Parse_Handle;
-
-std::string parse_error(yajl_handle handle, yajl_status status) {
+std::string parse_error(YAJL_Parse_Handle& handle, yajl_status status) {
   if (status == yajl_status_client_canceled) return "it is nested too deeply";
   std::string text = YAJL_Error(handle, false, nullptr, 0).c_str();
   while (!text.empty() && (text.back() == '\n' || text.back() == '.')) text.pop_back();
@@ -58,18 +51,19 @@ bool Params::pump(Consumer consume) {
 bool Params::parse(yajl_gen_t* gen) {
   YAJL_Forward_Handler forward;
   forward.generate_handle(gen);
-  const Parse_Handle handle(
-      yajl_alloc(get_yajl_default_callbacks(), nullptr, static_cast<YAJL_Handler*>(&forward)));
-  if (handle == nullptr) {
+  YAJL_Parse_Handle handle;
+  if (!handle.open(get_yajl_default_callbacks(), static_cast<YAJL_Handler*>(&forward))) {
     error_ = "there is no memory";
     return false;
   }
   return pump([&](const char* data, std::size_t length) {
-    const auto text = reinterpret_cast<const unsigned char*>(data);
-    const yajl_status status =
-        length == 0 ? yajl_complete_parse(handle.get()) : yajl_parse(handle.get(), text, length);
+    const yajl_status status = handle.feed(data, length);
     if (status == yajl_status_ok) return true;
-    error_ = input_.name() + " is no JSON: " + parse_error(handle.get(), status);
+    if (!handle.is_open()) {
+      error_ = "there is no memory";
+      return false;
+    }
+    error_ = input_.name() + " is no JSON: " + parse_error(handle, status);
     const std::size_t inside = length == 0 ? 0 : yajl_get_bytes_consumed(handle.get());
     error_ += ", at byte " + std::to_string(bytes_ + inside);
     return false;
