@@ -1,9 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <cstdlib>
 #include <ctime>
-#include <fstream>
 #include <initializer_list>
 #include <stdexcept>
 #include <string>
@@ -14,6 +12,7 @@
 #include "http/prometheus.h"
 #include "tests/support/json_rpc_fixture.h"
 #include "tests/support/log_capture.h"
+#include "tests/support/temporary_file.h"
 #include "vexa/json_reader.h"
 
 using transport::Metrics;
@@ -151,18 +150,15 @@ TEST(AdminTest, IsReadyBetweenTheStartAndTheStop) {
 /// A folder with description files, and methods that say to come from libraries there.
 class DiscoverTest : public JSON_RPC_Fixture {
 protected:
-  DiscoverTest() { folder_ = ::mkdtemp(&folder_[0]); }
-  ~DiscoverTest() override { EXPECT_EQ(0, std::system(("rm -r " + folder_).c_str())); }
-
   void describe(const std::string& name, const std::string& text) const {
-    std::ofstream(folder_ + '/' + name + ".openrpc.json") << text;
+    folder_.write(name + ".openrpc.json", text);
   }
 
   void add(const std::string& method, const std::string& library) const {
     struct Handler : JSON_RPC_Handler {
       int handle_object(JSON_RPC_Channel_ptr, JSON_RPC_Object_var) override { return 0; }
     };
-    const std::string path = library.empty() ? "" : folder_ + "/lib" + library + ".so.1";
+    const std::string path = library.empty() ? "" : folder_ / ("lib" + library + ".so.1");
     JSON_RPC_Request_Map::instance()->insert(method, path, new Handler, [](void* object) {
       delete static_cast<JSON_RPC_Handler*>(object);
     });
@@ -172,7 +168,7 @@ protected:
     return http::openrpc_document("t", "1").get_obj().at("methods");
   }
 
-  std::string folder_ = "/tmp/discover_XXXXXX";
+  const Temporary_Directory folder_;
 };
 
 const char* const bare_own =

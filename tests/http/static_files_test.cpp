@@ -4,14 +4,13 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
 
 #include "http/http_date.h"
 #include "http/preconditions.h"
 #include "tests/http/recorded_reply.h"
 #include "tests/support/log_capture.h"
+#include "tests/support/temporary_file.h"
 
 namespace {
 
@@ -20,12 +19,10 @@ namespace fs = std::filesystem;
 /// A folder with a root in it, which "/doc" stands for, and with what must not be reached.
 class StaticFilesTest : public ::testing::Test {
 protected:
-  StaticFilesTest() : top_(::testing::TempDir() + "filesXXXXXX") {
-    if (::mkdtemp(&top_[0]) == nullptr) ADD_FAILURE() << "no folder";
-    root_ = top_ + "/root";
+  StaticFilesTest() {
     fs::create_directories(root_ + "/sub/.git");
     fs::create_directories(root_ + "/empty");
-    fs::create_directories(top_ + "/root2");
+    fs::create_directories(directory_ / "root2");
     write("/secret", "secret");
     write("/root2/secret", "secret");
     write("/root/a.txt", "0123456789");
@@ -35,7 +32,7 @@ protected:
     write("/root/sub/index.html", "index");
     write("/root/sub/.git/config", "secret");
     fs::create_symlink("../secret", root_ + "/out");
-    fs::create_symlink(top_ + "/secret", root_ + "/absolute");
+    fs::create_symlink(directory_ / "secret", root_ + "/absolute");
     fs::create_symlink("..", root_ + "/up");
     fs::create_symlink("a.txt", root_ + "/inside");
     ::mkfifo((root_ + "/fifo").c_str(), 0600);
@@ -43,12 +40,11 @@ protected:
     const struct timespec times[] = {{0, 0}, {784111777, 5}};
     ::utimensat(AT_FDCWD, (root_ + "/a.txt").c_str(), times, 0);
     map_.insert("/doc", root_);
-    map_.insert("/gone", top_ + "/no such folder");
+    map_.insert("/gone", directory_ / "no such folder");
   }
-  ~StaticFilesTest() override { fs::remove_all(top_); }
 
-  void write(const std::string& path, const std::string& text) {
-    std::ofstream(top_ + path) << text;
+  void write(const std::string& path, const std::string& text) const {
+    directory_.write(path, text);
   }
 
   Recorded_Reply get(const std::string& target, int field = -1, const std::string& value = "",
@@ -63,8 +59,8 @@ protected:
     return reply;
   }
 
-  std::string top_;
-  std::string root_;
+  const Temporary_Directory directory_;
+  const std::string root_ = directory_ / "root";
   HTTP_URI_Map map_;
 };
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <stdexcept>
 
 #include "json_rpc/json_rpc_params_handler_creator.h"
 #include "json_rpc/json_rpc_params_handler_map.h"
@@ -145,7 +146,7 @@ public:
   }
   bool handle_string_i(const char* text, std::size_t length) override {
     const std::string said(text, length);
-    if (said == "throw") throw 5;
+    if (said == "throw") throw std::runtime_error("oops");
     return note('\'' + said + '\'') && said != "refuse";
   }
   bool handle_start_map_i() override { return note("{"); }
@@ -215,6 +216,7 @@ TEST_F(FilterTest, ParamsGoToTheFilterWhoseLifeEndsWithThem) {
   for (const auto& c : cases) {
     EXPECT_EQ(c.second, however_cut(c.first, [this](const Pieces& p) { return filter(p); }));
   }
+  EXPECT_NE(0u, log_.count("A handler of parse events failed: oops\n"));
   const auto head = [this](const std::string& value) {
     return filter(cut_text(R"({"method":"f","params":)" + value + "}", 4096, 1)).substr(0, 9);
   };

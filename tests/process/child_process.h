@@ -8,13 +8,14 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
 #include <thread>
 #include <vector>
+
+#include "tests/support/temporary_file.h"
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr bool sanitized = true;
@@ -43,32 +44,6 @@ inline std::string read_file(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
   return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
 }
-
-/// A directory that goes with what is in it.
-class Temporary_Directory {
-public:
-  Temporary_Directory() : path_(::testing::TempDir() + "hostXXXXXX") {
-    if (::mkdtemp(&path_[0]) == nullptr) ADD_FAILURE() << "cannot make " << path_;
-  }
-  ~Temporary_Directory() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-  }
-  Temporary_Directory(const Temporary_Directory&) = delete;
-  Temporary_Directory& operator=(const Temporary_Directory&) = delete;
-
-  /// The path of an entry.
-  std::string operator/(const std::string& name) const { return path_ + "/" + name; }
-  /// Writes a file; its path.
-  std::string write(const std::string& name, const std::string& text) const {
-    const std::string path = *this / name;
-    std::ofstream(path, std::ios::binary) << text;
-    return path;
-  }
-
-private:
-  std::string path_;
-};
 
 /// A program of ours, running; killed when it is still there at the end.
 class Child_Process {

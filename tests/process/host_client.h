@@ -25,6 +25,16 @@ inline std::string request(const std::string& method, const std::string& params,
          (id.empty() ? "" : R"(,"id":)" + id) + "}\n";
 }
 
+/// One that is answered with the time, after it.
+inline std::string sleeper(int milliseconds, const std::string& id = "1") {
+  return request("sleep", R"({"ms":)" + std::to_string(milliseconds) + "}", id);
+}
+
+/// One that subscribes to "n".
+inline std::string subscription(const std::string& id = "1") {
+  return request("subscribe", R"({"subjects":["n"]})", id);
+}
+
 inline std::string result(const std::string& id, const std::string& value) {
   return R"({"jsonrpc":"2.0","id":)" + id + R"(,"result":)" + value + "}";
 }
@@ -32,6 +42,16 @@ inline std::string result(const std::string& id, const std::string& value) {
 inline std::string error(const std::string& id, int code, const std::string& text) {
   return R"({"jsonrpc":"2.0","id":)" + id + R"(,"error":{"code":)" + std::to_string(code) +
          R"(,"message":")" + text + "\"}}";
+}
+
+/// What "blob" answers.
+inline std::string blob(std::size_t bytes) {
+  std::string text = "[";
+  for (std::size_t size; bytes > 0; bytes -= size) {
+    size = std::min<std::size_t>(bytes, 1024);
+    text += (text.size() > 1 ? ",\"" : "\"") + std::string(size, 'x') + "\"";
+  }
+  return text + "]";
 }
 
 /// A blocking client of the host, in bytes. What does not come in time fails the test.

@@ -21,7 +21,7 @@ TEST_F(HostLoadTest, ClosedConnectionsLeaveNothingBehind) {
     for (int i = 0; i < count; ++i) {
       Host_Client client(url());
       const std::string id = std::to_string(i);
-      ASSERT_EQ(result(id, "true"), client.call(request("subscribe", R"({"subjects":["n"]})", id)));
+      ASSERT_EQ(result(id, "true"), client.call(subscription(id)));
       ASSERT_EQ(result(id, "3"), client.call(request("sum", "[1,2]", id)));
       if (i % 3 == 0) client.send(request("sum", "[1", id));
       if (i % 3 == 1) client.reset();

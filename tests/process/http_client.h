@@ -2,40 +2,20 @@
 
 #include <openssl/ssl.h>
 
-#include <cstdlib>
 #include <memory>
 #include <string>
 
 #include "tests/process/host_client.h"
-
-/// Certificates for 127.0.0.1, made by the openssl program: `server` and `client`, which `ca` has
-/// signed.
-class Certificates {
-public:
-  Certificates() {
-    const std::string make =
-        "exec 2>log && key='-newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes' && "
-        "openssl req -x509 $key -keyout ca.key -out ca.pem -subj /CN=ca && "
-        "for name in server client; do "
-        "openssl req -new $key -keyout $name.key -out r -subj /CN=$name && "
-        "printf subjectAltName=IP:127.0.0.1 >e && openssl x509 -req -in r -CA ca.pem -CAkey ca.key "
-        "-CAcreateserial -extfile e -out $name.pem -days 1 || exit 1; done";
-    EXPECT_EQ(0, std::system(("cd " + directory_ / "" + " && " + make).c_str()));
-  }
-  std::string file(const std::string& name) const { return directory_ / name; }
-
-private:
-  Temporary_Directory directory_;
-};
+#include "tests/support/certificates.h"
 
 /// A client of any door that has TCP below; with TLS where the URL's scheme ends with an 's'. It
 /// verifies nothing.
 class Wire_Client : public Host_Client {
 public:
   explicit Wire_Client(const std::string& url, const std::string& certificate = "",
-                       const std::string& key = "", int receive_buffer = 0)
+                       int receive_buffer = 0)
       : Host_Client(url, receive_buffer) {
-    if (url[url.find(':') - 1] == 's' && url.rfind("ws:", 0) != 0) shake_hands(certificate, key);
+    if (url[url.find(':') - 1] == 's' && url.rfind("ws:", 0) != 0) shake_hands(certificate);
   }
 
   void half_close() override {
@@ -44,7 +24,7 @@ public:
   }
 
 private:
-  void shake_hands(const std::string& certificate, const std::string& key) {
+  void shake_hands(const std::string& certificate) {
     ::signal(SIGPIPE, SIG_IGN);  // OpenSSL writes without MSG_NOSIGNAL
     const timeval patience{host_patience.count(), 0};
     ::setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
@@ -52,7 +32,7 @@ private:
     context_.reset(SSL_CTX_new(TLS_client_method()));
     if (!certificate.empty()) {
       SSL_CTX_use_certificate_file(context_.get(), certificate.c_str(), SSL_FILETYPE_PEM);
-      SSL_CTX_use_PrivateKey_file(context_.get(), key.c_str(), SSL_FILETYPE_PEM);
+      SSL_CTX_use_PrivateKey_file(context_.get(), certificate.c_str(), SSL_FILETYPE_PEM);
     }
     tls_.reset(SSL_new(context_.get()));
     SSL_set_fd(tls_.get(), socket_);

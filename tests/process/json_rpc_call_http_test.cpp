@@ -68,43 +68,38 @@ TEST(JsonRpcCallHttpTest, SendsWhatIsAskedForAndPrintsTheReply) {
   for (const auto& c : cases) {
     SCOPED_TRACE(std::string(c.line) + ", " + c.reply);
     Scripted_HTTP_Server server({{{c.reply}}});
-    const std::string url = "http://127.0.0.1:" + std::to_string(server.port()) + "/rpc?x=1";
-    EXPECT_THAT(run(words_of(c.line, url)), StartsWith(c.outcome));
+    EXPECT_THAT(run(words_of(c.line, server.url() + "/rpc?x=1")), StartsWith(c.outcome));
     for (const std::string& part : c.sent) EXPECT_THAT(server.request(), HasSubstr(part));
     for (const std::string& part : c.absent) EXPECT_THAT(server.request(), Not(HasSubstr(part)));
   }
   Scripted_HTTP_Server server({{{three}, {three}}});
-  const std::string url = "http://127.0.0.1:" + std::to_string(server.port());
-  EXPECT_THAT(run({"--bench", "2", url, "sum"}), StartsWith("0|calls    2\n"));
+  EXPECT_THAT(run({"--bench", "2", server.url(), "sum"}), StartsWith("0|calls    2\n"));
 }
 
 TEST(JsonRpcCallHttpTest, FailuresAreOneLineAndCanBeTriedAgain) {
   EXPECT_THAT(run({"http://127.0.0.1:1/", "m"}),
               AllOf(StartsWith("2||json_rpc_call: "), HasSubstr("refused")));
   Scripted_HTTP_Server server({{{"", Scripted_Reply::reset}}, {{three}}});
-  const std::string url = "http://127.0.0.1:" + std::to_string(server.port());
+  const std::string url = server.url();
   const Temporary_Directory directory;
   const std::string file = "@" + directory.write("params", "[1,2]");
   EXPECT_EQ("0|3\n|", run({"--retries", "1", url, "sum", file}));
   EXPECT_EQ(2u, server.requests().size());
   EXPECT_THAT(server.request(), HasSubstr("[1,2]"));
   Scripted_HTTP_Server silent({{{"", Scripted_Reply::stall}}});
-  const std::string deaf = "http://127.0.0.1:" + std::to_string(silent.port());
-  EXPECT_THAT(run({"--timeout", "1", deaf, "m"}), StartsWith("2||json_rpc_call: "));
+  EXPECT_THAT(run({"--timeout", "1", silent.url(), "m"}), StartsWith("2||json_rpc_call: "));
   EXPECT_THAT(run({url, "m", "-"}, "[1,x]"),
               AllOf(StartsWith("2||"), HasSubstr("standard input is no JSON")));
 }
 
 TEST(JsonRpcCallHttpTest, TrustsTheCertificatesThatItIsGiven) {
   const Certificates certificates;
-  const Temporary_Directory directory;
-  const std::string chain =
-      directory.write("chain", read_file(certificates.file("server.key")) +
-                                   read_file(certificates.file("server.pem")));
-  const std::string good = certificates.file("ca.pem"), other = certificates.file("client.pem");
+  for (const char* name : {"server", "client"}) certificates.sign(name, "IP:127.0.0.1");
+  const std::string good = certificates.file("ca"), other = certificates.file("client");
   const auto untrusted = AllOf(StartsWith("2||json_rpc_call: "), HasSubstr("certificate"));
-  Scripted_HTTP_Server server({{{three}}, {{three}}, {{three}}, {{three}}}, chain);
-  const std::string url = "https://127.0.0.1:" + std::to_string(server.port()) + "/";
+  Scripted_HTTP_Server server({{{three}}, {{three}}, {{three}}, {{three}}},
+                              certificates.file("server"));
+  const std::string url = server.url("https") + "/";
   EXPECT_EQ("0|3\n|", run({"--cacert", good, url, "m"}));
   EXPECT_THAT(run({"--cacert", other, url, "m"}), untrusted);
   EXPECT_THAT(run({url, "m"}), untrusted);

@@ -68,12 +68,10 @@ TEST_F(JsonRpcCallTest, HeadersTellLengthsBothWays) {
   };
   for (const auto& c : cases) {
     Scripted_HTTP_Server server({{{c.answer, c.then}}});
-    const std::string url = "tcp://127.0.0.1:" + std::to_string(server.port());
-    EXPECT_THAT(run({"--framing", "header", url, "m"}), StartsWith(c.outcome));
+    EXPECT_THAT(run({"--framing", "header", server.url("tcp"), "m"}), StartsWith(c.outcome));
   }
   Scripted_HTTP_Server server({{{""}}});
-  const std::string url = "tcp://127.0.0.1:" + std::to_string(server.port());
-  EXPECT_EQ("0||", run({"--framing", "header", "--notify", url, "m", "[7]"}));
+  EXPECT_EQ("0||", run({"--framing", "header", "--notify", server.url("tcp"), "m", "[7]"}));
   EXPECT_EQ(framed(R"({"jsonrpc":"2.0","method":"m","params":[7]})"), server.request());
 }
 

@@ -20,7 +20,6 @@ namespace {
 
 using std::chrono::milliseconds;
 using ::testing::HasSubstr;
-using ::testing::Not;
 using ::testing::StartsWith;
 
 const char* const closed_text = "Internal error, forwarder is closed.";
@@ -34,16 +33,6 @@ std::string agent_call(const std::string& agent, const std::string& method,
 
 std::string registration(const std::string& params) {
   return request("channel.register", params, "0");
-}
-
-/// What "blob" answers.
-std::string blob(std::size_t bytes) {
-  std::string text = "[";
-  for (std::size_t size; bytes > 0; bytes -= size) {
-    size = std::min<std::size_t>(bytes, 1024);
-    text += (text.size() > 1 ? ",\"" : "\"") + std::string(size, 'x') + "\"";
-  }
-  return text + "]";
 }
 
 /// An agent that the test plays.
@@ -259,7 +248,7 @@ TEST_F(RelayTest, AnAnswerThatStopsTakesItsAgentAlong) {
 
 TEST_F(RelayTest, AnAgentThatSaysNoMoreEndsItsCallsAndItsIdIsFree) {
   start();
-  const std::string owed = request("sleep", R"({"ms":1500})", "9");
+  const std::string owed = sleeper(1500, "9");
   for (const bool ends : {true, false}) {
     SCOPED_TRACE(ends ? "it ends its side" : "what it says cannot be attributed");
     const std::string id = ends ? "a" : "b";
@@ -310,51 +299,6 @@ TEST_F(RelayTest, WhatASlowAgentHasSentReachesItsRequester) {
   EXPECT_EQ(65'000u, client.bytes(65'000).size());
   ASSERT_TRUE(a.send("\"" + std::string(5000, 'y') + "\",\"z"));
   EXPECT_EQ(9000u, client.bytes(9000).size()) << "although more is to come";
-}
-
-TEST_F(RelayTest, ABrokenAnswerEndsForItsRequesterAlone) {
-  start({"--max-message", "1000000"});
-  const struct {
-    const char* name;
-    std::string rest;
-    bool survives;
-  } cases[] = {
-      {"no JSON", "],}\n", true},
-      {"cut by a line feed in a text", "\"a\nb\"]}\n", true},
-      {"too deep", std::string(130, '[') + std::string(130, ']') + "]}\n", true},
-      {"too large", blob(1000000) + "]}\n", false},
-  };
-  int number = 0;
-  for (const auto& c : cases) {
-    for (const std::size_t bytes : {2000, 300000}) {
-      SCOPED_TRACE(std::string(c.name) + " after " + std::to_string(bytes));
-      const std::string name = "a" + std::to_string(++number);
-      Agent a(url(), name);
-      Host_Client broken(url()), other(url());
-      broken.send(agent_call(name, "m", "[]", "1"));
-      const std::string first = a.next();
-      other.send(agent_call(name, "m", "[]", "2"));
-      const std::string second = a.next();
-      ASSERT_TRUE(a.begin_answer(first, bytes));
-      if (bytes > 65536) broken.bytes(1000);
-      ASSERT_TRUE(a.send(c.rest + result(second, "3") + "\n") || !c.survives);
-      if (bytes < 65536 && c.survives) {
-        EXPECT_EQ(error("1", -32603, closed_text), broken.line());
-        EXPECT_EQ(echoed, broken.call(echo));
-      } else {
-        EXPECT_THAT(broken.rest(), Not(HasSubstr("\n"))) << "its connection is closed";
-      }
-      if (!c.survives) a.close();
-      EXPECT_EQ(c.survives ? result("2", "3") : error("2", -32603, closed_text), other.line());
-    }
-  }
-  // As deep as any value that a host sends.
-  Agent a(url(), "a");
-  Host_Client client(url());
-  const std::string deep = std::string(124, '[') + std::string(124, ']');
-  client.send(agent_call("a", "m", "[]", "1"));
-  a.send(result(a.next(), deep) + "\n");
-  EXPECT_EQ(result("1", deep), client.line());
 }
 
 TEST_F(RelayTest, AnAgentThatReadsNothingIsStillHeard) {

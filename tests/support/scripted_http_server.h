@@ -71,6 +71,9 @@ public:
   Scripted_HTTP_Server& operator=(const Scripted_HTTP_Server&) = delete;
 
   unsigned short port() const { return port_; }
+  std::string url(const std::string& scheme = "http") const {
+    return scheme + "://127.0.0.1:" + std::to_string(port_);
+  }
   int connections() const { return connections_; }
   /// The requests as they came, head and framed body.
   std::vector<std::string> requests() const {

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <string>
 
+#include "tests/support/certificates.h"
 #include "tests/support/http_exchange.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/scripted_http_server.h"
@@ -12,32 +13,22 @@ namespace {
 
 const char ok[] = "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\n{}";
 
-/// A CA and certificates that it has signed, made by the openssl program for the run.
 class HttpTlsTest : public ::testing::Test {
 protected:
   static void SetUpTestSuite() {
-    directory_ = ::testing::TempDir() + "tlsXXXXXX";
-    ASSERT_NE(nullptr, ::mkdtemp(&directory_[0]));
-    const std::string make =
-        "exec 2>log && key='-newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes' && "
-        "openssl req -x509 $key -keyout ca.key -out ca.pem -subj /CN=ca && "
-        "openssl req -x509 $key -keyout k -out c -subj /CN=x -addext subjectAltName=IP:127.0.0.1 "
-        "&& "
-        "cat c k >untrusted.pem && "
-        "sign() { openssl req -new $key -keyout k -out r -subj /CN=x && "
-        "printf \"subjectAltName=$2\" >e && openssl x509 -req -in r -CA ca.pem -CAkey ca.key "
-        "-CAcreateserial -extfile e -out c -days $3 && cat c k >$1.pem; } && "
-        "sign good DNS:localhost,IP:127.0.0.1 1 && sign other DNS:example.org,IP:127.0.0.2 1 && "
-        "sign expired DNS:localhost,IP:127.0.0.1 -1";
-    ASSERT_EQ(0, std::system(("cd " + directory_ + " && " + make).c_str()));
+    certificates_ = new Certificates;
+    certificates_->sign("good", "DNS:localhost,IP:127.0.0.1");
+    certificates_->sign("other", "DNS:example.org,IP:127.0.0.2");
+    certificates_->sign("expired", "DNS:localhost,IP:127.0.0.1", -1);
+    certificates_->self_sign("untrusted", "IP:127.0.0.1");
     // What the system trusts is this CA, for sessions that are made from now on.
     ::setenv("SSL_CERT_FILE", file("ca").c_str(), 1);
   }
   static void TearDownTestSuite() {
     ::unsetenv("SSL_CERT_FILE");
-    EXPECT_EQ(0, std::system(("rm -r " + directory_).c_str()));
+    delete certificates_;
   }
-  static std::string file(const std::string& name) { return directory_ + '/' + name + ".pem"; }
+  static std::string file(const std::string& name) { return certificates_->file(name); }
 
   static HTTP_Session_var session_to(const Scripted_HTTP_Server& server,
                                      const char* host = "127.0.0.1", bool insecure = false,
@@ -53,10 +44,10 @@ protected:
     return error == 0 ? response.status() : -error;
   }
 
-  static std::string directory_;
+  static const Certificates* certificates_;
 };
 
-std::string HttpTlsTest::directory_;
+const Certificates* HttpTlsTest::certificates_ = nullptr;
 
 }  // namespace
 
