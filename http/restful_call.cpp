@@ -46,6 +46,10 @@ bool Restful_Call::read_body(json_spirit::Value& value) {
   JSON_Reader reader;
   reader.result(&value);
   if (!reader.read(body_.data(), body_.size()) || !reader.end()) {
+    if (reader.no_memory()) {
+      channel_.send_error(503);
+      return false;
+    }
     channel_.send_error(400, 400, ("The body is not JSON: " + reader.error()).c_str());
     return false;
   }

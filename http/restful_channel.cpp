@@ -66,14 +66,17 @@ const char* phrase(int status) {
   }
 }
 
-/// Whether a text is one JSON value. A handler drives yajl's generator itself, so it may have left
-/// it half-way, or driven it on after a failure.
-bool is_whole(const std::string& text) {
+/// Whether a text is one JSON value: 0, EINVAL or ENOMEM. A handler drives yajl's generator itself,
+/// so it may have left it half-way, or driven it on after a failure.
+int check_whole(const std::string& text) {
   YAJL_Parse_Handle parser;
-  if (text.empty() || !parser.open(nullptr, nullptr)) return false;
+  if (text.empty()) return EINVAL;
+  if (!parser.open(nullptr, nullptr)) return ENOMEM;
   yajl_config(parser.get(), yajl_dont_validate_strings, 1);
-  return parser.feed(text.data(), text.size()) == yajl_status_ok &&
-         parser.feed(nullptr, 0) == yajl_status_ok;
+  const bool whole = parser.feed(text.data(), text.size()) == yajl_status_ok &&
+                     parser.feed(nullptr, 0) == yajl_status_ok;
+  if (whole) return 0;
+  return parser.is_open() ? EINVAL : ENOMEM;
 }
 
 }  // namespace
@@ -124,12 +127,14 @@ ssize_t Restful_Channel::write(const char* data, std::size_t length) {
   if (streaming_) return fail(EINPROGRESS);
   whole_.start();
   whole_.print(data, length);
-  return whole_.error() == 0 ? static_cast<ssize_t>(length) : refuse_size(whole_.error());
+  return whole_.error() == 0 ? static_cast<ssize_t>(length) : refuse_body(whole_.error());
 }
 
 /// Answers in place of a body that there was no room for.
-int Restful_Channel::refuse_size(int error) {
-  VEXA_ERROR("The answer to '%C' is too large.\n", head_.request.uri());
+int Restful_Channel::refuse_body(int error) {
+  VEXA_ERROR(error == ENOMEM ? "There is no memory for the answer to '%C'.\n"
+                             : "The answer to '%C' is too large.\n",
+             head_.request.uri());
   send_error(internal_error);
   return fail(error);
 }
@@ -155,7 +160,7 @@ void Restful_Channel::drop_body() {
 
 /// Answers a JSON body that was written; the result of the operation that wrote it.
 int Restful_Channel::complete_json(int error, bool whole) {
-  if (error != 0) return refuse_size(error);
+  if (error != 0) return refuse_body(error);
   if (!whole) {
     drop_body();
     return fail(EINVAL);
@@ -219,13 +224,16 @@ int Restful_Channel::send_last_error(int status, const char* text) {
 
 yajl_gen_t* Restful_Channel::send_begin() {
   if (!may_begin()) return nullptr;
-  if (gen_.open(streamed_) == nullptr) {
+  // At another address than the one before: wrappers know by that whose failure is whose.
+  std::unique_ptr<YAJL_Gen_Handle> next(new (std::nothrow) YAJL_Gen_Handle);
+  if (next == nullptr || next->open(streamed_) == nullptr) {
     errno = ENOMEM;
     return nullptr;
   }
+  gen_ = std::move(next);
   streamed_.start();
   streaming_ = true;
-  return gen_.get();
+  return gen_->get();
 }
 
 int Restful_Channel::send_end() {
@@ -234,7 +242,8 @@ int Restful_Channel::send_end() {
   const int error = streamed_.error();
   streaming_ = false;
   streamed_.stop();
-  return complete_json(error, error != 0 || is_whole(body_));
+  const int fault = error != 0 ? error : check_whole(body_);
+  return complete_json(fault == EINVAL ? 0 : fault, fault != EINVAL);
 }
 
 /// Answers the body as JSON, unless the handler has said what it is.

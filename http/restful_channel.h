@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <functional>
+#include <memory>
 #include <string>
 
 #include "http/http_exchange.h"
@@ -93,7 +94,7 @@ private:
   template <typename Body>
   int send_json(Body& body);
   int complete_json(int error, bool whole);
-  int refuse_size(int error);
+  int refuse_body(int error);
   void drop_body();
   void answer_json();
   void answer(int status);
@@ -106,7 +107,7 @@ private:
   Printer whole_;     // of what is written here
   Printer streamed_;  // of what the handler writes through gen_
   // Stays, without effect, when its body ends: guards of the handler may close maps after that.
-  YAJL_Gen_Handle gen_;
+  std::unique_ptr<YAJL_Gen_Handle> gen_;
   bool streaming_ = false;  // a streamed body is begun
   bool answered_ = false;
 };

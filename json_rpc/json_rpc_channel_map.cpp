@@ -174,14 +174,13 @@ int JSON_RPC_Channel_Map::notify(const JSON_RPC_Object_var& evt) {
 
 int JSON_RPC_Channel_Map::notify(Channel_Type type, const Channel_ID& id,
                                  const JSON_RPC_Object_var& evt) {
-  JSON_RPC_Fan_Out told;  // without the message: there is no other channel to share its text with
+  JSON_RPC_Fan_Out fan_out(evt);
   ACE_READ_GUARD_RETURN(Lock, guard, lock_, -1);
   const Type_ID_Map::const_iterator of_type = map_.find(type);
   if (of_type == map_.end()) return 0;
   const ID_Channel_Map::const_iterator it = of_type->second.find(id);
   if (it == of_type->second.end()) return 0;
-  JSON_RPC_Channel* const channel = told.reach(it->second);
-  if (channel != nullptr) channel->send(evt);
+  fan_out.send(it->second);
   return 0;
 }
 

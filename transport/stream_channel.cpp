@@ -26,7 +26,7 @@ namespace transport {
 namespace {
 
 const char* const channel_closed = "Internal error, channel is closed.";
-const char* const no_memory = "there is no memory to answer it";
+const char* const no_memory = "there is no memory for it";
 const char* const broken_answer = "Internal error, the answer is broken.";
 
 /// A buffer for the text of one message, kept by the thread from one to the next.
@@ -150,7 +150,7 @@ int Stream_Channel::send_object(const JSON_RPC_Object& obj) {
     JSON_RPC_Fan_Out* const fan_out = JSON_RPC_Fan_Out::current();
     if (fan_out != nullptr && fan_out->object() == &obj) {
       const int sent = guarded([&] { return send_prepared(*fan_out, obj); });
-      // Nobody hears of this failure; but a subscriber of an open channel has missed nothing.
+      // Nobody else hears of this failure: the subscriber is not to believe that it missed nothing.
       if (sent == -1 && errno == ENOMEM) close_soon(no_memory);
       return sent;
     }

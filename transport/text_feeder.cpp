@@ -86,6 +86,7 @@ Text_Feeder::Outcome Text_Feeder::finish(JSON_RPC_Reader& reader) {
   held_.clear();
   if (outcome != MORE) return outcome == REFUSED ? REFUSED_AT_END : outcome;
   if (reader.read(nullptr, 0)) return COMPLETE;
+  if (reader.error() == JSON_RPC_Reader::ERROR_NO_MEMORY) throw std::bad_alloc();
   return reader.refused() ? REFUSED_AT_END : NO_JSON;
 }
 

@@ -66,6 +66,7 @@ bool JSON_Base_Conf::Source::read(int file) {
     if (n == 0) break;
     size_ = static_cast<std::size_t>(n);
     counted_ = 0;
+    errno = 0;
     status_ = parser_.feed(piece_, size_);
     if (status_ != yajl_status_ok) return false;
     advance();
@@ -94,6 +95,7 @@ void JSON_Base_Conf::Source::log_parse_error(const char* why) {
 }
 
 std::string JSON_Base_Conf::Source::error() {
+  if (errno == ENOMEM) parser_.close();  // a handler's want of memory reads like yajl's own
   std::string text = YAJL_Error(parser_, false, nullptr, 0).c_str();
   text.erase(text.find_last_not_of('\n') + 1);
   return text;

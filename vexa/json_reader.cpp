@@ -9,6 +9,7 @@
 JSON_Reader::JSON_Reader() {
   if (!handle_.open(get_yajl_default_callbacks(), static_cast<YAJL_Handler*>(&parser_))) {
     error_ = "no memory";
+    no_memory_ = true;
   }
   parser_.result(&value_);
 }
@@ -20,10 +21,10 @@ bool JSON_Reader::feed(const char* data, std::size_t length) {
   errno = 0;
   const yajl_status status = handle_.feed(data, length);
   if (status == yajl_status_ok) return true;
-  const bool no_memory = errno == ENOMEM;
+  no_memory_ = errno == ENOMEM;
   abandon();
   try {
-    error_ = no_memory ? "no memory"
+    error_ = no_memory_ ? "no memory"
              : status == yajl_status_client_canceled
                  ? "a value is too deep, or a number too large"
                  : YAJL_Error(handle_, false, nullptr, 0).c_str();
@@ -31,6 +32,7 @@ bool JSON_Reader::feed(const char* data, std::size_t length) {
     error_ = "no memory";
   }
   while (!error_.empty() && error_.back() == '\n') error_.pop_back();
+  handle_.close();
   return false;
 }
 

@@ -17,8 +17,8 @@ public:
   JSON_Reader(const JSON_Reader&) = delete;
   JSON_Reader& operator=(const JSON_Reader&) = delete;
 
-  /// Whether it can read: without memory it could not be made, or ran out of it while reading, and
-  /// every read() fails.
+  /// Whether it can read on: not without memory to make it, nor after a failure; then every read()
+  /// fails.
   bool is_open() const { return handle_.is_open(); }
 
   /// Builds the value in `*target`, which is borrowed, instead of in value(). Before the first
@@ -37,6 +37,8 @@ public:
   json_spirit::Value& value() { return value_; }
   /// What was wrong, in one line; "" when nothing was.
   const std::string& error() const { return error_; }
+  /// Whether that was memory, not the text.
+  bool no_memory() const { return no_memory_; }
 
 private:
   bool feed(const char* data, std::size_t length);
@@ -45,6 +47,7 @@ private:
   JSON_Parser parser_;
   YAJL_Parse_Handle handle_;
   std::string error_;
+  bool no_memory_ = false;
 };
 
 /// Reads a whole text at once; false leaves `value` unspecified.

@@ -24,8 +24,8 @@ namespace {
   return 0;
 }
 
-/// Runs one event. yajl is C: an exception must not unwind through it, so it ends here and stops
-/// the parse like a refusal.
+/// Runs one event. An exception would leave yajl half-way in a text that may go on, so it ends here
+/// and stops the parse like a refusal.
 template <typename Event>
 int deliver(void* context, YAJL_Handler::Callback_Type type, Event event) {
   YAJL_Handler* const handler = static_cast<YAJL_Handler*>(context);

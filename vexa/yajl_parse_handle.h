@@ -9,7 +9,8 @@
 
 #include "vexa/yajl_arena.h"
 
-/// A parse handle of yajl that fails without memory, where yajl itself would crash. One thread.
+/// A parse handle of yajl that fails without memory, where yajl itself would crash. One thread; not
+/// to be fed, opened or closed from within an event of its own.
 class YAJL_Parse_Handle {
 public:
   YAJL_Parse_Handle() = default;

@@ -297,6 +297,19 @@ TEST_F(RestfulTest, GuardsOfAHandlerMayCloseWhatIsNoLongerWritten) {
   EXPECT_EQ(R"(404 {"error":{"code":404,"message":"Not Found"}})", answer.text());
 }
 
+TEST_F(RestfulTest, AnotherBodyMayFollowOneThatFailed) {
+  const Answer answer = answer_of([](auto& channel, Value&) {
+    YAJL_Gen failed(channel.send_begin(), false);
+    failed.map_open();
+    EXPECT_FALSE(failed.null()) << "a key must come";
+    EXPECT_EQ(-1, channel.send_end());
+    YAJL_Gen another(channel.send_begin(), false);
+    another << "ok";
+    return channel.send_end();
+  });
+  EXPECT_EQ(R"(200 "ok")", answer.text());
+}
+
 TEST_F(RestfulTest, AnAnswerOverTheLimitIsAnErrorWhicheverWayItIsMade) {
   for (const char* const steps : {"text", "long", "begin string end"}) {
     std::string failures;
