@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <functional>
+#include <iterator>
 #include <map>
 #include <string>
 #include <thread>
@@ -321,6 +323,46 @@ TEST_F(JsonHttpTest, RestJudgesTheStatus) {
   Client lenient(session, false);
   EXPECT_TRUE(lenient.get("/u", response, &result));
   EXPECT_EQ(302, response.status());
+}
+
+TEST_F(JsonHttpTest, RestSendsTheVerbAndTheBody) {
+  typedef JSON_RESTful_Client Client;
+  const Value text("b");
+  Body generated(true);
+  const auto to = [](int method) { return HTTP_Request(method, "/u"); };
+  HTTP_Request get = to(HTTP_METHOD_GET), post = to(HTTP_METHOD_POST), put = to(HTTP_METHOD_PUT),
+               del = to(HTTP_METHOD_DELETE);
+  const struct {
+    std::function<bool(Client&)> call;
+    const char* verb;
+    const char* body;
+  } cases[] = {
+      {[&](Client& c) { return c.get("/u", &result); }, "GET", "\r\n\r\n"},
+      {[&](Client& c) { return c.get(get, &result); }, "GET", "\r\n\r\n"},
+      {[&](Client& c) { return c.post("/u", &text, &result); }, "POST", "\"b\""},
+      {[&](Client& c) { return c.post("/u", generated, &result); }, "POST", "[0]"},
+      {[&](Client& c) { return c.post(post, &text, &result); }, "POST", "\"b\""},
+      {[&](Client& c) { return c.put("/u", &text, &result); }, "PUT", "\"b\""},
+      {[&](Client& c) { return c.put(put, &text, &result); }, "PUT", "\"b\""},
+      {[&](Client& c) { return c.put(put, generated, &result); }, "PUT", "[0]"},
+      {[&](Client& c) { return c.del("/u"); }, "DELETE", "\r\n\r\n"},
+      {[&](Client& c) { return c.del(del); }, "DELETE", "\r\n\r\n"},
+  };
+  Scripted_HTTP_Server server({{std::size(cases), reply(200, "1")}});
+  Client client(true);
+  EXPECT_FALSE(client.get("/u", &result) || client.set_header("X", "y")) << "no server";
+  EXPECT_TRUE(client.reset("127.0.0.1", server.port(), false, 10, 10, 10, 0, 0));
+  EXPECT_FALSE(client.get("", &result) || client.del(nullptr));
+  EXPECT_TRUE(client.set_header("X", "y"));
+  for (const auto& c : cases) {
+    result = Value();
+    EXPECT_TRUE(c.call(client));
+    const std::string sent = server.request();
+    SCOPED_TRACE(sent);
+    EXPECT_EQ(0u, sent.find(std::string(c.verb) + " /u HTTP/1.1\r\n"));
+    EXPECT_TRUE(has(sent, "\r\nX: y\r\n") && has(sent, c.body));
+    EXPECT_EQ(Value(c.verb == std::string("DELETE") ? Value() : Value(1)), result);
+  }
 }
 
 TEST_F(JsonHttpTest, AFormIsSentAndItsReplyRead) {
