@@ -340,15 +340,17 @@ TEST_F(HttpFrontTest, ABusyOrStoppingHostSaysSo) {
   host_->wait_for_log("Stopping on signal");
   const std::string stopping = error("1", -32001, "Server is stopping") + "\n";
   Http_Answer late{200, "", summed};
-  while (late.status == 200 && late.body == summed) {  // it was not stopping yet
-    clients[1]->send(http_post(sum));
-    late = http_answer(*clients[1]);
+  // A moment may pass until it stops. One request a connection: it closes behind an answer then.
+  for (std::size_t i = 1; i < clients.size() && late.status == 200 && late.body == summed; ++i) {
+    if (i > 1) std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    clients[i]->send(http_post(sum));
+    late = http_answer(*clients[i]);
   }
   for (const Http_Answer& answer : {late, http_answer(*clients[0])}) {
     EXPECT_EQ(503, answer.status);
     EXPECT_EQ(stopping, answer.body);
   }
-  EXPECT_EQ("", clients[0]->rest() + clients[1]->rest());
+  for (const auto& client : clients) EXPECT_EQ("", client->rest());
   clients.clear();
   EXPECT_EQ(0, host_->wait());
   host_.reset();
