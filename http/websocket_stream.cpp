@@ -1,5 +1,6 @@
 #include "http/websocket_stream.h"
 
+#include <algorithm>
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/error.hpp>
 #include <boost/asio/post.hpp>
@@ -9,6 +10,7 @@
 #include <chrono>
 #include <cstring>
 #include <optional>
+#include <string>
 #include <utility>
 
 #include "http/memory_layer.h"
@@ -47,6 +49,32 @@ Beast_Request beast_request(const CGI_Request& request) {
 bool is_protocol_end(const error_code& error) {
   return error && error.category() == error_code(websocket::error::closed).category();
 }
+
+/// The last bytes of a message that comes in parts. Beast checks its UTF-8, but not that it is
+/// whole when the last frame is empty.
+class Text_Tail {
+public:
+  void add(const char* data, std::size_t length) {
+    const std::size_t added = std::min(length, most);
+    bytes_.append(data + length - added, added);
+    if (bytes_.size() > most) bytes_.erase(0, bytes_.size() - most);
+  }
+  void clear() { bytes_.clear(); }
+
+  /// Whether they end inside of a character.
+  bool breaks_off() const {
+    std::size_t begun = 1;  // bytes of the last character, from its first on
+    while (begun <= bytes_.size() && (bytes_[bytes_.size() - begun] & 0xc0) == 0x80) ++begun;
+    if (begun > bytes_.size()) return false;
+    const auto first = static_cast<unsigned char>(bytes_[bytes_.size() - begun]);
+    const std::size_t whole = first < 0xc0 ? 1 : first < 0xe0 ? 2 : first < 0xf0 ? 3 : 4;
+    return begun < whole;
+  }
+
+private:
+  static constexpr std::size_t most = 3;  // of a character that is not whole
+  std::string bytes_;
+};
 
 }  // namespace
 
@@ -87,7 +115,7 @@ struct Websocket_Stream::State final : Memory_Layer::Reader, std::enable_shared_
   void on_read(const error_code& error, std::size_t length) override;
   void on_writable(const error_code& error) override;
   void wants_more() override { push_soon(); }
-  void was_read(const error_code& error, std::size_t length);
+  void was_read(const char* data, const error_code& error, std::size_t length);
   void was_closed();
   void forget();
   void end(websocket::close_code code);
@@ -111,6 +139,7 @@ struct Websocket_Stream::State final : Memory_Layer::Reader, std::enable_shared_
   bool ended = false;            // Beast reads no more
   bool ends_below = false;       // when all that is to leave has left
   bool message_ended = false;    // by what was last read
+  Text_Tail tail;                // of the message that is being read
   bool in_turn = false;          // its reader looks at what was read
   std::shared_ptr<User> reader;  // of what is pending
   std::shared_ptr<User> writer;  // waits for room
@@ -146,13 +175,20 @@ void Websocket_Stream::State::forget() {
   socket.reset();
 }
 
-void Websocket_Stream::State::was_read(const error_code& error, std::size_t length) {
+void Websocket_Stream::State::was_read(const char* data, const error_code& error,
+                                       std::size_t length) {
   if (closed) return;
   const std::shared_ptr<User> user = std::exchange(reader, nullptr);
-  const bool refused = !error && !ending && !socket->got_text();
-  if (refused) end(websocket::close_code::unknown_data);
+  const bool binary = !error && !ending && !socket->got_text();
+  if (binary) end(websocket::close_code::unknown_data);
+  const bool whole = !error && socket->is_message_done();
+  tail.add(data, length);
+  const bool broken = whole && !binary && tail.breaks_off();
+  if (broken) end(websocket::close_code::bad_payload);
+  if (whole) tail.clear();
+  const bool refused = binary || broken;
   ended = static_cast<bool>(error);
-  message_ended = !error && !refused && socket->is_message_done();
+  message_ended = whole && !refused;
   if (error || refused || user == nullptr) push_soon();
   if (user == nullptr) return;
   if (refused || is_protocol_end(error)) return user->on_read(asio::error::shut_down, 0);
@@ -264,9 +300,10 @@ void Websocket_Stream::async_read(char* data, std::size_t size, const std::share
   }
   // A read that fails waits in Beast for the close, and the close for the read.
   if (state_->closing) return;
-  state_->socket->async_read_some(
-      asio::buffer(data, size),
-      [self = state_](const error_code& error, std::size_t n) { self->was_read(error, n); });
+  state_->socket->async_read_some(asio::buffer(data, size),
+                                  [self = state_, data](const error_code& error, std::size_t n) {
+                                    self->was_read(data, error, n);
+                                  });
 }
 
 std::size_t Websocket_Stream::read_some(char*, std::size_t, error_code& error) {

@@ -4,6 +4,7 @@
 #include <boost/asio/buffer.hpp>
 #include <boost/beast/http/buffer_body.hpp>
 #include <boost/beast/http/parser.hpp>
+#include <cctype>
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
@@ -57,6 +58,7 @@ struct HTTP_Response_Reader::Impl {
   void begin_body();
   ssize_t plain(HTTP_Stream& stream, char* data, std::size_t size);
   ssize_t chunks(HTTP_Stream& stream, char* data, std::size_t size);
+  bool may_be_last_chunk() const;
   void finish_chunks();
 };
 
@@ -176,6 +178,14 @@ ssize_t HTTP_Response_Reader::Impl::plain(HTTP_Stream& stream, char* data, std::
   return got;
 }
 
+/// Whether what is buffered may begin with a size that is 0.
+bool HTTP_Response_Reader::Impl::may_be_last_chunk() const {
+  const char* const first = buffer.get() + begin;
+  const char* const last = buffer.get() + end;
+  const char* const digit = std::find_if(first, last, [](char c) { return c != '0'; });
+  return digit == last || std::isxdigit(static_cast<unsigned char>(*digit)) == 0;
+}
+
 ssize_t HTTP_Response_Reader::Impl::chunks(HTTP_Stream& stream, char* data, std::size_t size) {
   auto& target = parser->get().body();
   bool progress = true;
@@ -183,7 +193,7 @@ ssize_t HTTP_Response_Reader::Impl::chunks(HTTP_Stream& stream, char* data, std:
     target.data = data;
     target.size = size;
     // Asked again about a last chunk, Beast asserts that its five bytes have come.
-    const bool ask = buffered() != 0 && (progress || buffered() >= 5);
+    const bool ask = buffered() != 0 && (progress || buffered() >= 5 || !may_be_last_chunk());
     const ssize_t taken = ask ? parse() : 0;
     if (taken == -1) return -1;
     if (const std::size_t got = size - target.size) {
