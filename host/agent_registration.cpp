@@ -92,7 +92,7 @@ private:
   bool enter(const JSON_RPC_Channel_var& channel, const std::string& id) {
     JSON_RPC_Channel_Map& map = *JSON_RPC_Channel_Map::instance();
     const std::lock_guard<std::mutex> guard(mutex_);
-    const JSON_RPC_Channel_var holder = JSON_RPC_Channel_var(map.find(Stream_Channel::AGENT, id));
+    const JSON_RPC_Channel_var holder(map.find(Stream_Channel::AGENT, id));
     if (!holder.null()) return holder.get() == channel.get();
     map.remove(channel);
     channel->type(Stream_Channel::AGENT);

@@ -32,8 +32,8 @@ public:
       return fail(requester, request, JSON_RPC_INVALID_PARAMS,
                   "Invalid params, {\"agent\": text, \"method\": text, \"params\": any} expected.");
     }
-    const JSON_RPC_Channel_var channel =
-        JSON_RPC_Channel_var(JSON_RPC_Channel_Map::instance()->find(agent_channel_type, agent));
+    const JSON_RPC_Channel_var channel(
+        JSON_RPC_Channel_Map::instance()->find(agent_channel_type, agent));
     if (channel.null()) {
       return fail(requester, request, JSON_RPC_INVALID_PARAMS,
                   "Invalid params, agent '" + agent + "' is not connected.");

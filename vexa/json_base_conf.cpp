@@ -72,6 +72,7 @@ bool JSON_Base_Conf::Source::read(int file) {
     advance();
   }
   size_ = counted_ = 0;
+  errno = 0;
   status_ = parser_.feed(nullptr, 0);
   return status_ == yajl_status_ok;
 }
